@@ -1,0 +1,53 @@
+# Test programs.
+#
+#   rkutils_test(NAME [SOURCES file...] [LAYERS layer...])
+#
+# Builds NAME from NAME.cpp and the other sources, and registers each of its tests with ctest. Every
+# program starts itself again in a private router, so that its tests use the installed library at the
+# router's paths; a router that the kernel refuses makes the tests count as skipped.
+#
+# LAYERS gives the test the internals of these layers, which the library does not export.
+
+# What runs longer than this hangs.
+set(RKUTILS_TEST_TIMEOUT 120)
+
+function(rkutils_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "SOURCES;LAYERS")
+  add_executable(${name} ${name}.cpp ${TEST_SOURCES})
+  list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
+  target_link_libraries(
+    ${name} PRIVATE ${TEST_LAYERS} rkutils::rkutils rkutils_testing rkutils_warnings
+                    rkutils_hardening rkutils_sanitizers)
+  gtest_discover_tests(
+    ${name}
+    NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
+endfunction()
+
+#   rkutils_command_test(NAME COMMAND word...)
+#
+# Registers a command that succeeds or fails.
+function(rkutils_command_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "COMMAND")
+  add_test(NAME ${name} COMMAND ${TEST_COMMAND})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
+endfunction()
+
+#   rkutils_router_test(NAME COMMAND word...)
+#
+# The same in a private router with the library installed.
+function(rkutils_router_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "COMMAND")
+  rkutils_command_test(
+    ${name}
+    COMMAND
+    $<TARGET_FILE:private-router>
+    --overlay
+    "${RKUTILS_STAGE}"
+    --keep
+    "${PROJECT_SOURCE_DIR}"
+    --keep
+    "${PROJECT_BINARY_DIR}"
+    --
+    ${TEST_COMMAND})
+endfunction()

@@ -1,0 +1,13 @@
+/*
+ * All public headers of librkutils at once.
+ */
+#ifndef RKUTILS_RKUTILS_H
+#define RKUTILS_RKUTILS_H
+
+#include <rkutils/configd.h>
+#include <rkutils/export.h>
+#include <rkutils/list.h>
+#include <rkutils/memory.h>
+#include <rkutils/memstream.h>
+
+#endif

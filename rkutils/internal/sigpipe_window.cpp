@@ -1,0 +1,13 @@
+#include <rkutils/internal/sigpipe_window.h>
+
+#include <csignal>
+
+namespace rkutils::internal {
+
+SigpipeWindow::SigpipeWindow() noexcept { std::signal(SIGPIPE, SIG_IGN); }
+
+SigpipeWindow::~SigpipeWindow() {
+  if (!leave_ignored_) std::signal(SIGPIPE, SIG_DFL);
+}
+
+}  // namespace rkutils::internal

@@ -1,0 +1,73 @@
+// A configuration daemon for tests, the demo and the benchmarks.
+#ifndef TESTS_SUPPORT_CONFIGD_STAND_IN_H
+#define TESTS_SUPPORT_CONFIGD_STAND_IN_H
+
+#include <rkutils/internal/unique_fd.h>
+
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace support {
+
+// A datagram as the daemon saw it.
+struct Datagram {
+  enum class Direction { kToDaemon, kFromDaemon };
+
+  Direction direction;
+  std::string client;  // path of the client's socket
+  std::string bytes;
+
+  friend std::ostream& operator<<(std::ostream& out, const Datagram& datagram);
+};
+
+// Runs the stand-in as a process of its own, from construction to destruction, on the daemon's real
+// socket. For a private router only.
+class ConfigdStandIn {
+ public:
+  struct Setup {
+    std::string values = "/var/lib/configd/values";  // made when it is missing
+    std::string record = "/var/lib/configd/record";  // no record if empty
+  };
+
+  ConfigdStandIn() : ConfigdStandIn(Setup()) {}
+  explicit ConfigdStandIn(Setup setup);
+  ~ConfigdStandIn();
+  ConfigdStandIn(const ConfigdStandIn&) = delete;
+  ConfigdStandIn& operator=(const ConfigdStandIn&) = delete;
+
+  // Ends the process, as a crash does: the socket's file stays.
+  void kill();
+  // Starts it again, with the values that are in the file.
+  void start();
+
+  // Gives it a command, of those in the stand-in's main.cpp, and waits until it is obeyed. Throws
+  // std::runtime_error when it is refused.
+  void command(const std::string& text);
+
+  void set_value(const std::string& key, const std::string& value) {
+    command("value " + key + "=" + value);
+  }
+
+  // The configuration as it is on file.
+  [[nodiscard]] std::map<std::string, std::string> saved_values() const;
+
+  // Every datagram so far, both ways.
+  [[nodiscard]] std::vector<Datagram> datagrams() const;
+  // The requests among them.
+  [[nodiscard]] std::vector<std::string> requests() const;
+
+ private:
+  std::string receive_outcome();
+
+  Setup setup_;
+  pid_t process_ = -1;
+  rkutils::internal::UniqueFd control_;
+};
+
+}  // namespace support
+
+#endif

@@ -1,0 +1,240 @@
+#include "support/router/mounts.h"
+
+#include <rkutils/internal/unique_dir.h>
+#include <rkutils/internal/unique_fd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <initializer_list>
+#include <map>
+#include <set>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace router {
+namespace {
+
+using rkutils::internal::UniqueDir;
+using rkutils::internal::UniqueFd;
+
+[[noreturn]] void fail(const std::string& step) {
+  throw std::system_error(errno, std::generic_category(), step);
+}
+
+void check(int result, const std::string& step) {
+  if (result < 0) fail(step);
+}
+
+void mount_at(const std::string& source, const std::string& target, const char* type,
+              unsigned long flags, const std::string& data = {}) {
+  check(::mount(source.c_str(), target.c_str(), type, flags, data.empty() ? nullptr : data.c_str()),
+        "mount " + (type != nullptr ? std::string(type) + " " : std::string()) + source + " on " +
+            target);
+}
+
+void bind(const std::string& source, const std::string& target) {
+  mount_at(source, target, nullptr, MS_BIND | MS_REC);
+}
+
+void make_folder(const std::string& path, mode_t mode = 0755) {
+  if (::mkdir(path.c_str(), mode) != 0 && errno != EEXIST) fail("mkdir " + path);
+  // Past the umask; harmless where the folder is the host's and not ours to change.
+  static_cast<void>(::chmod(path.c_str(), mode));
+}
+
+// mkdir -p. Folders that exist keep their mode.
+void make_folders(const std::string& path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
+    const std::string parent = path.substr(0, slash);
+    if (::access(parent.c_str(), F_OK) != 0) make_folder(parent);
+  }
+  if (::access(path.c_str(), F_OK) != 0) make_folder(path);
+}
+
+// A folder of the old root, reachable whatever is mounted over it later.
+class OldFolder {
+ public:
+  explicit OldFolder(const std::string& path)
+      : descriptor_(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    if (!descriptor_) fail("open " + path);
+  }
+
+  [[nodiscard]] std::string path() const {
+    return "/proc/self/fd/" + std::to_string(descriptor_.get());
+  }
+
+ private:
+  UniqueFd descriptor_;
+};
+
+struct OldRoot {
+  std::map<std::string, OldFolder> folders;     // "/home"
+  std::map<std::string, std::string> symlinks;  // "/bin" -> "usr/bin"
+};
+
+// Top-level folders that are not taken over. The layers are those of a router around this one.
+const std::set<std::string> kOurOwn = {".layers", "dev", "nvstatus", "proc",
+                                       "run",     "sys", "tmp",      "var"};
+
+OldRoot open_old_root() {
+  OldRoot old;
+  const UniqueDir root(::opendir("/"));
+  if (!root) fail("opendir /");
+  while (const dirent* entry = ::readdir(root.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == ".." || kOurOwn.count(name) != 0) continue;
+    const std::string path = "/" + name;
+    struct stat status = {};
+    if (::lstat(path.c_str(), &status) != 0) continue;
+    if (S_ISLNK(status.st_mode)) {
+      char target[PATH_MAX];
+      const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+      if (length > 0)
+        old.symlinks.emplace(path, std::string(target, static_cast<std::size_t>(length)));
+    } else if (S_ISDIR(status.st_mode)) {
+      old.folders.emplace(path, OldFolder(path));
+    }
+  }
+  return old;
+}
+
+bool lies_in(const std::string& path, const std::string& folder) {
+  return path == folder || path.compare(0, folder.size() + 1, folder + "/") == 0;
+}
+
+// Where the new root is put together: an old folder that is needed for nothing else. It will be
+// empty.
+std::string building_site(const Options& options) {
+  std::vector<std::string> needed = options.keeps;
+  needed.insert(needed.end(), options.overlays.begin(), options.overlays.end());
+  for (const std::string path : {"/mnt", "/media", "/srv", "/opt"}) {
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) continue;
+    const bool free = std::none_of(needed.begin(), needed.end(),
+                                   [&](const std::string& each) { return lies_in(each, path); });
+    if (free) return path;
+  }
+  errno = ENOENT;
+  fail("no free folder to mount the new root on");
+}
+
+// The host's folder `name` under writable layers of ours.
+void overlay(const std::string& root, const std::string& name, const std::string& lower) {
+  const std::string layers = root + "/.layers/" + name;
+  make_folders(layers + "/upper");
+  make_folders(layers + "/work");
+  make_folder(root + "/" + name);
+  mount_at("overlay", root + "/" + name, "overlay", 0,
+           "lowerdir=" + lower + ",upperdir=" + layers + "/upper,workdir=" + layers + "/work");
+}
+
+void make_devices(const std::string& root) {
+  const std::string dev = root + "/dev";
+  make_folder(dev);
+  for (const char* name : {"full", "fuse", "null", "random", "tty", "urandom", "zero"}) {
+    const std::string host = std::string("/dev/") + name;
+    const std::string ours = dev + "/" + name;
+    if (::access(host.c_str(), F_OK) != 0) continue;
+    const UniqueFd file(::open(ours.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
+    if (!file) fail("create " + ours);
+    bind(host, ours);
+  }
+  make_folder(dev + "/shm", 01777);
+  mount_at("tmpfs", dev + "/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
+  make_folder(dev + "/pts");
+  mount_at("devpts", dev + "/pts", "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0666");
+  for (const auto& [link, target] :
+       std::map<std::string, std::string>{{"ptmx", "pts/ptmx"},
+                                          {"fd", "/proc/self/fd"},
+                                          {"stdin", "/proc/self/fd/0"},
+                                          {"stdout", "/proc/self/fd/1"},
+                                          {"stderr", "/proc/self/fd/2"}}) {
+    check(::symlink(target.c_str(), (dev + "/" + link).c_str()), "symlink /dev/" + link);
+  }
+}
+
+void make_empty_folders(const std::string& root) {
+  for (const char* name : {"/nvstatus", "/run", "/var", "/var/cache", "/var/lib", "/var/log",
+                           "/var/run", "/var/spool"}) {
+    make_folder(root + name);
+  }
+  for (const char* name : {"/tmp", "/var/lock", "/var/tmp"}) make_folder(root + name, 01777);
+}
+
+// The kernel's own file systems, of our namespaces. A user namespace may be denied a fresh /sys;
+// the old one then serves.
+void mount_kernel_folders(const std::string& root, const OldFolder& old_sys) {
+  make_folder(root + "/proc", 0555);
+  mount_at("proc", root + "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
+  make_folder(root + "/sys", 0555);
+  if (::mount("sysfs", (root + "/sys").c_str(), "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC,
+              nullptr) != 0) {
+    bind(old_sys.path(), root + "/sys");
+  }
+}
+
+void carry_over(const std::string& root, const OldRoot& old, const Options& options) {
+  for (const auto& [path, target] : old.symlinks) {
+    check(::symlink(target.c_str(), (root + path).c_str()), "symlink " + path);
+  }
+  for (const auto& [path, folder] : old.folders) {
+    if (path == "/etc") {
+      overlay(root, "etc", folder.path());
+    } else if (path == "/usr") {
+      std::vector<OldFolder> overlays;
+      std::string lower;
+      for (const std::string& tree : options.overlays) {
+        lower += overlays.emplace_back(tree + "/usr").path() + ":";
+      }
+      overlay(root, "usr", lower + folder.path());
+    } else {
+      make_folder(root + path);
+      if (path != root) bind(folder.path(), root + path);
+    }
+  }
+}
+
+// Folders that the new root would hide, in /tmp for instance, at their old places.
+void keep(const std::string& root, const std::string& path, const OldFolder& folder) {
+  make_folders(root + path);
+  bind(folder.path(), root + path);
+}
+
+void switch_root(const std::string& root) {
+  check(::chdir(root.c_str()), "chdir " + root);
+  // Not pivot_root(): the root of an initramfs cannot be pivoted.
+  mount_at(".", "/", nullptr, MS_MOVE);
+  check(::chroot("."), "chroot");
+  check(::chdir("/"), "chdir /");
+}
+
+}  // namespace
+
+void enter_root(const Options& options) {
+  ::umask(022);
+  check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "make the mounts private");
+  const OldRoot old = open_old_root();
+  const OldFolder old_sys("/sys");
+  std::vector<OldFolder> kept;
+  for (const std::string& path : options.keeps) kept.emplace_back(path);
+
+  const std::string root = building_site(options);
+  mount_at("tmpfs", root, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
+  carry_over(root, old, options);
+  make_empty_folders(root);
+  make_devices(root);
+  mount_kernel_folders(root, old_sys);
+  for (std::size_t i = 0; i < kept.size(); ++i) keep(root, options.keeps[i], kept[i]);
+  switch_root(root);
+}
+
+}  // namespace router

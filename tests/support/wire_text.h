@@ -1,0 +1,20 @@
+// Bytes as a person reads them: "?lan.address\n\0", and back again without loss.
+#ifndef TESTS_SUPPORT_WIRE_TEXT_H
+#define TESTS_SUPPORT_WIRE_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace support {
+
+// The bytes in double quotes: printable ASCII as it is, \n \t \r \0 \" \\ for these, \xHH for the
+// rest.
+std::string quote(std::string_view bytes);
+
+// The bytes of such a text. Throws std::invalid_argument for anything that quote() does not
+// produce.
+std::string unquote(std::string_view text);
+
+}  // namespace support
+
+#endif
