@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,6 +33,14 @@ struct configd_connection {
   int fetched;        // 1 once the queries have their values
   configd::QueryIndex index;
 };
+// Core dumps are read by this order.
+static_assert(offsetof(configd_connection, socket) == 0);
+static_assert(offsetof(configd_connection, client_path) == sizeof(int));
+static_assert(offsetof(configd_connection, server_path) == sizeof(int) + 256);
+static_assert(offsetof(configd_connection, query_count) == sizeof(int) + 512);
+static_assert(offsetof(configd_connection, queries) > offsetof(configd_connection, query_count));
+static_assert(offsetof(configd_connection, fetched) ==
+              offsetof(configd_connection, queries) + sizeof(list_node));
 static_assert(std::is_trivial_v<configd_connection>);
 static_assert(std::is_standard_layout_v<configd::QueuedQuery>);
 

@@ -10,7 +10,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 // A format whose value no C library can convert in the "C" locale: it makes vsnprintf() fail.
 constexpr wint_t kNoCharacter = 0x7fffffff;
@@ -38,6 +37,7 @@ TEST_F(ConfigdAddQuery, Queues512KeysAndRefusesTheNext) {
   EXPECT_EQ(configd_add_query(connection.get(), "key.511"), 0) << "queued already";
   EXPECT_EQ(configd_get(connection.get(), nullptr), 0);
   std::vector<std::string> expected;
+  expected.reserve(512);
   for (int i = 0; i < 512; ++i) expected.push_back(query_of("key." + std::to_string(i)));
   EXPECT_EQ(daemon_->requests(), expected);
 }

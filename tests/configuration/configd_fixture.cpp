@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 

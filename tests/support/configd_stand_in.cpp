@@ -75,11 +75,18 @@ void ConfigdStandIn::start() {
     arguments.push_back("--record");
     arguments.push_back(setup_.record.c_str());
   }
+  const std::string record_socket = std::to_string(setup_.record_socket);
+  if (setup_.record_socket >= 0) {
+    arguments.push_back("--record-socket");
+    arguments.push_back(record_socket.c_str());
+  }
   arguments.push_back(nullptr);
 
   process_ = ::fork();
   if (process_ == 0) {
-    ::fcntl(theirs.get(), F_SETFD, 0);  // this one the stand-in inherits
+    // These the stand-in inherits.
+    ::fcntl(theirs.get(), F_SETFD, 0);
+    if (setup_.record_socket >= 0) ::fcntl(setup_.record_socket, F_SETFD, 0);
     ::execv(arguments[0], const_cast<char**>(arguments.data()));
     std::_Exit(EXIT_FAILURE);
   }

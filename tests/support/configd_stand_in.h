@@ -30,7 +30,8 @@ class ConfigdStandIn {
  public:
   struct Setup {
     std::string values = "/var/lib/configd/values";  // made when it is missing
-    std::string record = "/var/lib/configd/record";  // no record if empty
+    std::string record = "/var/lib/configd/record";  // no such file if empty
+    int record_socket = -1;                          // takes the record instead, a line a datagram
   };
 
   ConfigdStandIn() : ConfigdStandIn(Setup()) {}
@@ -43,6 +44,9 @@ class ConfigdStandIn {
   void kill();
   // Starts it again, with the values that are in the file.
   void start();
+
+  // Its process id.
+  [[nodiscard]] pid_t process() const { return process_; }
 
   // Gives it a command, of those in the stand-in's main.cpp, and waits until it is obeyed. Throws
   // std::runtime_error when it is refused.

@@ -18,8 +18,6 @@
 namespace stand_in {
 namespace {
 
-using rkutils::internal::UniqueFd;
-
 constexpr char kSocketPath[] = "/var/run/configd/daemon.sock";
 constexpr std::size_t kLongestDatagram = 65536;
 
@@ -43,8 +41,12 @@ Daemon::Daemon(const Options& options)
   if (!options.record.empty()) {
     record_.reset(std::fopen(options.record.c_str(), "ae"));
     if (!record_) fail(options.record);
-    std::setvbuf(record_.get(), nullptr, _IOLBF, kLongestDatagram);
+  } else if (options.record_socket >= 0) {
+    record_.reset(::fdopen(options.record_socket, "a"));
+    if (!record_) fail("record socket");
   }
+  // A line goes out in one piece.
+  if (record_) std::setvbuf(record_.get(), nullptr, _IOFBF, 4 * kLongestDatagram);
   open_socket();
 }
 

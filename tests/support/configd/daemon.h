@@ -17,8 +17,9 @@ namespace stand_in {
 
 struct Options {
   std::string values = "/var/lib/configd/values";
-  std::string record;  // file that every datagram is written to; none if empty
-  int control = -1;    // socket on which commands come
+  std::string record;      // file that every datagram is written to; none if empty
+  int record_socket = -1;  // the same as a socket, a line a datagram
+  int control = -1;        // socket on which commands come
 };
 
 // Serves requests on the daemon's socket and commands on the control socket until the latter

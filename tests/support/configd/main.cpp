@@ -1,13 +1,15 @@
 // configd-stand-in: answers as the configuration daemon does, and misbehaves on command.
 //
-//   configd-stand-in --control FD [--values FILE] [--record FILE]
+//   configd-stand-in --control FD [--values FILE] [--record FILE | --record-socket FD]
 //
 //   --control FD    a connected SOCK_SEQPACKET socket for commands; it sends "ready" once it
 //   serves,
 //                   and ends when the other end is closed
 //   --values FILE   the configuration, lines "key=value"; every batch of assignments is saved to it
 //   --record FILE   gets a line for each datagram, "recv CLIENT "BYTES"" or "send CLIENT "BYTES"",
-//                   before the reply is sent; it may be a FIFO or /dev/stdout
+//                   before the reply is sent
+//   --record-socket FD
+//                   the same to a connected socket
 //
 // Commands, each answered with "ok" or what is wrong:
 //
@@ -37,6 +39,8 @@ bool parse(int argc, char** argv, stand_in::Options& options) {
       options.values = argv[i + 1];
     } else if (std::strcmp(argv[i], "--record") == 0) {
       options.record = argv[i + 1];
+    } else if (std::strcmp(argv[i], "--record-socket") == 0) {
+      options.record_socket = std::atoi(argv[i + 1]);
     } else {
       return false;
     }
@@ -49,7 +53,10 @@ bool parse(int argc, char** argv, stand_in::Options& options) {
 int main(int argc, char** argv) {
   stand_in::Options options;
   if (!parse(argc, argv, options)) {
-    std::fputs("usage: configd-stand-in --control FD [--values FILE] [--record FILE]\n", stderr);
+    std::fputs(
+        "usage: configd-stand-in --control FD [--values FILE] [--record FILE | --record-socket "
+        "FD]\n",
+        stderr);
     return EXIT_FAILURE;
   }
   try {

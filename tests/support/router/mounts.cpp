@@ -116,7 +116,7 @@ bool lies_in(const std::string& path, const std::string& folder) {
 std::string building_site(const Options& options) {
   std::vector<std::string> needed = options.keeps;
   needed.insert(needed.end(), options.overlays.begin(), options.overlays.end());
-  for (const std::string path : {"/mnt", "/media", "/srv", "/opt"}) {
+  for (std::string path : {"/mnt", "/media", "/srv", "/opt"}) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) continue;
     const bool free = std::none_of(needed.begin(), needed.end(),
@@ -158,7 +158,9 @@ void make_devices(const std::string& root) {
                                           {"stdin", "/proc/self/fd/0"},
                                           {"stdout", "/proc/self/fd/1"},
                                           {"stderr", "/proc/self/fd/2"}}) {
-    check(::symlink(target.c_str(), (dev + "/" + link).c_str()), "symlink /dev/" + link);
+    std::string path = dev;
+    path.append("/").append(link);
+    check(::symlink(target.c_str(), path.c_str()), "symlink " + path);
   }
 }
 

@@ -1,0 +1,71 @@
+/* A C99 program on the public headers: what compiles, links and works from C. */
+
+#include <rkutils/rkutils.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures = 0;
+
+static void check(bool holds, const char* what) {
+  if (holds) return;
+  fprintf(stderr, "failed: %s\n", what);
+  ++failures;
+}
+
+typedef struct lease {
+  int number;
+  list_node links;
+} lease;
+
+static void lists(void) {
+  list_node head = LIST_NODE_INIT(head);
+  list_node more;
+  list_node *cursor, *following;
+  int sum = 0;
+  int i;
+  list_init(&more);
+  for (i = 1; i <= 3; ++i) {
+    lease* one = zalloc(sizeof *one);
+    if (one == NULL) abort();
+    one->number = i;
+    list_add_tail(&one->links, i < 3 ? &head : &more);
+  }
+  list_splice(&more, &head);
+  list_for_each(cursor, &head) sum = sum * 10 + list_entry(cursor, lease, links)->number;
+  check(sum == 312, "spliced elements come first");
+  list_for_each_safe(cursor, following, &head) {
+    list_del_init(cursor);
+    free(list_entry(cursor, lease, links));
+  }
+  check(list_empty(&head), "a list is empty once all is deleted");
+}
+
+static void texts(void) {
+  char line[8];
+  mem_stream out = {line, sizeof line};
+  check(mem_stream_printf(&out, "%d", 42) == 0, "a number fits");
+  check(mem_stream_puts(&out, "abcdefg") == 1, "a long text does not fit");
+  check(strcmp(line, "42abcde") == 0, "what fits is there");
+  check(mem_stream_get_num_bytes_written(&out, sizeof line, line) == sizeof line, "all is full");
+  check(strlcpy(line, "configuration", sizeof line) == 13, "strlcpy counts the whole text");
+  check(strcmp(line, "configu") == 0, "strlcpy cuts and terminates");
+}
+
+static void configuration(void) {
+  configd_query none[1];
+  memset(none, 0, sizeof none);
+  check(configd_open() == NULL, "no folder, no connection");
+  check(configd_get(NULL, none) == -1, "no handle, no get");
+  check(configd_add_query(NULL, "%s", "key") == -1, "no handle, no query");
+  check(strcmp(configd_fetch(NULL, "%s", "key"), "") == 0, "no handle, no value");
+  configd_close(NULL);
+}
+
+int main(void) {
+  lists();
+  texts();
+  configuration();
+  return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}

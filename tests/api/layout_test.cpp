@@ -1,0 +1,31 @@
+// Sizes and orders that other programs and the target's ABI count on.
+
+#include <rkutils/rkutils.h>
+
+#include <cstddef>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Layout, OfAQuery) {
+  static_assert(offsetof(configd_query, links) == 0);
+  static_assert(offsetof(configd_query, key) == 2 * sizeof(void*));
+  static_assert(offsetof(configd_query, value) == 2 * sizeof(void*) + 256);
+  static_assert(sizeof(configd_query) == 2 * sizeof(void*) + 256 + 1024);
+  static_assert(std::is_trivial_v<configd_query> && std::is_standard_layout_v<configd_query>);
+}
+
+TEST(Layout, OfAListNode) {
+  static_assert(offsetof(list_node, next) == 0);
+  static_assert(sizeof(list_node) == 2 * sizeof(void*));
+}
+
+TEST(Layout, OfAMemoryStream) {
+  static_assert(offsetof(mem_stream, buf) == 0);
+  static_assert(offsetof(mem_stream, buf_size) == sizeof(void*));
+  static_assert(sizeof(mem_stream) == 2 * sizeof(void*));
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+// Every example runs, and the demo shows what it promises.
+
+#include <array>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <syslog.h>
+
+#include "support/configd_stand_in.h"
+#include "support/private_router.h"
+#include "support/syslog_collector.h"
+
+namespace {
+
+using support::built_program;
+using support::source_file;
+using testing::ElementsAre;
+
+// Output and exit status of a command.
+std::pair<std::string, int> run(const std::string& command) {
+  FILE* pipe = ::popen(command.c_str(), "re");
+  std::string output;
+  std::array<char, 512> buffer;
+  while (std::fgets(buffer.data(), buffer.size(), pipe) != nullptr) output += buffer.data();
+  const int status = ::pclose(pipe);
+  return {output, WEXITSTATUS(status)};
+}
+
+TEST(ConfigurationValues, PrintsTheValuesOfItsArguments) {
+  support::ConfigdStandIn daemon;
+  daemon.set_value("lan.address", "192.0.2.1");
+  daemon.set_value("odd %s", "100%");
+  const auto [output, status] =
+      run(built_program("examples/configuration-values") + " lan.address 'odd %s' missing");
+  EXPECT_EQ(output, "lan.address=192.0.2.1\nodd %s=100%\nmissing=\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ConfigurationValues, FailsWithoutTheDaemonsFolder) {
+  support::SyslogCollector log;
+  const auto [output, status] = run(built_program("examples/configuration-values") + " key");
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(log.take(), ElementsAre(support::LogLine{LOG_ERR, "cannot bind to configd"}));
+}
+
+TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {
+  const auto [output, status] =
+      run(built_program("tests/support/demo-stage") + " " +
+          built_program("examples/uplink-daemon") + " " + source_file("examples/uplink.conf"));
+  EXPECT_EQ(status, 0);
+  const std::array<std::string, 14> scenes = {
+      "uplink.state=down",
+      "-> configd    \"?uplink.apn\\n\\0\"",
+      "<- configd    \"internet.example\\n\\0\"",
+      "-> configd    \"?uplink.mtu\\n\\0\"",
+      "apn internet.example, user router, mtu 1430",
+      "-> configd    \"uplink.state=up\\nuplink.apn.used=internet.example\\n\\0\"",
+      "-> configd    \"Done\\n\"",
+      "<- configd    \"Busy\"",
+      "<- configd    \"Ready\"",
+      "configd is killed",
+      "syslog err      unable to send query to configd",
+      "configd is started again",
+      "settings are fresh",
+      "uplink.state=up",
+  };
+  std::size_t at = 0;
+  for (const std::string& scene : scenes) {
+    const std::size_t found = output.find(scene, at);
+    ASSERT_NE(found, std::string::npos) << scene << " does not follow in\n" << output;
+    at = found + scene.size();
+  }
+}
+
+}  // namespace

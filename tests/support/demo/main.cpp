@@ -1,0 +1,203 @@
+// The demo: an example daemon on a private router, with everything that it says and hears.
+//
+//   demo-stage DAEMON CONFIGURATION
+//
+// Starts DAEMON beside the stand-in for the configuration daemon, which begins with the file
+// CONFIGURATION, is busy once, and is killed and started again on the way.
+
+#include <rkutils/internal/unique_fd.h>
+#include <rkutils/internal/unix_address.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/configd_stand_in.h"
+#include "support/private_router.h"
+#include "support/stopwatch.h"
+#include "support/syslog_collector.h"
+
+namespace {
+
+using rkutils::internal::UniqueFd;
+using support::ConfigdStandIn;
+
+constexpr char kValues[] = "/var/lib/configd/values";
+constexpr char kRounds[] = "3";
+
+// How each kind of line looks; empty where the output is not a terminal.
+struct Colours {
+  const char* daemon = "";
+  const char* configd = "";
+  const char* log = "";
+  const char* stage = "";
+  const char* off = "";
+};
+
+Colours colours() {
+  if (::isatty(STDOUT_FILENO) == 0) return {};
+  return {"\033[1m", "\033[36m", "\033[31m", "\033[33m", "\033[0m"};
+}
+
+void print_file(const char* heading, const char* path) {
+  std::printf("%s\n", heading);
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (!line.empty() && line.front() != '#') std::printf("      %s\n", line.c_str());
+  }
+}
+
+// Prints every line with its time, in columns: who, and what.
+class Script {
+ public:
+  void line(const char* colour, const std::string& who, const std::string& what) const {
+    std::printf("%s%7.3f s  %-15s %s%s\n", colour,
+                static_cast<double>(watch_.elapsed().count()) / 1000, who.c_str(), what.c_str(),
+                colours_.off);
+    std::fflush(stdout);
+  }
+  void daemon(const std::string& what) const { line(colours_.daemon, "uplink-daemon", what); }
+  void request(const std::string& what) const { line(colours_.configd, "  -> configd", what); }
+  void reply(const std::string& what) const { line(colours_.configd, "  <- configd", what); }
+  void log(const support::LogLine& message) const {
+    line(colours_.log, "syslog " + std::string(support::level_name(message.level)), message.text);
+  }
+  void stage(const std::string& what) const { line(colours_.stage, "******", what); }
+
+ private:
+  support::Stopwatch watch_;
+  Colours colours_ = colours();
+};
+
+// Everything comes through the one socket on /dev/log: what is logged, what the stand-in records,
+// and what the daemon prints. So the lines stand in the order in which things happened.
+class Stage {
+ public:
+  explicit Stage(const char* daemon_program)
+      : inbox_(support::open_log_socket()),
+        outlet_(connect_to_inbox()),
+        configd_({kValues, "", outlet_.get()}),
+        daemon_program_(daemon_program) {}
+
+  // Runs the daemon to its end and returns its exit status.
+  int run() {
+    configd_.command("fault 4 delay 0");
+    configd_.command("fault 1 reply \"Busy\"");
+    start_daemon();
+    int status = 0;
+    while (::waitpid(daemon_, &status, WNOHANG) == 0) {
+      pollfd entry = {inbox_.get(), POLLIN, 0};
+      if (::poll(&entry, 1, 50) > 0) show_pending();
+    }
+    show_pending();
+    return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_FAILURE;
+  }
+
+ private:
+  static UniqueFd connect_to_inbox() {
+    UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address;
+    if (!rkutils::internal::make_unix_address("/dev/log", address) ||
+        ::connect(socket.get(), rkutils::internal::as_sockaddr(address), sizeof address) != 0) {
+      throw std::runtime_error("cannot connect to /dev/log");
+    }
+    return socket;
+  }
+
+  void start_daemon() {
+    daemon_ = ::fork();
+    if (daemon_ != 0) return;
+    ::dup2(outlet_.get(), STDOUT_FILENO);
+    ::execl(daemon_program_, "uplink-daemon", kRounds, static_cast<char*>(nullptr));
+    std::perror(daemon_program_);
+    ::_exit(EXIT_FAILURE);
+  }
+
+  void show_pending() {
+    std::array<char, 32768> buffer;
+    for (;;) {
+      const ssize_t length = ::recv(inbox_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+      if (length < 0) return;
+      std::string_view line(buffer.data(), static_cast<std::size_t>(length));
+      if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+      show(std::string(line));
+    }
+  }
+
+  void show(const std::string& line) {
+    if (line.front() == '<') {
+      script_.log(support::parse_log_line(line));
+    } else if (line.compare(0, 5, "recv ") == 0) {
+      script_.request(line.substr(line.find('"')));
+    } else if (line.compare(0, 5, "send ") == 0) {
+      script_.reply(line.substr(line.find('"')));
+    } else {
+      script_.daemon(line);
+      direct(line);
+    }
+  }
+
+  // What happens around the daemon, each at a line of its.
+  void direct(const std::string& line) {
+    if (line.find("are fresh") != std::string::npos && !killed_) {
+      script_.stage("configd is killed");
+      configd_.kill();
+      killed_ = true;
+    } else if (line.find("no settings") != std::string::npos) {
+      script_.stage("configd is started again; the daemon keeps the handle it has");
+      configd_.start();
+    }
+  }
+
+  UniqueFd inbox_;
+  UniqueFd outlet_;
+  ConfigdStandIn configd_;
+  const char* daemon_program_;
+  Script script_;
+  pid_t daemon_ = -1;
+  bool killed_ = false;
+};
+
+int play(const char* daemon_program, const char* configuration) {
+  std::filesystem::create_directories(std::filesystem::path(kValues).parent_path());
+  std::filesystem::copy_file(configuration, kValues);
+  print_file("The configuration, as configd holds it:\n", kValues);
+  std::printf(
+      "\nuplink-daemon reads and changes it through librkutils. The datagrams are shown as they\n"
+      "are, with \\n for a newline and \\0 for a NUL.\n\n");
+  const int status = Stage(daemon_program).run();
+  std::printf("\n");
+  print_file("The configuration afterwards:\n", kValues);
+  std::printf(
+      "\nFour calls did this: configd_add_query and configd_fetch, configd_set, configd_done. The\n"
+      "daemon handled no socket, no time-out and no reconnection; see "
+      "examples/uplink_daemon.cpp.\n");
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fputs("usage: demo-stage DAEMON CONFIGURATION\n", stderr);
+    return EXIT_FAILURE;
+  }
+  support::enter_private_router(argv);
+  try {
+    return play(argv[1], argv[2]);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "demo: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}
