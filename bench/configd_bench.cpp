@@ -34,7 +34,7 @@ std::string key(int number) { return "interface." + std::to_string(number) + ".a
 support::ConfigdStandIn& daemon() {
   static std::unique_ptr<support::ConfigdStandIn> one = [] {
     auto stand_in = std::make_unique<support::ConfigdStandIn>(
-        support::ConfigdStandIn::Setup{"/var/lib/configd/values", "", -1});
+        support::ConfigdStandIn::Setup{"", "/var/lib/configd/values", "", -1});
     for (int i = 0; i < kKeys; ++i) {
       stand_in->set_value(key(i), "192.0.2." + std::to_string(i % 256));
     }

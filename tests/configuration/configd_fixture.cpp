@@ -31,10 +31,7 @@ support::LogLine err(std::string text) { return {LOG_ERR, std::move(text)}; }
 
 support::LogLine debug(std::string text) { return {LOG_DEBUG, std::move(text)}; }
 
-ConfigdTest::ConfigdTest() {
-  // The log's descriptor is opened now, not in the middle of a test.
-  ::openlog(nullptr, LOG_NDELAY, LOG_USER);
-  descriptors_before_ = support::open_descriptors();
+ConfigdTest::ConfigdTest() : descriptors_before_(support::open_descriptors()) {
   daemon_ = std::make_unique<support::ConfigdStandIn>();
 }
 

@@ -55,10 +55,19 @@ ConfigdStandIn::ConfigdStandIn(Setup setup) : setup_(std::move(setup)) {
   std::filesystem::create_directories(kSocketFolder);
   ::chmod(kSocketFolder, 0777);
   std::filesystem::create_directories(std::filesystem::path(setup_.values).parent_path());
+  std::filesystem::remove(setup_.values);
+  if (!setup_.initial_values.empty()) {
+    std::filesystem::copy_file(setup_.initial_values, setup_.values);
+  }
+  std::filesystem::remove(setup_.record);
   start();
 }
 
-ConfigdStandIn::~ConfigdStandIn() { kill(); }
+ConfigdStandIn::~ConfigdStandIn() {
+  kill();
+  std::error_code already_gone;
+  std::filesystem::remove_all(kSocketFolder, already_gone);
+}
 
 void ConfigdStandIn::start() {
   std::array<int, 2> ends = {-1, -1};

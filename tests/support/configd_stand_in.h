@@ -25,11 +25,12 @@ struct Datagram {
 };
 
 // Runs the stand-in as a process of its own, from construction to destruction, on the daemon's real
-// socket. For a private router only.
+// socket. The socket's folder goes with it. For a private router only.
 class ConfigdStandIn {
  public:
   struct Setup {
-    std::string values = "/var/lib/configd/values";  // made when it is missing
+    std::string initial_values;                      // a file to begin with; no values if empty
+    std::string values = "/var/lib/configd/values";  // where they are kept
     std::string record = "/var/lib/configd/record";  // no such file if empty
     int record_socket = -1;                          // takes the record instead, a line a datagram
   };

@@ -70,7 +70,12 @@ SyslogCollector::SyslogCollector()
     : socket_(open_log_socket()),
       stop_(::eventfd(0, EFD_CLOEXEC)),
       buffer_(kLongestMessage),
-      receiver_([this] { keep_receiving(); }) {}
+      receiver_([this] { keep_receiving(); }) {
+  // This process may be connected to an earlier collector still; and the log's descriptor is opened
+  // now, not in the middle of a test that counts descriptors.
+  ::closelog();
+  ::openlog(nullptr, LOG_NDELAY, LOG_USER);
+}
 
 SyslogCollector::~SyslogCollector() {
   const std::uint64_t one = 1;

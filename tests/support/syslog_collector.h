@@ -31,8 +31,8 @@ LogLine parse_log_line(std::string_view message);
 // The name of a level as logread shows it: "err", "debug".
 std::string_view level_name(int level);
 
-// Listens on /dev/log and keeps what this process and others log. A message is there as soon as the
-// call of syslog() that sent it has returned.
+// Listens on /dev/log and keeps what this process and others log. It connects this process's
+// syslog() to itself. A message is there as soon as the call of syslog() that sent it has returned.
 class SyslogCollector {
  public:
   SyslogCollector();

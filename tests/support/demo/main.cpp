@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -84,10 +83,10 @@ class Script {
 // and what the daemon prints. So the lines stand in the order in which things happened.
 class Stage {
  public:
-  explicit Stage(const char* daemon_program)
+  Stage(const char* daemon_program, const char* configuration)
       : inbox_(support::open_log_socket()),
         outlet_(connect_to_inbox()),
-        configd_({kValues, "", outlet_.get()}),
+        configd_({configuration, kValues, "", outlet_.get()}),
         daemon_program_(daemon_program) {}
 
   // Runs the daemon to its end and returns its exit status.
@@ -170,13 +169,11 @@ class Stage {
 };
 
 int play(const char* daemon_program, const char* configuration) {
-  std::filesystem::create_directories(std::filesystem::path(kValues).parent_path());
-  std::filesystem::copy_file(configuration, kValues);
-  print_file("The configuration, as configd holds it:\n", kValues);
+  print_file("The configuration, as configd holds it:\n", configuration);
   std::printf(
       "\nuplink-daemon reads and changes it through librkutils. The datagrams are shown as they\n"
       "are, with \\n for a newline and \\0 for a NUL.\n\n");
-  const int status = Stage(daemon_program).run();
+  const int status = Stage(daemon_program, configuration).run();
   std::printf("\n");
   print_file("The configuration afterwards:\n", kValues);
   std::printf(

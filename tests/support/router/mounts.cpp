@@ -127,11 +127,13 @@ std::string building_site(const Options& options) {
   fail("no free folder to mount the new root on");
 }
 
-// The host's folder `name` under writable layers of ours.
-void overlay(const std::string& root, const std::string& name, const std::string& lower) {
+// The host's folder `name` under writable layers of ours. In a user namespace the host's folders
+// belong to nobody; those in `writable` become ours, with all that is in them.
+void overlay(const std::string& root, const std::string& name, const std::string& lower,
+             std::initializer_list<const char*> writable) {
   const std::string layers = root + "/.layers/" + name;
-  make_folders(layers + "/upper");
   make_folders(layers + "/work");
+  for (const char* folder : writable) make_folders(layers + "/upper/" + folder);
   make_folder(root + "/" + name);
   mount_at("overlay", root + "/" + name, "overlay", 0,
            "lowerdir=" + lower + ",upperdir=" + layers + "/upper,workdir=" + layers + "/work");
@@ -190,14 +192,14 @@ void carry_over(const std::string& root, const OldRoot& old, const Options& opti
   }
   for (const auto& [path, folder] : old.folders) {
     if (path == "/etc") {
-      overlay(root, "etc", folder.path());
+      overlay(root, "etc", folder.path(), {"default"});
     } else if (path == "/usr") {
       std::vector<OldFolder> overlays;
       std::string lower;
       for (const std::string& tree : options.overlays) {
         lower += overlays.emplace_back(tree + "/usr").path() + ":";
       }
-      overlay(root, "usr", lower + folder.path());
+      overlay(root, "usr", lower + folder.path(), {"bin", "lib", "local/sbin", "sbin"});
     } else {
       make_folder(root + path);
       if (path != root) bind(folder.path(), root + path);

@@ -85,6 +85,14 @@ TEST(PrivateRouter, EndsWhateverItsCommandLeaves) {
               testing::Not(HasSubstr("sleep 1000")));
 }
 
+TEST(PrivateRouter, IsRefusedWithoutTheRightToIt) {
+  const auto [output, status] =
+      run("setpriv --bounding-set=-sys_admin --inh-caps=-sys_admin " +
+          support::built_program("tests/support/private-router") + " -- true");
+  EXPECT_EQ(status, 77);
+  EXPECT_THAT(output, HasSubstr("refused here: unshare"));
+}
+
 TEST(PrivateRouter, ReportsACommandThatIsNotThere) {
   const auto [output, status] = run_in_router("/no/such/command");
   EXPECT_EQ(status, 125);
