@@ -23,23 +23,33 @@
  * nothing is printed. A NULL handle gives -1 (or "", or nothing) everywhere.
  *
  * The protocol: local datagrams between "/var/run/configd/daemon.sock" and a socket of the client's
- * in the same directory, "client.PID.HANDLE", one datagram a request and one a reply. The reply's
- * sender is not checked, and a reply that comes after its wait has ended is taken for the reply to
- * the next request. The client's socket file exists exactly while the connection is open.
+ * in the same directory, "client.PID.HANDLE", one datagram a request and one a reply. The client's
+ * socket file exists exactly while the connection is open. It has mode 0777 and the sender of a reply
+ * is not checked: who can reach the directory can answer.
+ *
+ * Late replies. A reply is taken for the answer to whatever was asked last. One that comes after its
+ * wait has ended answers the next query, the reply to that one the query after it, and so on: the
+ * values are those of other keys, and nothing fails. A new socket does not help against a reply that is
+ * still on its way, for it has the old one's path. What helps is __configd_open() once the late reply
+ * has come: it drops all that is queued. A program that sees a query time out should wait, call it, and
+ * only then ask again. configd_set() and configd_done() notice by themselves and fail once.
  *
  * Time. Every reply is waited for up to ten seconds of real time; a signal handler that runs
  * meanwhile does not shorten the wait. Sending waits too, without a limit, while the queue of a
  * hung daemon is full.
  *
- * Threads, signals and children. A handle belongs to one thread at a time; nothing is locked.
- * Several handles in one process do not disturb each other. While a reply is waited for, SIGPIPE is
- * ignored in the whole process, and afterwards it has its default action, whatever it had before: a
- * program that ignores SIGPIPE must do so again after each exchange. A handle is not for a forked
- * child: the child shares the socket, and the parent's replies would reach either. The socket is
- * closed on exec.
+ * Threads and signals. A handle belongs to one thread at a time; nothing is locked. Several handles in
+ * one process do not disturb each other. While a reply is waited for, SIGPIPE is ignored in the whole
+ * process, and afterwards it has its default action, whatever it had before: a program that ignores
+ * SIGPIPE must do so again after each exchange.
+ *
+ * Children. A handle is not for a forked child: both would receive each other's replies, and closing
+ * or re-opening it in the child, or a failed exchange there, removes the parent's socket file, so that
+ * the parent gets no replies any more. The socket is closed on exec.
  *
  * Texts. Keys and values are sent as they are, and the daemon reads lines: keeping "=" out of keys,
- * and newlines out of both, is the caller's business.
+ * and newlines out of both, is the caller's business. A newline in a value begins another assignment,
+ * so check what comes from outside.
  */
 #ifndef RKUTILS_CONFIGD_H
 #define RKUTILS_CONFIGD_H
@@ -129,7 +139,8 @@ RK_API int configd_prepare_get(configd_connection* connection, configd_query* en
 /*
  * Asks the daemon for the values of all `entries`, an array ended by an empty key, one after the
  * other; or, when `entries` is NULL, for those of all queued queries in the order they were added.
- * Nothing to ask for is a success.
+ * Nothing to ask for is a success. With NULL, the texts that configd_fetch() has returned change; a
+ * first configd_fetch() asks for all of them again.
  *
  * Returns 0; or -1 for a NULL handle or at the first failure, logged as by configd_prepare_get(),
  * after the connection was reset. Values fetched before the failure stay in their entries. Waits up
@@ -146,10 +157,13 @@ RK_API int configd_get(configd_connection* connection, configd_query* entries);
  * Returns
  *    0  the daemon echoed the batch
  *   -1  a NULL argument, or no entry; nothing is sent or logged
- *   -2  LOG_ERR "unable to send query to configd": no daemon, or a batch too long, of which nothing
- * is sent -3  LOG_ERR "no response from configd (%d != %d)": received and sent byte counts differ
- * (-1: not in time) -4  LOG_ERR "invalid response from configd": another text came back and after
- * -2, -3 and -4 the connection has been reset. Texts are compared up to their first NUL.
+ *   -2  LOG_ERR "unable to send query to configd"
+ *       (no daemon; or a batch that is too long, of which nothing is sent)
+ *   -3  LOG_ERR "no response from configd (%d != %d)" with the byte counts received and sent
+ *       (they differ; -1 was received when nothing came in time)
+ *   -4  LOG_ERR "invalid response from configd"
+ *       (another text of the same length; texts are compared up to their first NUL)
+ * and after -2, -3 and -4 the connection has been reset.
  */
 RK_API int configd_set(configd_connection* connection, const configd_query* entries);
 
@@ -188,9 +202,11 @@ RK_API int configd_add_query(configd_connection* connection, const char* format,
  * tries again.
  *
  * Returns the value, never NULL: a text of the handle's that stays valid until configd_clear() or
- * configd_close(). The empty text, a shared constant, when an argument is NULL; when the batch
- * fails, logged as LOG_ERR "configd_get failed" after the failure's own message; and for a key that
- * is not queued, logged as LOG_DEBUG "key '%s' not found".
+ * configd_close(), and changes only with configd_get() of NULL. Otherwise the empty text, a shared
+ * constant:
+ *   - an argument is NULL
+ *   - the batch fails: LOG_ERR "configd_get failed" after the failure's own message
+ *   - the key is not queued, or the C library refuses its format: LOG_DEBUG "key '%s' not found"
  */
 RK_API const char* configd_fetch(configd_connection* connection, const char* format, ...)
     RK_PRINTF(2, 3);

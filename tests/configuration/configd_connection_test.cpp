@@ -1,13 +1,17 @@
 // Opening and closing a connection, and the raw sending and receiving on it.
 
+#include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -15,11 +19,13 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/stopwatch.h"
 
 namespace {
 
@@ -69,19 +75,6 @@ TEST_F(ConfigdOpen, LetsEveryoneWriteToTheClientSocketWhateverTheUmask) {
   ASSERT_EQ(::stat(client_file().c_str(), &status), 0);
   EXPECT_TRUE(S_ISSOCK(status.st_mode));
   EXPECT_EQ(status.st_mode & 07777U, 0777U);
-}
-
-TEST_F(ConfigdOpen, BindsWithThePathAloneAsAddress) {
-  const auto before = open_descriptors();
-  const Connection connection = connect();
-  sockaddr_un address = {};
-  socklen_t length = sizeof address;
-  ASSERT_EQ(::getsockname(new_descriptor(before),
-                          static_cast<sockaddr*>(static_cast<void*>(&address)), &length),
-            0);
-  // The kernel adds a NUL of its own to the length of the name bound.
-  EXPECT_EQ(length, 2 + expected_client_path(connection.get()).size() + 1);
-  EXPECT_EQ(address.sun_path, expected_client_path(connection.get()));
 }
 
 TEST_F(ConfigdOpen, OpensOneDatagramSocketThatIsClosedOnExec) {
@@ -219,9 +212,10 @@ TEST_F(ConfigdReopen, WithoutADescriptorFailsAndCanBeTriedAgain) {
   expect_exchange_succeeds(connection.get());
 }
 
-TEST_F(ConfigdReopen, KeepsTheQueries) {
+TEST_F(ConfigdReopen, KeepsTheQueriesAndTakesThemWhileClosed) {
   const Connection connection = connect();
   daemon_->set_value("lan.address", "192.0.2.1");
+  __configd_close(connection.get());
   ASSERT_EQ(configd_add_query(connection.get(), "lan.address"), 0);
   EXPECT_EQ(__configd_open(connection.get()), 0);
   EXPECT_STREQ(configd_fetch(connection.get(), "lan.address"), "192.0.2.1");
@@ -248,6 +242,39 @@ TEST_F(ConfigdShut, OfAClosedConnectionDoesNothing) {
   const auto descriptors = open_descriptors();
   __configd_close(connection.get());
   EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST_F(ConfigdShut, ForgetsItsPathsSoThatASecondTimeRemovesNothing) {
+  const Connection connection = connect();
+  const std::string path = client_file();
+  __configd_close(connection.get());
+  std::ofstream(path) << "another's";
+  __configd_close(connection.get());
+  EXPECT_TRUE(std::filesystem::remove(path));
+}
+
+TEST_F(ConfigdShut, ForgetsItsPathsAfterAFailedBindToo) {
+  const Connection connection = connect();
+  const std::string path = client_file();
+  __configd_close(connection.get());
+  std::filesystem::create_directory(path);
+  EXPECT_EQ(__configd_open(connection.get()), -1);
+  EXPECT_THAT(log_.take(), ElementsAre(err("cannot bind to configd")));
+  std::filesystem::remove(path);
+  std::ofstream(path) << "another's";
+  __configd_close(connection.get());
+  EXPECT_TRUE(std::filesystem::remove(path));
+}
+
+TEST_F(ConfigdShut, InAForkedChildTakesTheParentsSocketFile) {
+  const Connection connection = connect();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    __configd_close(connection.get());
+    ::_exit(0);
+  }
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_THAT(client_files(), IsEmpty());
 }
 
 TEST_F(ConfigdShut, LeavesADescriptorOfOneOpen) {
@@ -328,6 +355,28 @@ TEST_F(ConfigdSend, LeavesSigpipeAlone) {
   EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_IGN);
 }
 
+// The kernel queues a few datagrams for a daemon that does not fetch them; then sending waits.
+TEST_F(ConfigdSend, WaitsForAHungDaemonThroughSignals) {
+  const Connection connection = connect();
+  daemon_->command("fault 40 silence");  // or it would wait for us to fetch its replies
+  ::kill(daemon_->process(), SIGSTOP);
+  std::thread waker([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    ::kill(daemon_->process(), SIGCONT);
+  });
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &action, nullptr);
+  const itimerval every_50_ms = {{0, 50000}, {0, 50000}};
+  ::setitimer(ITIMER_REAL, &every_50_ms, nullptr);
+  const support::Stopwatch watch;
+  for (int i = 0; i < 40; ++i) EXPECT_EQ(configd_send(connection.get(), "?a\n", 4), 4);
+  EXPECT_GE(watch.elapsed(), std::chrono::milliseconds(500));
+  const itimerval off = {};
+  ::setitimer(ITIMER_REAL, &off, nullptr);
+  waker.join();
+}
+
 class ConfigdRecv : public ConfigdTest {
  protected:
   // Makes the daemon answer with `reply`.
@@ -391,6 +440,31 @@ TEST_F(ConfigdRecv, SetsSigpipeToItsDefaultWhateverItWas) {
     EXPECT_EQ(configd_recv(connection.get(), buffer, sizeof buffer), 3);
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);
   }
+}
+
+TEST_F(ConfigdRecv, DoesNotAskWhoSentTheDatagram) {
+  const Connection connection = connect();
+  const rkutils::internal::UniqueFd stranger(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address;
+  ASSERT_TRUE(rkutils::internal::make_unix_address(client_file().c_str(), address));
+  ASSERT_EQ(::sendto(stranger.get(), "abc", 3, 0, rkutils::internal::as_sockaddr(address),
+                     sizeof address),
+            3);
+  char buffer[8];
+  EXPECT_EQ(configd_recv(connection.get(), buffer, sizeof buffer), 3);
+  EXPECT_STREQ(buffer, "abc");
+}
+
+// A daemon may have closed its standard input.
+TEST_F(ConfigdRecv, WorksOnDescriptorZero) {
+  const rkutils::internal::UniqueFd standard_input(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  ::close(STDIN_FILENO);
+  const auto before = open_descriptors();
+  Connection connection = connect();
+  EXPECT_EQ(new_descriptor(before), 0);
+  expect_exchange_succeeds(connection.get());
+  connection.reset();
+  ::dup2(standard_input.get(), STDIN_FILENO);
 }
 
 TEST_F(ConfigdRecv, WorksOnADescriptorBeyond1024) {

@@ -5,6 +5,7 @@
 
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/small_stack.h"
 
 namespace {
 
@@ -64,6 +65,17 @@ TEST_F(ConfigdAddQuery, TellsKeysApartByCase) {
   EXPECT_EQ(configd_add_query(connection.get(), "KEY"), 0);
   EXPECT_EQ(configd_get(connection.get(), nullptr), 0);
   EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("key"), query_of("KEY")));
+}
+
+// "costarring" and "liquid" have the same 32-bit FNV-1a hash.
+TEST_F(ConfigdAddQuery, TellsKeysOfTheSameHashApart) {
+  const Connection connection = connect();
+  daemon_->set_value("costarring", "1");
+  daemon_->set_value("liquid", "2");
+  EXPECT_EQ(configd_add_query(connection.get(), "costarring"), 0);
+  EXPECT_EQ(configd_add_query(connection.get(), "liquid"), 0);
+  EXPECT_STREQ(configd_fetch(connection.get(), "costarring"), "1");
+  EXPECT_STREQ(configd_fetch(connection.get(), "liquid"), "2");
 }
 
 TEST_F(ConfigdAddQuery, CutsAKeyTo254Characters) {
@@ -170,10 +182,12 @@ TEST_F(ConfigdFetch, OfAKeyThatIsNotQueuedFetchesTheBatchAndSaysSo) {
   EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a")));
 }
 
-TEST_F(ConfigdFetch, OfAnEmptyBatchAsksForNothing) {
+TEST_F(ConfigdFetch, OfAnEmptyBatchAsksForNothingAndCountsAsFetched) {
   const Connection connection = connect();
   EXPECT_STREQ(configd_fetch(connection.get(), "a"), "");
   EXPECT_THAT(log_.take(), ElementsAre(debug("key 'a' not found")));
+  ASSERT_EQ(configd_add_query(connection.get(), "a"), 0);
+  EXPECT_STREQ(configd_fetch(connection.get(), "a"), "");
   EXPECT_THAT(daemon_->requests(), IsEmpty());
 }
 
@@ -230,6 +244,30 @@ TEST_F(ConfigdFetch, WithoutADaemonFailsAndTriesAgain) {
               ElementsAre(err("unable to send query to configd"), err("configd_get failed")));
   daemon_->command("back");
   EXPECT_STREQ(configd_fetch(connection.get(), "a"), "1");
+}
+
+TEST_F(ConfigdFetch, LogsTheFailureBeforeItMakesANewSocketAndTheBatchAfterwards) {
+  const Connection connection = connect();
+  ASSERT_EQ(configd_add_query(connection.get(), "a"), 0);
+  daemon_->command("fault 1 reply \"x\"");
+  {
+    const support::NoMoreDescriptors none;
+    EXPECT_STREQ(configd_fetch(connection.get(), "a"), "");
+  }
+  EXPECT_THAT(log_.take(),
+              ElementsAre(err("no response from configd (len 1)"),
+                          err("cannot open socket to configd"), err("configd_get failed")));
+}
+
+TEST_F(ConfigdFetch, WorksOnASmallStackFromOpeningToClosing) {
+  daemon_->set_value("a", "1");
+  std::string value;
+  support::run_on_small_stack([&] {
+    const Connection connection = connect();
+    configd_add_query(connection.get(), "%s", "a");
+    value = configd_fetch(connection.get(), "%s", "a");
+  });
+  EXPECT_EQ(value, "1");
 }
 
 TEST_F(ConfigdFetch, AllocatesNothing) {

@@ -1,6 +1,9 @@
 // Asking for single values and arrays of them.
 
 #include <cstring>
+#include <filesystem>
+
+#include <syslog.h>
 
 #include "configd_fixture.h"
 #include "support/small_stack.h"
@@ -239,7 +242,99 @@ TEST_F(ConfigdGet, SurvivesTheDaemonsRestartWithTheSameHandle) {
   expect_exchange_succeeds(connection.get());
 }
 
-TEST_F(ConfigdGet, RecoversFromAResetThatCouldNotBindItsSocket) {
+TEST_F(ConfigdGet, KeepsTheSocketWhenItSucceeds) {
+  const Connection connection = connect();
+  const ino_t socket_before = client_socket_id();
+  expect_exchange_succeeds(connection.get());
+  EXPECT_EQ(client_socket_id(), socket_before);
+}
+
+TEST_F(ConfigdGet, OfNullStopsAtTheFirstFailure) {
+  const Connection connection = connect();
+  ASSERT_EQ(configd_add_query(connection.get(), "a"), 0);
+  ASSERT_EQ(configd_add_query(connection.get(), "b"), 0);
+  daemon_->command("fault 1 reply \"x\"");
+  EXPECT_EQ(configd_get(connection.get(), nullptr), -1);
+  EXPECT_THAT(log_.take(), ElementsAre(err("no response from configd (len 1)")));
+  EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a")));
+  EXPECT_EQ(configd_get(connection.get(), nullptr), 0);
+  EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a"), query_of("a"), query_of("b")));
+}
+
+TEST_F(ConfigdGet, OfNullDoesNotCountAsTheFetchOfTheBatch) {
+  const Connection connection = connect();
+  ASSERT_EQ(configd_add_query(connection.get(), "a"), 0);
+  EXPECT_EQ(configd_get(connection.get(), nullptr), 0);
+  configd_fetch(connection.get(), "a");
+  EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a"), query_of("a")));
+}
+
+// Callers know it as it is: the answers stay one behind until the connection is opened anew.
+TEST_F(ConfigdGet, TakesALateReplyForTheAnswerToTheNextQuery) {
+  const Connection connection = connect();
+  daemon_->set_value("a", "1");
+  daemon_->set_value("b", "2");
+  const std::string late = query_of("a");
+  const int length = static_cast<int>(late.size());
+  ASSERT_EQ(configd_send(connection.get(), late.data(), length), length);
+  auto array = entries({{"b", ""}, {"c", ""}});
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_STREQ(array[0].value, "1");
+  EXPECT_STREQ(array[1].value, "2");
+  daemon_->command("fault 0 silence");  // obeyed after the last reply is sent
+  EXPECT_EQ(__configd_open(connection.get()), 0);
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_STREQ(array[0].value, "2");
+}
+
+TEST_F(ConfigdGet, AsksForKeysAsTheyAre) {
+  const Connection connection = connect();
+  auto array = entries({{"a=b", ""}, {"a\nb", ""}, {"%s", ""}});
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a=b"), query_of("a\nb"), query_of("%s")));
+}
+
+TEST_F(ConfigdGet, RecoversFromAResetThatCouldNotBind) {
+  const Connection connection = connect();
+  auto array = entries({{"one", ""}});
+  daemon_->kill();
+  std::filesystem::remove_all("/var/run/configd");
+  EXPECT_EQ(configd_get(connection.get(), array.data()), -1);
+  EXPECT_THAT(log_.take(),
+              ElementsAre(err("unable to send query to configd"), err("cannot bind to configd")));
+  std::filesystem::create_directory("/var/run/configd");
+  daemon_->start();
+  EXPECT_EQ(configd_get(connection.get(), array.data()), -1);
+  EXPECT_THAT(log_.take(), ElementsAre(err("unable to send query to configd")));
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+}
+
+TEST_F(ConfigdGet, PrintsNothing) {
+  const Connection connection = connect();
+  auto array = entries({{"one", ""}});
+  daemon_->command("fault 1 reply \"x\"");
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(configd_get(connection.get(), array.data()), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_THAT(log_.take(), ElementsAre(err("no response from configd (len 1)")));
+}
+
+TEST_F(ConfigdGet, LogsUnderTheProgramsOwnNameAndFacility) {
+  const Connection connection = connect();
+  ::openlog("some-daemon", LOG_NDELAY, LOG_LOCAL3);
+  auto array = entries({{"one", ""}});
+  daemon_->command("fault 1 reply \"x\"");
+  EXPECT_EQ(configd_get(connection.get(), array.data()), -1);
+  const auto messages = log_.take();
+  ::openlog(nullptr, LOG_NDELAY, LOG_USER);
+  ASSERT_THAT(messages, testing::SizeIs(1));
+  EXPECT_EQ(messages[0].facility, LOG_LOCAL3);
+  EXPECT_EQ(messages[0].program, "some-daemon");
+}
+
+TEST_F(ConfigdGet, RecoversFromAResetWithoutADescriptor) {
   const Connection connection = connect();
   auto array = entries({{"one", ""}});
   daemon_->kill();

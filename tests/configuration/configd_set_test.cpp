@@ -30,6 +30,34 @@ TEST_F(ConfigdSet, ChangesWhatTheDaemonHolds) {
             (std::map<std::string, std::string>{{"lan.address", "192.0.2.1"}, {"empty", ""}}));
 }
 
+TEST_F(ConfigdSet, SendsNewlinesAndEqualsSignsAsTheyAre) {
+  const Connection connection = connect();
+  const auto array = entries({{"a", "1\nb=2"}, {"c=d", "=\n"}});
+  // An echo, since the stand-in would not take the empty line for an assignment.
+  daemon_->command(R"(fault 1 reply "a=1\nb=2\nc=d==\n\n\0")");
+  EXPECT_EQ(configd_set(connection.get(), array.data()), 0);
+  EXPECT_THAT(daemon_->requests(), ElementsAre(bytes("a=1\nb=2\nc=d==\n\n\0")));
+}
+
+TEST_F(ConfigdSet, KeepsTheSocketWhenItSucceeds) {
+  const Connection connection = connect();
+  const ino_t socket_before = client_socket_id();
+  EXPECT_EQ(configd_set(connection.get(), entries({{"a", "1"}}).data()), 0);
+  EXPECT_EQ(client_socket_id(), socket_before);
+}
+
+TEST_F(ConfigdSet, LogsBeforeItMakesANewSocket) {
+  const Connection connection = connect();
+  const auto array = entries({{"a", "1"}});
+  daemon_->command("fault 1 lengthen 1");
+  {
+    const support::NoMoreDescriptors none;
+    EXPECT_EQ(configd_set(connection.get(), array.data()), -3);
+  }
+  EXPECT_THAT(log_.take(), ElementsAre(err("no response from configd (6 != 5)"),
+                                       err("cannot open socket to configd")));
+}
+
 TEST_F(ConfigdSet, EndsTheArrayAtTheEmptyKey) {
   const Connection connection = connect();
   const auto array = entries({{"a", "1"}, {"", "2"}, {"c", "3"}});
@@ -194,6 +222,26 @@ TEST_F(ConfigdDone, AnsweredBusyIs1AndKeepsTheSocket) {
   EXPECT_EQ(configd_done(connection.get()), 1);
   EXPECT_EQ(configd_done(connection.get()), 0);
   EXPECT_EQ(client_socket_id(), socket_before);
+}
+
+TEST_F(ConfigdDone, LogsBeforeItMakesANewSocket) {
+  const Connection connection = connect();
+  daemon_->command("fault 1 reply \"No\"");
+  {
+    const support::NoMoreDescriptors none;
+    EXPECT_EQ(configd_done(connection.get()), -4);
+  }
+  EXPECT_THAT(log_.take(), ElementsAre(err("invalid response <No> from configd"),
+                                       err("cannot open socket to configd")));
+}
+
+TEST_F(ConfigdDone, WorksOnASmallStack) {
+  const Connection connection = connect();
+  daemon_->command("fault 1 reply \"" + std::string(20000, 'r') + "\"");
+  int result = 0;
+  support::run_on_small_stack([&] { result = configd_done(connection.get()); });
+  EXPECT_EQ(result, -4);
+  EXPECT_THAT(log_.take(), testing::SizeIs(1));
 }
 
 TEST_F(ConfigdDone, OfANullHandleIsMinus1) { EXPECT_EQ(configd_done(nullptr), -1); }

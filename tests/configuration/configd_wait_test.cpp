@@ -18,7 +18,7 @@ using testing::ElementsAre;
 
 constexpr std::chrono::milliseconds kWait = 10s;
 // What a busy machine may add.
-constexpr std::chrono::milliseconds kSlack = 4s;
+constexpr std::chrono::milliseconds kSlack = 1500ms;
 
 void expect_full_wait(const Stopwatch& watch) {
   EXPECT_GE(watch.elapsed(), kWait);
@@ -146,6 +146,8 @@ TEST_F(ConfigdWait, OfAnAssignmentInVainIsMinus3AndMakesANewSocket) {
 TEST_F(ConfigdWait, OfTheEndOfChangesInVainIsMinus4WithAnEmptyText) {
   const Connection connection = connect();
   const ino_t socket_before = client_socket_id();
+  // An earlier answer must not be taken for one to this.
+  EXPECT_EQ(configd_done(connection.get()), 0);
   daemon_->command("fault 1 silence");
   const Stopwatch watch;
   EXPECT_EQ(configd_done(connection.get()), -4);

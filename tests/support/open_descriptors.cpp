@@ -36,7 +36,8 @@ std::map<int, std::string> open_descriptors() {
   return descriptors;
 }
 
-NoMoreDescriptors::NoMoreDescriptors() : previous_(set_descriptor_limit(0)) {}
+// With a limit of 0, poll() of a single descriptor would fail too.
+NoMoreDescriptors::NoMoreDescriptors() : previous_(set_descriptor_limit(1)) {}
 
 NoMoreDescriptors::~NoMoreDescriptors() { set_descriptor_limit(previous_); }
 

@@ -45,11 +45,16 @@ LogLine parse_log_line(std::string_view message) {
   LogLine line = {-1, std::string(message)};
   const std::size_t bracket = message.find('>');
   if (message.empty() || message.front() != '<' || bracket == std::string_view::npos) return line;
-  line.level = LOG_PRI(std::atoi(line.text.c_str() + 1));
+  const int priority = std::atoi(line.text.c_str() + 1);
+  line.level = LOG_PRI(priority);
+  line.facility = priority & LOG_FACMASK;
   message.remove_prefix(bracket + 1);
   message.remove_prefix(std::min(kTimeStampLength, message.size()));
   const std::size_t colon = message.find(": ");
-  if (colon != std::string_view::npos) message.remove_prefix(colon + 2);
+  if (colon != std::string_view::npos) {
+    line.program = std::string(message.substr(0, std::min(message.find('['), colon)));
+    message.remove_prefix(colon + 2);
+  }
   line.text = std::string(message);
   return line;
 }

@@ -13,11 +13,12 @@
 
 namespace support {
 
-// One message as it came: its level (LOG_ERR and so on) and its text, without time stamp and
-// program name.
+// One message: its level (LOG_ERR and so on) and its text, which are compared; and who logged it.
 struct LogLine {
   int level;
   std::string text;
+  int facility = -1;
+  std::string program = {};
 
   friend bool operator==(const LogLine& a, const LogLine& b) {
     return a.level == b.level && a.text == b.text;

@@ -2,9 +2,8 @@
 //
 //   configd-stand-in --control FD [--values FILE] [--record FILE | --record-socket FD]
 //
-//   --control FD    a connected SOCK_SEQPACKET socket for commands; it sends "ready" once it
-//   serves,
-//                   and ends when the other end is closed
+//   --control FD    a connected SOCK_SEQPACKET socket for commands; it sends "ready" once
+//                   it serves, and ends when the other end is closed
 //   --values FILE   the configuration, lines "key=value"; every batch of assignments is saved to it
 //   --record FILE   gets a line for each datagram, "recv CLIENT "BYTES"" or "send CLIENT "BYTES"",
 //                   before the reply is sent

@@ -23,6 +23,12 @@ TEST(ParseLogLine, SplitsLevelAndText) {
   EXPECT_EQ(parse_log_line("<14>Nov 21 09:00:00 : no name"), (LogLine{LOG_INFO, "no name"}));
 }
 
+TEST(ParseLogLine, TellsWhoLogged) {
+  const LogLine line = parse_log_line("<155>Nov  1 09:00:00 program[12]: text");
+  EXPECT_EQ(line.facility, LOG_LOCAL3);
+  EXPECT_EQ(line.program, "program");
+}
+
 TEST(ParseLogLine, MarksWhatIsNoMessage) {
   EXPECT_EQ(parse_log_line("plain"), (LogLine{-1, "plain"}));
   EXPECT_EQ(parse_log_line(""), (LogLine{-1, ""}));
