@@ -9,5 +9,6 @@
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
+#include <rkutils/text.h>
 
 #endif

@@ -1,0 +1,53 @@
+// First stage of the formatting engine: a conversion's text becomes a record.
+#ifndef RKUTILS_FOUNDATIONS_FORMAT_PARSER_H
+#define RKUTILS_FOUNDATIONS_FORMAT_PARSER_H
+
+#include <cstdarg>
+
+namespace rkutils::format {
+
+// The values of a format, taken one after the other.
+class Arguments {
+ public:
+  explicit Arguments(va_list values) noexcept { va_copy(values_, values); }
+  ~Arguments() { va_end(values_); }
+  Arguments(const Arguments&) = delete;
+  Arguments& operator=(const Arguments&) = delete;
+
+  template <typename Type>
+  Type next() noexcept {
+    return va_arg(values_, Type);
+  }
+
+ private:
+  va_list values_;
+};
+
+enum class Length : unsigned char { kChar, kShort, kInt, kLong, kLongLong };
+
+// "%-+ #0", width, precision, length and kind of one conversion.
+struct Conversion {
+  static constexpr int kNoPrecision = -1;
+
+  bool left = false;
+  bool plus = false;
+  bool space = false;
+  bool alternate = false;
+  bool zero = false;
+  bool too_wide = false;  // its width or precision is above INT_MAX
+  Length length = Length::kInt;
+  char kind = '\0';  // the conversion's character; NUL where the format ends before it
+  int width = 0;
+  int precision = kNoPrecision;
+};
+
+// Reads the conversion that begins at `format`, after its percent sign, and the values of its "*".
+// Returns where the format goes on.
+const char* parse(const char* format, Arguments& arguments, Conversion& conversion) noexcept;
+
+// Whether a conversion in the rest of a format stores a count.
+bool stores_count(const char* format) noexcept;
+
+}  // namespace rkutils::format
+
+#endif

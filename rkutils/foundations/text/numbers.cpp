@@ -1,0 +1,285 @@
+// Numbers as text with a radix suffix, and hexadecimal dumps.
+
+#include <rkutils/text.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+// Room for 32 binary digits, the suffix and a NUL.
+constexpr std::size_t kLongestNumber = 34;
+// valueOf32() looks at no more of a text.
+constexpr std::size_t kSignificant = 33;
+
+constexpr char kDigits[] = "0123456789ABCDEF";
+
+// "00" to "99", so that two decimal digits cost one division.
+constexpr char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Writes the digits of `value` so that the last one lies before `end`, and returns the first.
+char* write_decimal(char* end, std::uint32_t value) {
+  constexpr std::uint32_t kPairRadix = 100;
+  while (value >= kPairRadix) {
+    end -= 2;
+    std::memcpy(end, kPairs + value % kPairRadix * 2, 2);
+    value /= kPairRadix;
+  }
+  if (value >= 10) {
+    end -= 2;
+    std::memcpy(end, kPairs + value * 2, 2);
+    return end;
+  }
+  *--end = static_cast<char>('0' + value);
+  return end;
+}
+
+char* write_power_of_two(char* end, std::uint32_t value, unsigned bits) {
+  const std::uint32_t mask = (1U << bits) - 1;
+  do {
+    *--end = kDigits[value & mask];
+    value >>= bits;
+  } while (value != 0);
+  return end;
+}
+
+// A number's text, made from its end.
+class NumberText {
+ public:
+  // Decimal, with a sign.
+  NumberText(bool negative, std::uint32_t magnitude) {
+    begin_ = write_decimal(end(), magnitude);
+    if (negative) *--begin_ = '-';
+  }
+  // In digits of 1, 3 or 4 bits, with the suffix.
+  NumberText(std::uint32_t value, unsigned bits, char suffix) {
+    end()[-1] = suffix;
+    begin_ = write_power_of_two(end() - 1, value, bits);
+  }
+
+  char* copy_to(char* buffer) const {
+    const auto length = static_cast<std::size_t>(text_ + sizeof text_ - 1 - begin_);
+    std::memcpy(buffer, begin_, length);
+    buffer[length] = '\0';
+    return buffer;
+  }
+
+  [[nodiscard]] bool equals(const char* text) const {
+    const auto length = static_cast<std::size_t>(text_ + sizeof text_ - 1 - begin_);
+    return std::strncmp(begin_, text, length) == 0 && text[length] == '\0';
+  }
+
+ private:
+  char* end() { return text_ + sizeof text_ - 1; }
+
+  char text_[kLongestNumber];
+  char* begin_;
+};
+
+// `value` in base 2, 8 or 16; NULL for any other.
+char* write_in_base(std::uint32_t value, char* buffer, int base) {
+  switch (base) {
+    case 2:
+      return NumberText(value, 1, 'b').copy_to(buffer);
+    case 8:
+      return NumberText(value, 3, 'o').copy_to(buffer);
+    case 16:
+      return NumberText(value, 4, 'h').copy_to(buffer);
+    default:
+      return nullptr;
+  }
+}
+
+std::uint32_t magnitude_of(std::int32_t value) {
+  // Negated as unsigned: the smallest value has no positive counterpart.
+  return value < 0 ? 0 - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
+}
+
+std::uint32_t digit_value(char character, std::uint32_t base) {
+  if (base == 16 && character >= 'a' && character <= 'f') {
+    return static_cast<std::uint32_t>(character - 'a' + 10);
+  }
+  if (base == 16 && character >= 'A' && character <= 'F') {
+    return static_cast<std::uint32_t>(character - 'A' + 10);
+  }
+  return static_cast<std::uint32_t>(static_cast<unsigned char>(character)) - '0';
+}
+
+// The characters from `begin` to `end` as a number, suffix included.
+std::uint32_t read_number(const char* begin, const char* end) {
+  std::uint32_t base = 10;
+  if (begin < end && end[-1] >= 'a' && end[-1] <= 'z') {
+    --end;
+    if (*end == 'b') base = 2;
+    if (*end == 'o') base = 8;
+    if (*end == 'h' || *end == 'x') base = 16;
+  }
+  std::uint32_t value = 0;
+  std::uint32_t weight = 1;
+  while (end > begin) {
+    value += digit_value(*--end, base) * weight;
+    weight *= base;
+  }
+  return value;
+}
+
+void report(int* ok, bool valid) {
+  if (ok != nullptr) *ok = valid ? 0 : -1;
+}
+
+// The four validRangeValueOf… functions.
+template <typename Value>
+void check_range(int* ok, const char* s, Value min, Value max, Value (*read)(int*, const char*)) {
+  if (ok == nullptr) return;
+  const Value value = read(ok, s);
+  if (value < min || value > max) *ok = -1;
+}
+
+}  // namespace
+
+char* i32toa(int32_t value, char* buf, int base) {
+  if (buf == nullptr) return nullptr;
+  if (base == 10) return NumberText(value < 0, magnitude_of(value)).copy_to(buf);
+  if (value < 0 && base != 2) return nullptr;
+  return write_in_base(static_cast<std::uint32_t>(value), buf, base);
+}
+
+char* u_i32toa(uint32_t value, char* buf, int base) {
+  if (buf == nullptr) return nullptr;
+  if (base == 10) return NumberText(false, value).copy_to(buf);
+  return write_in_base(value, buf, base);
+}
+
+char* i16toa(int16_t value, char* buf, int base) {
+  if (base == 10) return i32toa(value, buf, base);
+  return u_i32toa(static_cast<std::uint16_t>(value), buf, base);
+}
+
+char* u_i16toa(uint16_t value, char* buf, int base) { return u_i32toa(value, buf, base); }
+
+int32_t valueOf32(const char* s) {
+  if (s == nullptr) return 0;
+  const char* const end = s + ::strnlen(s, kSignificant);
+  const bool negative = *s == '-';
+  const std::uint32_t value = read_number(negative ? s + 1 : s, end);
+  return static_cast<std::int32_t>(negative ? 0 - value : value);
+}
+
+uint32_t u_valueOf32(const char* s) {
+  return s == nullptr ? 0 : read_number(s, s + ::strnlen(s, kSignificant));
+}
+
+int16_t valueOf16(const char* s) { return static_cast<std::int16_t>(valueOf32(s)); }
+
+uint16_t u_valueOf16(const char* s) { return static_cast<std::uint16_t>(u_valueOf32(s)); }
+
+int32_t validValueOf32(int* ok, const char* s) {
+  const std::int32_t value = valueOf32(s);
+  report(ok, s != nullptr && NumberText(value < 0, magnitude_of(value)).equals(s));
+  return value;
+}
+
+uint32_t u_validValueOf32(int* ok, const char* s) {
+  const std::uint32_t value = u_valueOf32(s);
+  report(ok, s != nullptr && NumberText(false, value).equals(s));
+  return value;
+}
+
+int16_t validValueOf16(int* ok, const char* s) {
+  const std::int16_t value = valueOf16(s);
+  report(ok, s != nullptr && NumberText(value < 0, magnitude_of(value)).equals(s));
+  return value;
+}
+
+uint16_t u_validValueOf16(int* ok, const char* s) {
+  const std::uint16_t value = u_valueOf16(s);
+  report(ok, s != nullptr && NumberText(false, value).equals(s));
+  return value;
+}
+
+void validRangeValueOf32(int* ok, const char* s, int32_t min, int32_t max) {
+  check_range(ok, s, min, max, validValueOf32);
+}
+
+void u_validRangeValueOf32(int* ok, const char* s, uint32_t min, uint32_t max) {
+  check_range(ok, s, min, max, u_validValueOf32);
+}
+
+void validRangeValueOf16(int* ok, const char* s, int16_t min, int16_t max) {
+  check_range(ok, s, min, max, validValueOf16);
+}
+
+void u_validRangeValueOf16(int* ok, const char* s, uint16_t min, uint16_t max) {
+  check_range(ok, s, min, max, u_validValueOf16);
+}
+
+uint32_t nextHigherPowerOf2(uint32_t x) {
+  constexpr std::uint32_t kLargest = 1U << 31U;
+  if (x <= 1) return 1;
+  if (x > kLargest) return 0;
+  return kLargest >> (static_cast<unsigned>(__builtin_clz(x - 1)) - 1);
+}
+
+#define HEX_PAIR(high, low) \
+  { high, low, '\0' }
+#define HEX_ROW(high)                                                                     \
+  HEX_PAIR(high, '0'), HEX_PAIR(high, '1'), HEX_PAIR(high, '2'), HEX_PAIR(high, '3'),     \
+      HEX_PAIR(high, '4'), HEX_PAIR(high, '5'), HEX_PAIR(high, '6'), HEX_PAIR(high, '7'), \
+      HEX_PAIR(high, '8'), HEX_PAIR(high, '9'), HEX_PAIR(high, 'a'), HEX_PAIR(high, 'b'), \
+      HEX_PAIR(high, 'c'), HEX_PAIR(high, 'd'), HEX_PAIR(high, 'e'), HEX_PAIR(high, 'f')
+
+// An array cannot be the result of a function, so that no function could fill this one.
+const char binToHexLut[256][3] = {HEX_ROW('0'), HEX_ROW('1'), HEX_ROW('2'), HEX_ROW('3'),
+                                  HEX_ROW('4'), HEX_ROW('5'), HEX_ROW('6'), HEX_ROW('7'),
+                                  HEX_ROW('8'), HEX_ROW('9'), HEX_ROW('a'), HEX_ROW('b'),
+                                  HEX_ROW('c'), HEX_ROW('d'), HEX_ROW('e'), HEX_ROW('f')};
+
+#undef HEX_ROW
+#undef HEX_PAIR
+
+void convBinToHex(uint32_t value, char* out) {
+  unsigned char bytes[sizeof value];
+  std::memcpy(bytes, &value, sizeof value);
+  *out++ = '0';
+  *out++ = 'x';
+  for (const unsigned char byte : bytes) {
+    std::memcpy(out, binToHexLut[byte], 2);
+    out += 2;
+  }
+  *out = '\0';
+}
+
+void dataChunk2String(const void* data, char* out, uint32_t byteCount, uint32_t bytesPerLine) {
+  constexpr std::size_t kWordText = 10;
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  for (std::uint64_t at = 0; at < byteCount; at += sizeof(std::uint32_t)) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes + at, sizeof word);
+    convBinToHex(word, out);
+    out += kWordText;
+    *out++ = ' ';
+    if (bytesPerLine != 0 && (at + sizeof word) % bytesPerLine == 0) *out++ = '\n';
+  }
+  *out++ = '\n';
+  *out = '\0';
+}
+
+uint32_t nbrOfChars_forDataChunk2String(uint32_t byteCount, uint32_t bytesPerLine) {
+  constexpr std::uint64_t kWordSize = sizeof(std::uint32_t);
+  constexpr std::uint64_t kWordText = 11;
+  const std::uint64_t words = (byteCount + kWordSize - 1) / kWordSize;
+  const std::uint64_t per_line = bytesPerLine == 0 ? words * kWordSize : bytesPerLine;
+  const std::uint64_t lines = per_line == 0 ? 1 : (byteCount + per_line - 1) / per_line;
+  const std::uint64_t regular = lines * (kWordText * (per_line / kWordSize) + 2) + 1;
+  // The text itself, with a line feed after every word at most.
+  const std::uint64_t line_feeds = bytesPerLine == 0 ? 0 : words * kWordSize / bytesPerLine;
+  const std::uint64_t needed = words * kWordText + std::min(line_feeds, words) + 2;
+  const std::uint64_t size = std::max(regular, needed);
+  return static_cast<std::uint32_t>(
+      std::min<std::uint64_t>(size, std::numeric_limits<std::uint32_t>::max()));
+}
