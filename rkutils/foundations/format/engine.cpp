@@ -25,14 +25,15 @@ bool print(const char* format, Arguments& arguments, Writer& writer) noexcept {
     if (writer.count() > INT_MAX) break;
     if (*format == '\0') return true;
     const char* const percent = ::strchrnul(format, '%');
-    writer.text(format, static_cast<std::size_t>(percent - format));
-    format = percent;
-    if (*percent == '%') {
-      Conversion conversion;
-      format = rkutils::format::parse(percent + 1, arguments, conversion);
-      if (conversion.too_wide) break;
-      rkutils::format::convert(conversion, arguments, writer);
+    if (percent > format) {
+      writer.text(format, static_cast<std::size_t>(percent - format));
+      format = percent;
+      continue;
     }
+    Conversion conversion;
+    format = rkutils::format::parse(percent + 1, arguments, conversion);
+    if (conversion.too_wide) break;
+    rkutils::format::convert(conversion, arguments, writer);
   }
   errno = EOVERFLOW;
   return false;

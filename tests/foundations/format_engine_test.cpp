@@ -1,0 +1,354 @@
+// The formatting engine, beside the C library's.
+//
+// The two differ on purpose in a few places, which the comparison leaves out and tests of their own pin:
+//   - a null string with a precision below six: glibc prints nothing, the engine cuts "(null)"
+//   - a null pointer: glibc prints "(nil)", the engine "0x0"
+//   - %p with a sign flag, for which C has no meaning: glibc prints a sign
+//   - %lc and %ls: the engine knows no wide characters and takes them for %c and %s
+
+#include <rkutils/text.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Without the attribute by which a compiler checks the format, and volatile so that none looks through
+// them: formats are made at run time here, and some are wrong on purpose.
+int (*volatile c_library)(char*, std::size_t, const char*, ...) = std::snprintf;
+int (*volatile measured)(const char*, ...) = strlenf;
+int (*volatile windowed)(char*, std::size_t, std::size_t, const char*, ...) = snxprintf;
+
+// The characters from `skip` on, with room for `size` of them and the NUL, as the engine makes them.
+template <typename... Values>
+std::string window(std::size_t skip, std::size_t size, const char* format, Values... values) {
+  std::string buffer(size + 2, '#');
+  const int stored = windowed(buffer.data(), skip, size, format, values...);
+  EXPECT_EQ(buffer.substr(size), "##") << "written beyond the buffer";
+  if (stored < 0) return "(refused)";
+  if (size > 0) {
+    EXPECT_EQ(buffer[static_cast<std::size_t>(stored)], '\0');
+  }
+  return buffer.substr(0, static_cast<std::size_t>(stored));
+}
+
+template <typename... Values>
+std::string engine(const char* format, Values... values) {
+  const int length = measured(format, values...);
+  const std::string text = window(0, 4096, format, values...);
+  EXPECT_EQ(text.size(), static_cast<std::size_t>(length)) << "measuring and writing disagree";
+  return text;
+}
+
+template <typename... Values>
+std::string reference(const char* format, Values... values) {
+  std::vector<char> buffer(4096);
+  const int length = c_library(buffer.data(), buffer.size(), format, values...);
+  return std::string(buffer.data(), static_cast<std::size_t>(length));
+}
+
+using Value = std::variant<int, long, long long, const char*, void*>;
+
+// A random format of the subset with the values it takes.
+struct Format {
+  std::string text;
+  std::vector<Value> values;
+};
+
+class Generator {
+ public:
+  explicit Generator(unsigned seed) : random_(seed) {}
+
+  // Of at most three values, widths and precisions given as "*" included.
+  Format next() {
+    Format format;
+    do {
+      if (one_in(2)) format.text += literal();
+      add_conversion(format);
+    } while (format.values.size() < 3 && one_in(2));
+    if (one_in(2)) format.text += literal();
+    return format;
+  }
+
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+
+ private:
+  bool one_in(std::size_t odds) { return below(odds) == 0; }
+
+  std::string literal() {
+    static const char* const kTexts[] = {"a", "key=", "%%", " ", "100%%,", "\n", "0"};
+    return kTexts[below(std::size(kTexts))];
+  }
+
+  void add_conversion(Format& format) {
+    const char kind = "diuoxXcsp"[below(9)];
+    std::size_t room = 3 - format.values.size() - 1;
+    std::string flags;
+    const char* const allowed = kind == 'p' ? "-" : kind == 'c' || kind == 's' ? "-+ #" : "-+ #0";
+    while (one_in(2)) flags += allowed[below(std::strlen(allowed))];
+    format.text += "%" + flags;
+    if (one_in(3) && room > 0) {
+      format.text += '*';
+      format.values.emplace_back(static_cast<int>(below(41)) - 20);
+      --room;
+    } else if (one_in(2)) {
+      format.text += std::to_string(1 + below(25));
+    }
+    add_precision(format, kind, room);
+    add_value(format, kind);
+  }
+
+  void add_precision(Format& format, char kind, std::size_t room) {
+    if (kind == 'p' || !one_in(2)) return;
+    format.text += '.';
+    if (one_in(3) && room > 0) {
+      format.text += '*';
+      format.values.emplace_back(static_cast<int>(below(30)) - 8);
+    } else if (!one_in(4)) {
+      format.text += std::to_string(below(22));
+    }
+  }
+
+  void add_value(Format& format, char kind) {
+    static const char* const kTexts[] = {"", "a", "hello", "some longer text, with a comma"};
+    if (kind == 's') {
+      format.values.emplace_back(kTexts[below(std::size(kTexts))]);
+    } else if (kind == 'p') {
+      format.values.emplace_back(
+          reinterpret_cast<void*>(static_cast<std::uintptr_t>(1 + number() % INT_MAX)));
+    } else if (kind == 'c') {
+      format.values.emplace_back(static_cast<int>(1 + below(255)));
+    } else {
+      static const char* const kLengths[] = {"", "h", "hh", "l", "ll"};
+      const std::size_t length = below(std::size(kLengths));
+      format.text += kLengths[length];
+      if (length < 3) format.values.emplace_back(static_cast<int>(number()));
+      if (length == 3) format.values.emplace_back(static_cast<long>(number()));
+      if (length == 4) format.values.emplace_back(static_cast<long long>(number()));
+    }
+    format.text += kind;
+  }
+
+  // Numbers of every size, and the edges.
+  std::uint64_t number() {
+    static const std::uint64_t kEdges[] = {0,         1,         9,
+                                           10,        0x7f,      0x80,
+                                           0xff,      0x7fff,    0x8000,
+                                           0xffff,    INT_MAX,   std::uint64_t{INT_MAX} + 1,
+                                           UINT_MAX,  INT64_MAX, std::uint64_t{INT64_MAX} + 1,
+                                           UINT64_MAX};
+    if (one_in(4)) return kEdges[below(std::size(kEdges))];
+    return random_() >> below(64);
+  }
+
+  std::mt19937_64 random_;
+};
+
+// Calls `action` with the format's values as separate arguments.
+template <typename Action>
+void with_values(const Format& format, Action action) {
+  const auto call = [&](auto... values) { action(format.text.c_str(), values...); };
+  switch (format.values.size()) {
+    case 1:
+      std::visit(call, format.values[0]);
+      break;
+    case 2:
+      std::visit(call, format.values[0], format.values[1]);
+      break;
+    default:
+      std::visit(call, format.values[0], format.values[1], format.values[2]);
+      break;
+  }
+}
+
+// A million in all, in parts that run side by side.
+class Differential : public testing::TestWithParam<unsigned> {};
+
+TEST_P(Differential, AgreesWithTheCLibrary) {
+  constexpr int kFormats = 250000;
+  Generator generator(GetParam());
+  for (int i = 0; i < kFormats; ++i) {
+    const Format format = generator.next();
+    const std::size_t skip = generator.below(40);
+    const std::size_t size = generator.below(40);
+    with_values(format, [&](const char* text, auto... values) {
+      const std::string expected = reference(text, values...);
+      ASSERT_EQ(engine(text, values...), expected) << '"' << text << '"';
+      const std::string rest = expected.substr(std::min(skip, expected.size()));
+      ASSERT_EQ(window(skip, size, text, values...), rest.substr(0, size > 0 ? size - 1 : 0))
+          << '"' << text << "\", skip " << skip << ", size " << size;
+    });
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST_P(Differential, AgreesInEveryWindow) {
+  constexpr int kFormats = 150;
+  Generator generator(GetParam() + 100);
+  for (int i = 0; i < kFormats; ++i) {
+    const Format format = generator.next();
+    with_values(format, [&](const char* text, auto... values) {
+      const std::string expected = reference(text, values...);
+      for (std::size_t skip = 0; skip <= expected.size() + 1; ++skip) {
+        const std::string rest = expected.substr(std::min(skip, expected.size()));
+        for (std::size_t size = 0; size <= rest.size() + 2; ++size) {
+          ASSERT_EQ(window(skip, size, text, values...), rest.substr(0, size > 0 ? size - 1 : 0))
+              << '"' << text << "\", skip " << skip << ", size " << size;
+        }
+      }
+    });
+    if (HasFatalFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seed, Differential, testing::Values(1U, 2U, 3U, 4U));
+
+const char* no_text = nullptr;
+
+TEST(FormatEngine, PrintsANullStringAsItsName) {
+  EXPECT_EQ(engine("%s", no_text), "(null)");
+  EXPECT_EQ(engine("%8s|", no_text), "  (null)|");
+  EXPECT_EQ(engine("%.3s", no_text), "(nu");
+  EXPECT_EQ(engine("%.9s", no_text), "(null)");
+}
+
+TEST(FormatEngine, PrintsAPointerInHexadecimal) {
+  const auto pointer = [](std::uintptr_t value) { return reinterpret_cast<void*>(value); };
+  EXPECT_EQ(engine("%p", pointer(0xbeef)), "0xbeef");
+  EXPECT_EQ(engine("%10p|%-10p|", pointer(0xbeef), pointer(0xcafe)), "    0xbeef|0xcafe    |");
+  EXPECT_EQ(engine("%p", pointer(0)), "0x0");
+}
+
+TEST(FormatEngine, TakesWideConversionsForNarrowOnes) {
+  EXPECT_EQ(engine("%lc%ls", 'a', "bc"), "abc");
+}
+
+TEST(FormatEngine, PrintsAnUnknownConversionsCharacter) {
+  EXPECT_EQ(engine("%y%d", 5), "y5");
+  EXPECT_EQ(engine("%5q|%-03.2Q", 0), "q|Q");
+  EXPECT_EQ(engine("%f%e%g%a", 0), "fega");
+  EXPECT_EQ(engine("%zd", 5), "zd");
+  EXPECT_EQ(engine("%5%|", 0), "%|");
+}
+
+TEST(FormatEngine, PrintsNothingForAConversionThatTheFormatEndsIn) {
+  for (const char* format : {"ab%", "ab%-", "ab%5", "ab%5.", "ab%5.3", "ab%l", "ab%hh"}) {
+    EXPECT_EQ(engine(format, 0), "ab") << format;
+  }
+  EXPECT_EQ(engine("ab%*", 5), "ab");
+}
+
+TEST(FormatEngine, PrintsNothingForAnEmptyFormat) {
+  EXPECT_EQ(engine("", 0), "");
+  EXPECT_EQ(window(5, 4, "", 0), "");
+}
+
+TEST(FormatEngine, TakesANegativeWidthForLeftAndANegativePrecisionForNone) {
+  EXPECT_EQ(engine("%*d|", -5, 42), "42   |");
+  EXPECT_EQ(engine("%0*d|", -5, 42), "42   |");
+  EXPECT_EQ(engine("%.*d|", -5, 42), "42|");
+  EXPECT_EQ(engine("%0*.*d|", 5, -1, 42), "00042|");
+  EXPECT_EQ(engine("%.*s|", -1, "abc"), "abc|");
+}
+
+TEST(FormatEngine, PrintsTheSmallestNumbers) {
+  EXPECT_EQ(engine("%d %i", INT_MIN, INT_MIN), "-2147483648 -2147483648");
+  EXPECT_EQ(engine("%lld", LLONG_MIN), "-9223372036854775808");
+  EXPECT_EQ(engine("%hhd %hd", 128, 32768), "-128 -32768");
+}
+
+TEST(FormatEngine, CancelsZerosForLeftAndForAPrecision) {
+  EXPECT_EQ(engine("%-05d|%05.3d|%05.d|", 42, 42, 0), "42   |  042|     |");
+}
+
+TEST(FormatEngine, StoresTheCountInEachLength) {
+  signed char tiny = -1;
+  short small = -1;
+  int normal = -1;
+  long large = -1;
+  long long largest = -1;
+  EXPECT_EQ(measured("a%hhnb%hnc%nd%lne%lln", &tiny, &small, &normal, &large, &largest), 5);
+  EXPECT_EQ(tiny, 1);
+  EXPECT_EQ(small, 2);
+  EXPECT_EQ(normal, 3);
+  EXPECT_EQ(large, 4);
+  EXPECT_EQ(largest, 5);
+}
+
+TEST(FormatEngine, CountsSkippedAndUnstoredCharacters) {
+  int before = -1;
+  int after = -1;
+  EXPECT_EQ(window(2, 3, "abc%ndefgh%n", &before, &after), "cd");
+  EXPECT_EQ(before, 3);
+  EXPECT_EQ(after, 8);
+}
+
+TEST(FormatEngine, ReadsNoValueBeyondTheWindow) {
+  // The text that the second %s would print is not one.
+  const auto* nowhere = reinterpret_cast<const char*>(std::uintptr_t{1});
+  EXPECT_EQ(window(0, 4, "%s%s", "abcd", nowhere), "abc");
+}
+
+TEST(FormatEngine, WritesNothingWithoutRoom) {
+  EXPECT_EQ(windowed(nullptr, 0, 0, "%d", 5), 0);
+  int count = -1;
+  EXPECT_EQ(windowed(nullptr, 0, 0, "%n", &count), 0);
+  EXPECT_EQ(count, -1);
+  EXPECT_EQ(window(0, 1, "abc", 0), "");
+}
+
+TEST(FormatEngine, MeasuresUpToTheLargestInt) {
+  EXPECT_EQ(measured("%2147483647d", 1), INT_MAX);
+  EXPECT_EQ(measured("%-*s", INT_MAX, "a"), INT_MAX);
+  EXPECT_EQ(measured("%*s", -INT_MAX, "a"), INT_MAX);
+  EXPECT_EQ(measured("%.2147483647d", 1), INT_MAX);
+}
+
+struct TooLong {
+  const char* format;
+  int number;
+};
+
+class FormatEngineRefuses : public testing::TestWithParam<TooLong> {};
+
+TEST_P(FormatEngineRefuses, WhatAnIntCannotTell) {
+  errno = 0;
+  EXPECT_EQ(measured(GetParam().format, GetParam().number, GetParam().number), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, FormatEngineRefuses,
+                         testing::Values(TooLong{"%2147483647da", 1}, TooLong{"a%2147483647d", 1},
+                                         TooLong{"%.2147483647d", -1}, TooLong{"%2147483648d", 1},
+                                         TooLong{"%99999999999999999999d", 1},
+                                         TooLong{"%.99999999999999999999d", 1},
+                                         TooLong{"%*d", INT_MIN}, TooLong{"%*da", INT_MAX}));
+
+TEST(FormatEngine, LeavesAnEmptyTextWhereItRefuses) {
+  char buffer[8] = "before";
+  errno = 0;
+  EXPECT_EQ(windowed(buffer, 0, sizeof buffer, "ab%2147483648d", 1), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+  EXPECT_STREQ(buffer, "");
+}
+
+TEST(FormatEngine, ShowsAWindowOfATextLongerThanAnIntCanTell) {
+  EXPECT_EQ(window(0, 5, "abcd%2147483647d", 1), "abcd");
+  EXPECT_EQ(window(10, 5, "%2147483647dabc", 1), "    ");
+  // The window begins beyond what can be counted.
+  EXPECT_EQ(window(std::size_t{INT_MAX} + 1, 5, "%2147483647dabc", 1), "(refused)");
+  int count = -1;
+  EXPECT_EQ(window(0, 5, "%2147483647dabc%n", 1, &count), "(refused)");
+}
+
+}  // namespace
