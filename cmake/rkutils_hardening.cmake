@@ -21,11 +21,17 @@ rkutils_harden_if_supported(-fcf-protection=full)
 
 # FORTIFY works on optimised code only, and the sanitizers do its work better.
 if(NOT RKUTILS_SANITIZE)
+  # The third level needs a compiler that knows sizes at run time.
+  set(rkutils_fortify 2)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" OR CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12)
+    set(rkutils_fortify 3)
+  endif()
   target_compile_options(
-    rkutils_hardening INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
-                                $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
+    rkutils_hardening
+    INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
+              $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=${rkutils_fortify}>)
 endif()
 
-# as-needed: a program that calls plain functions only does not load the C++ runtime for them.
+# as-needed: a library or program names only what it uses.
 target_link_options(rkutils_hardening INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
                     -Wl,--as-needed)

@@ -1,22 +1,27 @@
 # Test programs.
 #
-#   rkutils_test(NAME [SOURCES file...] [LAYERS layer...])
+#   rkutils_test(NAME [OUTSIDE] [SOURCES file...] [LAYERS layer...])
 #
 # Builds NAME from NAME.cpp and the other sources, and registers each of its tests with ctest. Every
 # program starts itself again in a private router, so that its tests use the installed library at the
 # router's paths; a router that the kernel refuses makes the tests count as skipped.
 #
+# OUTSIDE leaves the test on the host, where it must not change anything.
 # LAYERS gives the test the internals of these layers, which the library does not export.
 
 # What runs longer than this hangs.
 set(RKUTILS_TEST_TIMEOUT 120)
 
 function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "SOURCES;LAYERS")
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE" "" "SOURCES;LAYERS")
   add_executable(${name} ${name}.cpp ${TEST_SOURCES})
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
+  set(testing rkutils_testing)
+  if(TEST_OUTSIDE)
+    set(testing rkutils_testing_outside)
+  endif()
   target_link_libraries(
-    ${name} PRIVATE ${TEST_LAYERS} rkutils::rkutils rkutils_testing rkutils_warnings
+    ${name} PRIVATE ${TEST_LAYERS} rkutils::rkutils ${testing} rkutils_warnings
                     rkutils_hardening rkutils_sanitizers)
   gtest_discover_tests(
     ${name}

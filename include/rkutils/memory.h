@@ -18,11 +18,12 @@
 #include <stddef.h>
 #include <string.h> /* where a C library that has strlcpy() declares it */
 
-/* glibc declares its functions as not throwing, and a second declaration has to agree. */
-#if defined(__cplusplus) && defined(__GLIBC__)
-#define RKUTILS_STRLCPY_NOEXCEPT noexcept(true)
-#else
-#define RKUTILS_STRLCPY_NOEXCEPT
+/* Newer versions of glibc declare it in a way that a second declaration would have to follow to the
+ * letter: attributes, exceptions, and an inline definition with FORTIFY. It is theirs then. */
+#if defined(__GLIBC__) && defined(__USE_MISC)
+#if __GLIBC_PREREQ(2, 38)
+#define RKUTILS_C_LIBRARY_DECLARES_STRLCPY 1
+#endif
 #endif
 
 #ifdef __cplusplus
@@ -39,12 +40,15 @@ RK_API void* zalloc(size_t size);
 
 /*
  * Copies the text `src` into the buffer `dst` of `size` bytes: at most size - 1 bytes, and a NUL
- * after them whenever `size` is above 0. With a size of 0 nothing is written and `dst` may be NULL.
- * The two must not overlap. strlcpy(3) of the BSDs.
+ * after them whenever `size` is above 0. With a size of 0 nothing is written; `dst` may be NULL then,
+ * unless the C library has a strlcpy() of its own and declares otherwise. The two must not overlap.
+ * strlcpy(3) of the BSDs.
  *
  * Returns strlen(src); a result of `size` or more means that the copy was cut.
  */
-RK_API size_t strlcpy(char* dst, const char* src, size_t size) RKUTILS_STRLCPY_NOEXCEPT;
+#ifndef RKUTILS_C_LIBRARY_DECLARES_STRLCPY
+RK_API size_t strlcpy(char* dst, const char* src, size_t size);
+#endif
 
 #ifdef __cplusplus
 }

@@ -105,7 +105,7 @@ bool get_array(configd_connection* connection, configd_query* entries) {
 
 bool get_queued(configd_connection* connection) {
   list_node* link = nullptr;
-  list_for_each(link, &connection->queries) {
+  list_for_each (link, &connection->queries) {
     if (configd_prepare_get(connection, &configd::queued_query(link)->query) != 0) return false;
   }
   return true;
@@ -330,7 +330,7 @@ void configd_clear(configd_connection* connection) {
   if (connection == nullptr) return;
   list_node* link = nullptr;
   list_node* following = nullptr;
-  list_for_each_safe(link, following, &connection->queries) {
+  list_for_each_safe (link, following, &connection->queries) {
     list_del(link);
     std::free(configd::queued_query(link));
     --connection->query_count;

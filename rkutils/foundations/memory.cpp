@@ -1,3 +1,6 @@
+// A C library that has strlcpy() may define it inline with FORTIFY; this is the other definition.
+#undef _FORTIFY_SOURCE
+
 #include <rkutils/memory.h>
 
 #include <cstdlib>
@@ -5,7 +8,11 @@
 
 void* zalloc(size_t size) { return std::calloc(size, 1); }
 
-size_t strlcpy(char* dst, const char* src, size_t size) RKUTILS_STRLCPY_NOEXCEPT {
+#ifdef RKUTILS_C_LIBRARY_DECLARES_STRLCPY
+RK_API size_t strlcpy(char* dst, const char* src, size_t size) noexcept {
+#else
+size_t strlcpy(char* dst, const char* src, size_t size) {
+#endif
   const size_t length = std::strlen(src);
   if (size > 0) {
     const size_t copied = length < size ? length : size - 1;

@@ -43,8 +43,7 @@ int mem_stream_printf(mem_stream* stream, const char* format, ...) {
   check(format != nullptr, "format != NULL");
   if (stream->buf_size == 0) return 1;
 
-  // vsnprintf() fails for a buffer beyond INT_MAX on some C libraries; its result could not tell
-  // more anyway.
+  // musl's vsnprintf() fails for a buffer beyond INT_MAX; its result could not tell more anyway.
   const size_t room = std::min<size_t>(stream->buf_size, INT_MAX);
   va_list values;
   va_start(values, format);

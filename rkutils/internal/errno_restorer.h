@@ -9,7 +9,7 @@ namespace rkutils::internal {
 // Puts errno back, at the end of its scope, to the value that it had at the beginning.
 class ErrnoRestorer {
  public:
-  ErrnoRestorer() noexcept : saved_(errno) {}
+  [[nodiscard]] ErrnoRestorer() noexcept : saved_(errno) {}
   ~ErrnoRestorer() { errno = saved_; }
   ErrnoRestorer(const ErrnoRestorer&) = delete;
   ErrnoRestorer& operator=(const ErrnoRestorer&) = delete;

@@ -12,6 +12,8 @@ namespace rkutils::internal {
 // pieces. A NUL in the file ends a piece's text early, and what follows it in the piece is not
 // seen.
 //
+// The size must be 2 at least, or no piece could hold anything.
+//
 //     char line[1024];
 //     LineReader lines(stream.get(), line, sizeof line);
 //     while (lines.next()) use(line);

@@ -16,7 +16,8 @@ namespace rkutils::internal {
 template <typename Action>
 class ScopeGuard {
  public:
-  explicit ScopeGuard(Action action) noexcept(std::is_nothrow_move_constructible_v<Action>)
+  [[nodiscard]] explicit ScopeGuard(Action action) noexcept(
+      std::is_nothrow_move_constructible_v<Action>)
       : action_(std::move(action)) {}
   ~ScopeGuard() {
     if (armed_) action_();

@@ -10,7 +10,7 @@ namespace rkutils::internal {
 // afterwards.
 class SigpipeWindow {
  public:
-  SigpipeWindow() noexcept;
+  [[nodiscard]] SigpipeWindow() noexcept;
   ~SigpipeWindow();
   SigpipeWindow(const SigpipeWindow&) = delete;
   SigpipeWindow& operator=(const SigpipeWindow&) = delete;

@@ -10,6 +10,10 @@ bool make_unix_address(const char* path, sockaddr_un& address) noexcept {
   address = {};
   address.sun_family = AF_UNIX;
   const std::size_t length = ::strnlen(path, sizeof address.sun_path);
+  if (length == 0) {
+    errno = EINVAL;
+    return false;
+  }
   if (length == sizeof address.sun_path) {
     errno = ENAMETOOLONG;
     return false;

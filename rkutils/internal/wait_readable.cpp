@@ -29,6 +29,7 @@ int remaining_ms(std::int64_t deadline_ns) noexcept {
 }  // namespace
 
 bool wait_readable(int descriptor, int timeout_ms) noexcept {
+  if (timeout_ms < 0) timeout_ms = 0;  // to poll() it would mean for ever
   const std::int64_t deadline_ns = now_ns() + timeout_ms * kNanosecondsPerMillisecond;
   pollfd entry = {};
   entry.fd = descriptor;

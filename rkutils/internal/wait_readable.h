@@ -5,7 +5,7 @@
 namespace rkutils::internal {
 
 // Waits until `descriptor` can be read without blocking, for `timeout_ms` milliseconds of real time
-// at most (0 only looks). A signal does not end the wait: it goes on with what remains. Any
+// at most (0 and less only look). A signal does not end the wait: it goes on with what remains. Any
 // descriptor number is good, 1024 and above too.
 //
 // True when it can be read (end of file and a pending error count as readable, as with select()),

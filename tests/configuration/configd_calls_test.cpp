@@ -1,8 +1,6 @@
 // The socket calls behind an exchange, as the kernel gets them. The kernel forgives what other systems'
 // kernels, and readers of a trace, do not.
 
-#include "configd_fixture.h"
-
 #include <rkutils/export.h>
 
 #include <cstring>
@@ -13,12 +11,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "configd_fixture.h"
+
 namespace {
 
 struct Call {
-  std::size_t size;          // of the buffer
+  std::size_t size;  // of the buffer
   int flags;
-  sockaddr_un address;       // zero where there is none
+  sockaddr_un address;  // zero where there is none
   socklen_t address_length;
 };
 

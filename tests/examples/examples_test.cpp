@@ -1,47 +1,37 @@
 // Every example runs, and the demo shows what it promises.
 
 #include <array>
-#include <cstdio>
 #include <string>
-#include <utility>
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <syslog.h>
 
 #include "support/configd_stand_in.h"
 #include "support/private_router.h"
+#include "support/run_program.h"
 #include "support/syslog_collector.h"
 
 namespace {
 
 using support::built_program;
+using support::run_program;
 using support::source_file;
 using testing::ElementsAre;
-
-// Output and exit status of a command.
-std::pair<std::string, int> run(const std::string& command) {
-  FILE* pipe = ::popen(command.c_str(), "re");
-  std::string output;
-  std::array<char, 512> buffer;
-  while (std::fgets(buffer.data(), buffer.size(), pipe) != nullptr) output += buffer.data();
-  const int status = ::pclose(pipe);
-  return {output, WEXITSTATUS(status)};
-}
 
 TEST(ConfigurationValues, PrintsTheValuesOfItsArguments) {
   support::ConfigdStandIn daemon;
   daemon.set_value("lan.address", "192.0.2.1");
   daemon.set_value("odd %s", "100%");
-  const auto [output, status] =
-      run(built_program("examples/configuration-values") + " lan.address 'odd %s' missing");
+  const auto [output, status] = run_program(
+      {built_program("examples/configuration-values"), "lan.address", "odd %s", "missing"});
   EXPECT_EQ(output, "lan.address=192.0.2.1\nodd %s=100%\nmissing=\n");
   EXPECT_EQ(status, 0);
 }
 
 TEST(ConfigurationValues, FailsWithoutTheDaemonsFolder) {
   support::SyslogCollector log;
-  const auto [output, status] = run(built_program("examples/configuration-values") + " key");
+  const auto [output, status] =
+      run_program({built_program("examples/configuration-values"), "key"});
   EXPECT_EQ(output, "");
   EXPECT_EQ(status, 1);
   EXPECT_THAT(log.take(), ElementsAre(support::LogLine{LOG_ERR, "cannot bind to configd"}));
@@ -49,8 +39,8 @@ TEST(ConfigurationValues, FailsWithoutTheDaemonsFolder) {
 
 TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {
   const auto [output, status] =
-      run(built_program("tests/support/demo-stage") + " " +
-          built_program("examples/uplink-daemon") + " " + source_file("examples/uplink.conf"));
+      run_program({built_program("tests/support/demo-stage"),
+                   built_program("examples/uplink-daemon"), source_file("examples/uplink.conf")});
   EXPECT_EQ(status, 0);
   const std::array<std::string, 14> scenes = {
       "uplink.state=down",

@@ -27,7 +27,7 @@ class List : public testing::Test {
   static std::vector<char> names(list_node* head) {
     std::vector<char> forwards;
     list_node* cursor = nullptr;
-    list_for_each(cursor, head) {
+    list_for_each (cursor, head) {
       EXPECT_EQ(cursor->next->prev, cursor);
       EXPECT_EQ(cursor->prev->next, cursor);
       forwards.push_back(list_entry(cursor, Item, links)->name);
@@ -164,7 +164,7 @@ TEST_F(List, SafeLoopLetsItsBodyFreeTheElement) {
   std::vector<char> seen;
   list_node* cursor = nullptr;
   list_node* following = nullptr;
-  list_for_each_safe(cursor, following, &head_) {
+  list_for_each_safe (cursor, following, &head_) {
     Item* item = list_entry(cursor, Item, links);
     seen.push_back(item->name);
     list_del(cursor);
@@ -179,7 +179,7 @@ TEST_F(List, LoopsOverNothingInAnEmptyList) {
   int turns = 0;
   list_node* cursor = nullptr;
   list_node* following = nullptr;
-  list_for_each_safe(cursor, following, &head_)++ turns;
+  list_for_each_safe (cursor, following, &head_) ++turns;
   EXPECT_EQ(turns, 0);
 }
 

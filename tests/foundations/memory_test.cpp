@@ -26,7 +26,9 @@ TEST(Zalloc, GivesZeroedMemory) {
     ASSERT_NE(memory, nullptr);
     auto* bytes = static_cast<unsigned char*>(memory.get());
     EXPECT_TRUE(std::all_of(bytes, bytes + kSize, [](unsigned char byte) { return byte == 0; }));
-    std::fill_n(bytes, kSize, static_cast<unsigned char>(0xa5));
+    // Volatile, or a compiler would drop it in front of free().
+    std::fill_n(static_cast<volatile unsigned char*>(bytes), kSize,
+                static_cast<unsigned char>(0xa5));
   }
 }
 
@@ -65,6 +67,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Copy{"EmptySizeZero", "", 0, "########"s}),
     support::CaseName());
 
-TEST(StrlcpyToNull, IsAllowedWithSizeZero) { EXPECT_EQ(strlcpy(nullptr, "abc", 0), 3U); }
+char* volatile no_buffer = nullptr;
+
+TEST(StrlcpyToNull, IsAllowedWithSizeZero) { EXPECT_EQ(strlcpy(no_buffer, "abc", 0), 3U); }
 
 }  // namespace

@@ -1,16 +1,16 @@
 #include <rkutils/text.h>
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -76,7 +76,8 @@ std::vector<std::uint32_t> interesting_values() {
     for (const std::uint32_t near : {0xffffffffU, 0U, 1U}) values.push_back(power * 10 + near);
   }
   std::mt19937 random(1);
-  for (int i = 0; i < 100000; ++i) values.push_back(static_cast<std::uint32_t>(random()) >> (random() % 32));
+  for (int i = 0; i < 100000; ++i)
+    values.push_back(static_cast<std::uint32_t>(random()) >> (random() % 32));
   return values;
 }
 
@@ -180,9 +181,9 @@ TEST_P(ValueOf32, Reads) { EXPECT_EQ(valueOf32(GetParam().text), GetParam().valu
 INSTANTIATE_TEST_SUITE_P(
     Texts, ValueOf32,
     testing::Values(Reading{nullptr, 0}, Reading{"", 0}, Reading{"1Fh", 31}, Reading{"1fx", 31},
-                    Reading{"ffx", 255}, Reading{"101b", 5}, Reading{"17o", 15}, Reading{"-12", -12},
-                    Reading{"10d", 10},  // an unknown suffix is dropped
-                    Reading{"1f", 1},    // so is this one
+                    Reading{"ffx", 255}, Reading{"101b", 5}, Reading{"17o", 15},
+                    Reading{"-12", -12}, Reading{"10d", 10},  // an unknown suffix is dropped
+                    Reading{"1f", 1},                         // so is this one
                     Reading{"-", 0}, Reading{"-h", 0}, Reading{"h", 0},
                     Reading{"--5", -(-3 * 10 + 5)},  // the second sign is a digit of -3
                     Reading{"+5", ('+' - '0') * 10 + 5}, Reading{" 5", (' ' - '0') * 10 + 5},
@@ -212,7 +213,8 @@ TEST(ValueOf, ReadsAnyBytesByTheRules) {
       text += random() % 8 == 0 ? static_cast<char>(1 + random() % 255)
                                 : likely[random() % (sizeof likely - 1)];
     }
-    ASSERT_EQ(static_cast<std::uint32_t>(valueOf32(text.c_str())), value_by_rules(text, true)) << text;
+    ASSERT_EQ(static_cast<std::uint32_t>(valueOf32(text.c_str())), value_by_rules(text, true))
+        << text;
     ASSERT_EQ(u_valueOf32(text.c_str()), value_by_rules(text, false)) << text;
     ASSERT_EQ(valueOf16(text.c_str()), static_cast<std::int16_t>(value_by_rules(text, true)));
     ASSERT_EQ(u_valueOf16(text.c_str()), static_cast<std::uint16_t>(value_by_rules(text, false)));
@@ -227,7 +229,8 @@ TEST(ValidValueOf32, AcceptsExactlyWhatItWouldWrite) {
     EXPECT_EQ(validValueOf32(&ok, text), std::atol(text));
     EXPECT_EQ(ok, 0) << text;
   }
-  for (const char* text : {"007", "", "+7", " 7", "7 ", "7h", "-0", "2147483648", "0x7", "7d", "-"}) {
+  for (const char* text :
+       {"007", "", "+7", " 7", "7 ", "7h", "-0", "2147483648", "0x7", "7d", "-"}) {
     ok = 7;
     EXPECT_EQ(validValueOf32(&ok, text), valueOf32(text));
     EXPECT_EQ(ok, -1) << text;
@@ -275,7 +278,8 @@ TEST(ValidRangeValueOf, IncludesItsBounds) {
     return ok;
   };
   for (const char* text : {"-5", "0", "10"}) EXPECT_EQ(check32(text), 0) << text;
-  for (const char* text : {"-6", "11", "07", "", "4294967296"}) EXPECT_EQ(check32(text), -1) << text;
+  for (const char* text : {"-6", "11", "07", "", "4294967296"})
+    EXPECT_EQ(check32(text), -1) << text;
   int ok = 7;
   u_validRangeValueOf32(&ok, "4000000000", 3000000000U, 4000000000U);
   EXPECT_EQ(ok, 0);

@@ -1,10 +1,10 @@
 #include <rkutils/text.h>
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <limits>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 

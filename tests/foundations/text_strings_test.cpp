@@ -1,11 +1,11 @@
 #include <rkutils/text.h>
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <tuple>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -97,8 +97,8 @@ TEST(Stripwhite, CutsBlanksTabsAndLineEnds) {
 }
 
 TEST(Reverse, TurnsATextAround) {
-  for (const auto& [text, expected] :
-       {std::pair("abc"s, "cba"s), std::pair("ab"s, "ba"s), std::pair("a"s, "a"s), std::pair(""s, ""s)}) {
+  for (const auto& [text, expected] : {std::pair("abc"s, "cba"s), std::pair("ab"s, "ba"s),
+                                       std::pair("a"s, "a"s), std::pair(""s, ""s)}) {
     std::string copy = text;
     reverse(copy.data());
     EXPECT_EQ(copy, expected);
@@ -244,7 +244,8 @@ TEST(XmlReadattr, TakesATagThatDoesNotFitForMissing) {
 }
 
 TEST(E164Number, AcceptsWhatCanBeDialled) {
-  for (const char* text : {"", "0123456789", "ABCXYZ", "*#?"}) EXPECT_EQ(e164Number(text), 0) << text;
+  for (const char* text : {"", "0123456789", "ABCXYZ", "*#?"})
+    EXPECT_EQ(e164Number(text), 0) << text;
   for (const char* text : {"a", "+49", "1 2", "[", "@", "\xc4"}) {
     EXPECT_EQ(e164Number(text), -1) << text;
   }

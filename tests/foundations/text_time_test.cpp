@@ -1,7 +1,5 @@
 #include <rkutils/text.h>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -9,6 +7,8 @@
 #include <fstream>
 #include <limits>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -152,8 +152,8 @@ TEST(Mkid, IsMadeOfTimeAndRandom) {
 }
 
 TEST(ValidateDate, HoldsTheBoundsOfEachField) {
-  for (const char* text : {"1999-01-01", "2035-12-31", "2026-02-31", "2026-1-1", "2026-01-01 x",
-                           " 2026-+1- 1"}) {
+  for (const char* text :
+       {"1999-01-01", "2035-12-31", "2026-02-31", "2026-1-1", "2026-01-01 x", " 2026-+1- 1"}) {
     EXPECT_EQ(validateDate(text), 0) << text;
   }
   for (const char* text :

@@ -47,6 +47,9 @@ TEST(InternetChecksum, OfAPacketThatCarriesItIsZero) {
 TEST(InternetChecksum, CarriesAsOftenAsNeeded) {
   const Bytes data(65536, 0xff);
   EXPECT_EQ(internet_checksum(data.data(), data.size()), 0U);
+  // Folding the carry of this sum carries again.
+  const Bytes twice = {0xff, 0xff, 0xff, 0xff, 0x00, 0x01};
+  EXPECT_EQ(internet_checksum(twice.data(), twice.size()), checksum_by_definition(twice));
 }
 
 TEST(InternetChecksum, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {

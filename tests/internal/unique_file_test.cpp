@@ -1,6 +1,7 @@
 #include <rkutils/internal/unique_file.h>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "support/open_descriptors.h"
 
@@ -8,16 +9,23 @@ namespace {
 
 using rkutils::internal::UniqueFile;
 
-TEST(UniqueFile, ClosesItsStreamAndKeepsErrno) {
+TEST(UniqueFile, ClosesItsStream) {
   const auto before = support::open_descriptors();
   {
     const UniqueFile file(std::fopen("/dev/null", "re"));
     ASSERT_NE(file, nullptr);
     EXPECT_NE(support::open_descriptors(), before);
+  }
+  EXPECT_EQ(support::open_descriptors(), before);
+}
+
+TEST(UniqueFile, KeepsErrnoWhenItCannotClose) {
+  {
+    const UniqueFile file(std::fopen("/dev/null", "re"));
+    ::close(::fileno(file.get()));
     errno = EIO;
   }
   EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(support::open_descriptors(), before);
 }
 
 TEST(UniqueFile, WritesWhatIsBufferedWhenItCloses) {

@@ -57,6 +57,11 @@ TEST_F(WaitReadable, OnlyLooksWithNoTime) {
   EXPECT_TRUE(wait_readable(reader_.get(), 0));
 }
 
+TEST_F(WaitReadable, OnlyLooksWithLessThanNoTime) {
+  EXPECT_FALSE(wait_readable(reader_.get(), -1));
+  EXPECT_EQ(errno, ETIMEDOUT);
+}
+
 TEST_F(WaitReadable, FailsForADescriptorThatIsNotOpen) {
   const int closed = reader_.get();
   reader_.reset();

@@ -36,8 +36,8 @@ std::map<int, std::string> open_descriptors() {
   return descriptors;
 }
 
-// With a limit of 0, poll() of a single descriptor would fail too.
-NoMoreDescriptors::NoMoreDescriptors() : previous_(set_descriptor_limit(1)) {}
+// poll() takes no more entries than the limit, and the log's collector has two.
+NoMoreDescriptors::NoMoreDescriptors() : previous_(set_descriptor_limit(2)) {}
 
 NoMoreDescriptors::~NoMoreDescriptors() { set_descriptor_limit(previous_); }
 

@@ -5,6 +5,8 @@
 #include <map>
 #include <string>
 
+#include <sys/resource.h>
+
 namespace support {
 
 // Each descriptor with what it refers to, as /proc/self/fd shows it. Two calls give the same when
@@ -20,7 +22,7 @@ class NoMoreDescriptors {
   NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
 
  private:
-  unsigned long previous_;
+  rlim_t previous_;
 };
 
 }  // namespace support

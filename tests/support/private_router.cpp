@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -10,20 +11,20 @@
 namespace support {
 namespace {
 
-std::string working_folder() {
-  char path[4096];
-  return ::getcwd(path, sizeof path) != nullptr ? path : "/";
-}
-
-std::string this_program() {
-  char path[4096];
-  const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
-  return std::string(path, length > 0 ? static_cast<std::size_t>(length) : 0);
+std::string link_text(const char* path) {
+  char text[4096];
+  const ssize_t length = ::readlink(path, text, sizeof text);
+  return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
 }
 
 }  // namespace
 
-bool inside_private_router() { return ::access("/run/private-router", F_OK) == 0; }
+bool inside_private_router() {
+  std::ifstream marker("/run/private-router");
+  std::string mount_namespace;
+  std::getline(marker, mount_namespace);
+  return !mount_namespace.empty() && mount_namespace == link_text("/proc/self/ns/mnt");
+}
 
 void enter_private_router(char** argv) {
   if (inside_private_router()) return;
@@ -34,10 +35,8 @@ void enter_private_router(char** argv) {
                                     built_program(""),
                                     "--keep",
                                     source_file(""),
-                                    "--keep",
-                                    working_folder(),
                                     "--",
-                                    this_program()};
+                                    link_text("/proc/self/exe")};
   for (++argv; *argv != nullptr; ++argv) words.emplace_back(*argv);
 
   std::vector<char*> arguments;

@@ -10,8 +10,8 @@ namespace support {
 bool inside_private_router();
 
 // Starts this program again in a private router of its own, with the library at its installed path
-// and the same arguments; returns only when it is in one already. The working folder and the build
-// tree stay visible.
+// and the same arguments; returns only when it is in one already. The source and the build tree
+// stay visible.
 void enter_private_router(char** argv);
 
 // A program of the build tree, by its path below it.

@@ -19,10 +19,10 @@ void* call(void* action) {
 void run_on_small_stack(const std::function<void()>& action) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, kStackSize);
+  int error = pthread_attr_setstacksize(&attributes, kStackSize);
   pthread_t thread;
   std::function<void()> copy = action;
-  const int error = pthread_create(&thread, &attributes, call, &copy);
+  if (error == 0) error = pthread_create(&thread, &attributes, call, &copy);
   pthread_attr_destroy(&attributes);
   if (error != 0) throw std::runtime_error("cannot start a thread with a small stack");
   pthread_join(thread, nullptr);

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <initializer_list>
 #include <map>
 #include <set>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
@@ -116,7 +118,7 @@ bool lies_in(const std::string& path, const std::string& folder) {
 std::string building_site(const Options& options) {
   std::vector<std::string> needed = options.keeps;
   needed.insert(needed.end(), options.overlays.begin(), options.overlays.end());
-  for (std::string path : {"/mnt", "/media", "/srv", "/opt"}) {
+  for (std::string path : {"/mnt", "/media", "/srv", "/opt", "/tmp"}) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) continue;
     const bool free = std::none_of(needed.begin(), needed.end(),
@@ -207,6 +209,44 @@ void carry_over(const std::string& root, const OldRoot& old, const Options& opti
   }
 }
 
+// What a folder is, to tell it from another at the same path.
+std::pair<dev_t, ino_t> identity(const std::string& path) {
+  struct stat status = {};
+  check(::stat(path.c_str(), &status), "stat " + path);
+  return {status.st_dev, status.st_ino};
+}
+
+// Folders that must not be the host's, or tests would change the host.
+std::vector<std::string> isolated_folders() {
+  std::vector<std::string> folders = {"/"};
+  for (const char* path : {"/dev", "/etc", "/run", "/tmp", "/usr", "/var"}) {
+    if (::access(path, F_OK) == 0) folders.emplace_back(path);
+  }
+  return folders;
+}
+
+// A kept folder is the host's and can be written to, so it must not be one of the router's own, or hold
+// one. Returns its true path.
+std::string checked_keep(const std::string& path) {
+  char resolved[PATH_MAX];
+  if (::realpath(path.c_str(), resolved) == nullptr) fail("keep " + path);
+  const std::string folder = resolved;
+  bool allowed = folder != "/";
+  for (const char* own :
+       {"/dev", "/etc", "/nvstatus", "/proc", "/run", "/sys", "/tmp", "/usr", "/var", "/var/cache",
+        "/var/lib", "/var/lock", "/var/log", "/var/run", "/var/spool", "/var/tmp"}) {
+    if (lies_in(own, folder)) allowed = false;
+  }
+  for (const char* all : {"/dev", "/etc", "/proc", "/sys"}) {
+    if (lies_in(folder, all)) allowed = false;
+  }
+  if (!allowed) {
+    errno = ENOTSUP;
+    fail("keep " + folder + ", which the router replaces");
+  }
+  return folder;
+}
+
 // Folders that the new root would hide, in /tmp for instance, at their old places.
 void keep(const std::string& root, const std::string& path, const OldFolder& folder) {
   make_folders(root + path);
@@ -228,8 +268,12 @@ void enter_root(const Options& options) {
   check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "make the mounts private");
   const OldRoot old = open_old_root();
   const OldFolder old_sys("/sys");
+  std::vector<std::string> keeps;
   std::vector<OldFolder> kept;
-  for (const std::string& path : options.keeps) kept.emplace_back(path);
+  for (const std::string& path : options.keeps)
+    kept.emplace_back(keeps.emplace_back(checked_keep(path)));
+  std::map<std::string, std::pair<dev_t, ino_t>> hosts;
+  for (const std::string& path : isolated_folders()) hosts.emplace(path, identity(path));
 
   const std::string root = building_site(options);
   mount_at("tmpfs", root, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
@@ -237,8 +281,14 @@ void enter_root(const Options& options) {
   make_empty_folders(root);
   make_devices(root);
   mount_kernel_folders(root, old_sys);
-  for (std::size_t i = 0; i < kept.size(); ++i) keep(root, options.keeps[i], kept[i]);
+  for (std::size_t i = 0; i < kept.size(); ++i) keep(root, keeps[i], kept[i]);
   switch_root(root);
+
+  for (const auto& [path, host] : hosts) {
+    if (identity(path) != host) continue;
+    errno = ENOTRECOVERABLE;
+    fail(path + " is still the host's");
+  }
 }
 
 }  // namespace router

@@ -51,6 +51,13 @@ int report(const std::system_error& error) {
   return refused ? kRefused : kFailed;
 }
 
+std::string link_text(const char* path) {
+  char text[256];
+  const ssize_t length = ::readlink(path, text, sizeof text);
+  if (length < 0) fail(path);
+  return std::string(text, static_cast<std::size_t>(length));
+}
+
 void write_text(const std::string& path, const std::string& text) {
   const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   if (!file || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
@@ -63,7 +70,11 @@ void unshare_namespaces() {
   const gid_t gid = ::getegid();
   int namespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
   if (uid != 0) namespaces |= CLONE_NEWUSER;
-  if (::unshare(namespaces) != 0) fail("unshare");
+  if (::unshare(namespaces) != 0) {
+    // Here these say that the kernel lacks a namespace, or that they are nested too deep.
+    if (errno == EINVAL || errno == EUSERS) errno = ENOSYS;
+    fail("unshare");
+  }
   if (uid != 0) {
     write_text("/proc/self/setgroups", "deny");
     write_text("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
@@ -97,6 +108,13 @@ int status_of(int wait_status) {
   std::_Exit(kFailed);
 }
 
+// The library at its installed place comes before the build tree's, which a test's RUNPATH names.
+void prepend_library_path(const std::string& folder) {
+  const char* const others = std::getenv("LD_LIBRARY_PATH");
+  const std::string path = others == nullptr ? folder : folder + ":" + others;
+  ::setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+}
+
 // Process 1: starts the command, reaps whatever becomes its child, and ends with the command; the
 // kernel then ends everything that is left.
 int be_init(const Options& options) {
@@ -110,9 +128,9 @@ int be_init(const Options& options) {
   if (::chdir(folder.c_str()) != 0 && ::chdir("/") != 0) fail("chdir /");
   if (::sethostname("router", std::strlen("router")) != 0) fail("sethostname");
   bring_loopback_up();
-  write_text(kMarker, "");
-  // The library at its installed place comes before the build tree's, which a test's RUNPATH names.
-  if (!options.overlays.empty()) ::setenv("LD_LIBRARY_PATH", "/usr/lib", 1);
+  // A marker that came into another namespace says nothing there.
+  write_text(kMarker, link_text("/proc/self/ns/mnt"));
+  if (!options.overlays.empty()) prepend_library_path("/usr/lib");
 
   const pid_t command = ::fork();
   if (command < 0) fail("fork");
@@ -128,6 +146,8 @@ int be_init(const Options& options) {
 }  // namespace
 
 int run(const Options& options) try {
+  // A caller may have left it ignored, and then no child could be waited for.
+  ::signal(SIGCHLD, SIG_DFL);
   unshare_namespaces();
   const pid_t init = ::fork();
   if (init < 0) fail("fork");
