@@ -6,9 +6,15 @@
 
 #include <rkutils/configd.h>
 #include <rkutils/export.h>
+#include <rkutils/file.h>
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
 #include <rkutils/text.h>
+
+#ifdef __cplusplus
+#include <rkutils/hash_table.h>
+#include <rkutils/string.h>
+#endif
 
 #endif

@@ -1,0 +1,38 @@
+// Paths as text.
+#ifndef RKUTILS_FOUNDATIONS_FILE_PATH_TEXT_H
+#define RKUTILS_FOUNDATIONS_FILE_PATH_TEXT_H
+
+#include <cstddef>
+
+namespace rkutils::file {
+
+// The most that a path may take, its NUL included; the kernel takes no more either.
+constexpr std::size_t kPathSize = 4096;
+
+// The length of the path's parent, as dirname(3) has it, which is the path's own beginning: 3 for
+// "a/b/c", "a/b/c/" and "a/b//c". 0 where that is "." or "/", which are always there.
+[[nodiscard]] std::size_t parent_length(const char* path, std::size_t length) noexcept;
+
+// The length of the path without the slashes that end it; those of "/" stay.
+[[nodiscard]] std::size_t length_without_slashes(const char* path) noexcept;
+
+// A path of its own, to be shortened. Paths that do not fit are refused, never cut.
+class PathText {
+ public:
+  // Holds the first `length` bytes of `path`. False when they do not fit; nothing is held then.
+  [[nodiscard]] bool assign(const char* path, std::size_t length) noexcept;
+
+  // Becomes its own parent. False when that is "." or "/": it becomes this one.
+  bool go_to_parent() noexcept;
+
+  [[nodiscard]] const char* get() const noexcept { return text_; }
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
+
+ private:
+  char text_[kPathSize] = "";
+  std::size_t length_ = 0;
+};
+
+}  // namespace rkutils::file
+
+#endif

@@ -1,0 +1,43 @@
+#include <rkutils/foundations/file/system_calls.h>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace rkutils::file {
+
+using internal::UniqueFd;
+
+UniqueFd open_at(int directory, const char* name, int flags) noexcept {
+  constexpr mode_t kMode = 0666;
+  for (;;) {
+    const int descriptor = ::openat(directory, name, flags | O_CLOEXEC, kMode);
+    if (descriptor >= 0 || errno != EINTR) return UniqueFd(descriptor);
+  }
+}
+
+ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept {
+  for (;;) {
+    const ssize_t count = ::read(descriptor, buffer, size);
+    if (count >= 0 || errno != EINTR) return count;
+  }
+}
+
+bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept {
+  const char* next = static_cast<const char*>(bytes);
+  while (size > 0) {
+    const ssize_t count = ::write(descriptor, next, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    next += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool is_same_file(const struct stat& a, const struct stat& b) noexcept {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace rkutils::file

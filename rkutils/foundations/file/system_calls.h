@@ -1,0 +1,29 @@
+// System calls of the file utilities, repeated where a signal interrupts them.
+#ifndef RKUTILS_FOUNDATIONS_FILE_SYSTEM_CALLS_H
+#define RKUTILS_FOUNDATIONS_FILE_SYSTEM_CALLS_H
+
+#include <rkutils/internal/unique_fd.h>
+
+#include <cstddef>
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace rkutils::file {
+
+// Opens `name` relative to `directory` (AT_FDCWD: the working folder), close-on-exec. A file that
+// is created gets mode 0666 less the umask. Opening a FIFO waits for its other end.
+[[nodiscard]] internal::UniqueFd open_at(int directory, const char* name, int flags) noexcept;
+
+// read(2): the number of bytes, 0 at the end, -1 when it failed.
+[[nodiscard]] ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept;
+
+// Writes all of it, however many pieces the kernel takes it in. On failure a part may be written.
+[[nodiscard]] bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept;
+
+// Whether the two are one file, under whatever names.
+[[nodiscard]] bool is_same_file(const struct stat& a, const struct stat& b) noexcept;
+
+}  // namespace rkutils::file
+
+#endif

@@ -1,0 +1,100 @@
+// String: finding characters and texts.
+
+#include <rkutils/string.h>
+#include <rkutils/text.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// How a needle is compared with the text at one position; 0 where they are the same.
+using Compare = int (*)(const char*, const char*, std::size_t);
+
+std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
+
+char other_case(char character) {
+  if (character >= 'a' && character <= 'z') return static_cast<char>(character - 'a' + 'A');
+  if (character >= 'A' && character <= 'Z') return static_cast<char>(character - 'A' + 'a');
+  return character;
+}
+
+// The first of the characters `a` and `b` in a range; `end` where there is none.
+const char* find_either(const char* begin, const char* end, char a, char b) {
+  return std::find_if(begin, end, [=](char character) { return character == a || character == b; });
+}
+
+// The last position not after `start` where `needle` stands; the negative `start` itself where there is
+// no position to try, -1 where it stands nowhere.
+long find_backwards(const char* text, const char* needle, std::size_t length, long start,
+                    Compare compare) {
+  if (start < 0) return start;
+  for (long at = start; at >= 0; --at) {
+    if (compare(text + at, needle, length) == 0) return at;
+  }
+  return -1;
+}
+
+}  // namespace
+
+long String::indexOf(char c) const { return indexOf(c, 0); }
+
+long String::indexOf(char c, long from) const {
+  if (c == '\0' || from >= length()) return -1;
+  const char* const found = std::strchr(c_str() + std::max(from, 0L), c);
+  return found == nullptr ? -1 : found - c_str();
+}
+
+long String::indexOf(String const& t) const {
+  const char* const found = std::strstr(c_str(), t.c_str());
+  return found == nullptr ? -1 : found - c_str();
+}
+
+long String::indexOf(String const& t, long from) const {
+  if (length() - t.length() < from) return -1;
+  const char* const found = std::strstr(c_str() + std::max(from, 0L), t.c_str());
+  return found == nullptr ? -1 : found - c_str();
+}
+
+long String::indexOfIgnoreCase(String const& t) const { return indexOfIgnoreCase(t, 0); }
+
+long String::indexOfIgnoreCase(String const& t, long from) const {
+  const long last = length() - t.length();
+  from = std::max(from, 0L);
+  if (last < from) return -1;
+  if (t.length() == 0) return from;
+  const char first = t.c_str()[0];
+  const char other = other_case(first);
+  const char* const end = c_str() + last + 1;
+  for (const char* at = c_str() + from; (at = find_either(at, end, first, other)) != end; ++at) {
+    if (strnicmp(at, t.c_str(), as_size(t.length())) == 0) return at - c_str();
+  }
+  return -1;
+}
+
+long String::lastIndexOf(char c) const { return lastIndexOf(c, length()); }
+
+long String::lastIndexOf(char c, long from) const {
+  if (from < 0) return -1;
+  const long characters = std::min(from, length() - 1) + 1;
+  const void* const found = ::memrchr(c_str(), c, as_size(characters));
+  return found == nullptr ? -1 : static_cast<const char*>(found) - c_str();
+}
+
+long String::lastIndexOf(String const& t) const { return lastIndexOf(t, length()); }
+
+long String::lastIndexOf(String const& t, long from) const {
+  if (from < 0) return -1;
+  return find_backwards(c_str(), t.c_str(), std::strlen(t.c_str()),
+                        std::min(from, length() - t.length()), std::strncmp);
+}
+
+long String::lastIndexOfIgnoreCase(String const& t) const {
+  return lastIndexOfIgnoreCase(t, length());
+}
+
+long String::lastIndexOfIgnoreCase(String const& t, long from) const {
+  if (from < 0) return -1;
+  return find_backwards(c_str(), t.c_str(), as_size(t.length()),
+                        std::min(from, length() - t.length()), strnicmp);
+}

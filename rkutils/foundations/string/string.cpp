@@ -1,0 +1,418 @@
+// String: making, appending, formatting and editing.
+
+#include <rkutils/foundations/string/buffer.h>
+#include <rkutils/string.h>
+#include <rkutils/text.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace text = rkutils::text;
+
+namespace {
+
+using text::Buffer;
+
+// Empty, and never freed. Constant-initialised: it is there before any code runs.
+Buffer shared_empty = {1, 0, 0, {'\0'}};
+
+// Room of a buffer that is made for one character.
+constexpr long kCharacterCapacity = 7;
+// What the numeric factories format into.
+constexpr std::size_t kNumberSize = 32;
+
+Buffer* share_empty() {
+  ++shared_empty.refCount;
+  return &shared_empty;
+}
+
+long length_of(const char* s) {
+  return static_cast<long>(std::min<std::size_t>(std::strlen(s), std::numeric_limits<long>::max()));
+}
+
+std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
+
+Buffer* buffer_of_character(char c) {
+  if (c == '\0') return share_empty();
+  Buffer* const buffer = text::make_buffer(kCharacterCapacity);
+  buffer->chars[0] = c;
+  buffer->chars[1] = '\0';
+  buffer->length = 1;
+  return buffer;
+}
+
+Buffer* buffer_of_text(const char* s) {
+  if (s == nullptr || *s == '\0') return share_empty();
+  return text::make_buffer_of(s, length_of(s));
+}
+
+Buffer* buffer_of_part(const char* s, long offset, long count) {
+  if (s == nullptr) return share_empty();
+  const long length = length_of(s);
+  offset = std::clamp(offset, 0L, length);
+  count = std::min(count, length - offset);
+  return count <= 0 ? share_empty() : text::make_buffer_of(s + offset, count);
+}
+
+// Writes exactly `length` characters, whatever the C library makes of the format: measuring and writing
+// may disagree about a conversion that only one of them knows.
+RK_PRINTF(3, 0)
+void write_formatted(char* destination, long length, const char* format, va_list values) {
+  const int written = std::vsnprintf(destination, as_size(length) + 1, format, values);
+  const long valid = std::clamp<long>(written, 0, length);
+  std::memset(destination + valid, '\0', as_size(length - valid) + 1);
+}
+
+bool is_white(char character) {
+  return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+char to_lower(char character) {
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                              : character;
+}
+
+char to_upper(char character) {
+  return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A')
+                                              : character;
+}
+
+}  // namespace
+
+Buffer* String::StringBuffer::EMPTY() { return &shared_empty; }
+
+void String::free_buffer(StringBuffer* buffer) {
+  if (buffer != &shared_empty) std::free(buffer);
+}
+
+// The shared empty buffer is nobody's own, whatever its count says: threads may have lost counts.
+bool String::is_private() const { return buffer_->refCount < 2 && buffer_ != &shared_empty; }
+
+void String::take(StringBuffer* buffer) {
+  release(buffer_);
+  buffer_ = buffer;
+}
+
+void String::take_empty() { take(share_empty()); }
+
+// For operations that change characters only: a copy with the same room, not by the rule.
+void String::make_private_copy() {
+  if (is_private()) return;
+  Buffer* const copy = text::make_buffer(buffer_->capacity);
+  std::memcpy(copy->chars, buffer_->chars, as_size(length()) + 1);
+  copy->length = buffer_->length;
+  take(copy);
+}
+
+void String::set_length(long length) {
+  buffer_->chars[length] = '\0';
+  buffer_->length = static_cast<std::int32_t>(length);
+}
+
+// ---- Making and assigning ----
+
+String::String(char c) : buffer_(buffer_of_character(c)) {}
+
+String::String(char const* s) : buffer_(buffer_of_text(s)) {}
+
+String::String(char const* s, long reserve) : buffer_(nullptr) {
+  if (s == nullptr) {
+    buffer_ = share_empty();
+    return;
+  }
+  const long length = length_of(s);
+  buffer_ = text::make_buffer_for(std::max(length, reserve));
+  std::memcpy(buffer_->chars, s, as_size(length));
+  set_length(length);
+}
+
+String::String(char const* s, long offset, long count)
+    : buffer_(buffer_of_part(s, offset, count)) {}
+
+String& String::operator=(char const* s) {
+  if (s == nullptr) {
+    take_empty();
+    return *this;
+  }
+  const long length = length_of(s);
+  if (is_private() && length <= capacity()) {
+    std::memmove(buffer_->chars, s, as_size(length));
+    set_length(length);
+  } else {
+    take(text::make_buffer_of(s, length));
+  }
+  return *this;
+}
+
+String& String::operator=(char c) {
+  take(buffer_of_character(c));
+  return *this;
+}
+
+String const& String::EMPTY() {
+  static const String empty;
+  return empty;
+}
+
+String String::stringOf(char c) { return String(c); }
+
+String String::stringOf(char const* s) { return String(s); }
+
+String String::stringOf(char const* s, long offset, long count) { return String(s, offset, count); }
+
+String String::stringOf(long value) {
+  char digits[kNumberSize];
+  std::snprintf(digits, sizeof digits, "%ld", value);
+  return String(digits);
+}
+
+String String::stringOf(unsigned long value) {
+  char digits[kNumberSize];
+  std::snprintf(digits, sizeof digits, "%lu", value);
+  return String(digits);
+}
+
+String String::stringOf(void* value) {
+  char digits[kNumberSize];
+  std::snprintf(digits, sizeof digits, "%p", value);
+  return String(digits);
+}
+
+String String::stringOf(bool value) { return String(value ? "true" : "false"); }
+
+// ---- Reading ----
+
+long String::toInteger() const {
+  int number = 0;
+  return std::sscanf(c_str(), "%i", &number) == 1 ? number : -1;
+}
+
+void String::getChars(long begin, long end, char* dst) const {
+  if (dst == nullptr) return;
+  begin = std::clamp(begin, 0L, length());
+  end = std::clamp(end, begin, length());
+  std::memmove(dst, c_str() + begin, as_size(end - begin));
+}
+
+String String::substring(long from) const {
+  if (from < 0 || from >= length()) return EMPTY();
+  return String(c_str(), from, length() - from);
+}
+
+String String::substring(long from, long to) const {
+  if (from >= to || from >= length()) return EMPTY();
+  long count = 0;
+  if (__builtin_sub_overflow(to, from, &count)) count = std::numeric_limits<long>::max();
+  return String(c_str(), from, count);
+}
+
+// ---- Appending ----
+
+String& String::internalConcat(char const* s, long n) {
+  const long old_length = length();
+  const long new_length = text::add_lengths(old_length, n);
+  if (!is_private()) {
+    Buffer* const joined = text::make_buffer_for(new_length);
+    std::memcpy(joined->chars, c_str(), as_size(old_length));
+    std::memcpy(joined->chars + old_length, s, as_size(n));
+    take(joined);
+    return *this;
+  }
+  if (new_length > capacity()) {
+    // What is appended may be part of this text, and moves with it.
+    const auto offset =
+        reinterpret_cast<std::uintptr_t>(s) - reinterpret_cast<std::uintptr_t>(buffer_->chars);
+    const bool own = offset <= as_size(old_length);
+    buffer_ = text::grow(buffer_, new_length);
+    if (own) s = buffer_->chars + offset;
+  }
+  std::memmove(buffer_->chars + old_length, s, as_size(n));
+  set_length(new_length);
+  return *this;
+}
+
+String& String::concat(String const& t) {
+  return t.length() < 1 ? *this : internalConcat(t.c_str(), t.length());
+}
+
+String& String::concat(char const* s, long n) {
+  return s == nullptr || n <= 0 ? *this : internalConcat(s, n);
+}
+
+String& String::operator+=(String const& t) { return concat(t); }
+
+String& String::operator+=(char const* s) {
+  return s == nullptr || *s == '\0' ? *this : internalConcat(s, length_of(s));
+}
+
+String& String::operator+=(char c) { return c == '\0' ? *this : internalConcat(&c, 1); }
+
+String operator+(String const& left, String const& right) { return String(left) += right; }
+
+String operator+(String const& left, char const* right) { return String(left) += right; }
+
+String operator+(String const& left, char right) { return String(left) += right; }
+
+String operator+(char const* left, String const& right) { return String(left) += right; }
+
+String operator+(char left, String const& right) { return String(left) += right; }
+
+// ---- Formatting ----
+
+String& String::format(char const* fmt, ...) {
+  va_list values;
+  va_start(values, fmt);
+  const long length = vstrlenf(fmt, values);
+  va_end(values);
+  if (length < 1) {
+    take_empty();
+    return *this;
+  }
+  va_start(values, fmt);
+  if (is_private() && length <= capacity()) {
+    write_formatted(buffer_->chars, length, fmt, values);
+    set_length(length);
+  } else {
+    // The old buffer goes last, for the values may be in it.
+    Buffer* const formatted = text::make_buffer_for(length);
+    write_formatted(formatted->chars, length, fmt, values);
+    take(formatted);
+  }
+  va_end(values);
+  return *this;
+}
+
+String& String::concatf(char const* fmt, ...) {
+  va_list values;
+  va_start(values, fmt);
+  const long added = vstrlenf(fmt, values);
+  va_end(values);
+  if (added < 1) return *this;
+  const long old_length = length();
+  const long new_length = text::add_lengths(old_length, added);
+  va_start(values, fmt);
+  if (is_private() && new_length <= capacity()) {
+    write_formatted(buffer_->chars + old_length, added, fmt, values);
+    set_length(new_length);
+  } else {
+    Buffer* const joined = text::make_buffer_for(new_length);
+    std::memcpy(joined->chars, c_str(), as_size(old_length));
+    write_formatted(joined->chars + old_length, added, fmt, values);
+    take(joined);
+  }
+  va_end(values);
+  return *this;
+}
+
+// ---- Editing ----
+
+String& String::internalInsert(long pos, char const* s, long n) {
+  const long old_length = length();
+  if (pos < 0 || pos > old_length) return *this;
+  const long new_length = text::add_lengths(old_length, n);
+  const long tail = old_length - pos;
+  if (!is_private() || new_length > capacity()) {
+    Buffer* const joined = text::make_buffer_for(new_length);
+    std::memcpy(joined->chars, c_str(), as_size(pos));
+    std::memcpy(joined->chars + pos, s, as_size(n));
+    std::memcpy(joined->chars + pos + n, c_str() + pos, as_size(tail));
+    take(joined);
+    return *this;
+  }
+  char* const gap = buffer_->chars + pos;
+  // Of what is inserted, the part that lies behind the position, if any, moves away with the tail.
+  const auto distance = static_cast<std::intptr_t>(reinterpret_cast<std::uintptr_t>(gap) -
+                                                   reinterpret_cast<std::uintptr_t>(s));
+  const bool own = distance <= pos && distance >= -tail;
+  const long unmoved = own ? std::clamp<long>(distance, 0, n) : n;
+  std::memmove(gap + n, gap, as_size(tail));
+  std::memmove(gap, s, as_size(unmoved));
+  std::memmove(gap + unmoved, s + unmoved + n, as_size(n - unmoved));
+  set_length(new_length);
+  return *this;
+}
+
+String& String::insert(long pos, char c) { return c == '\0' ? *this : internalInsert(pos, &c, 1); }
+
+String& String::insert(long pos, String const& t) {
+  return t.length() < 1 ? *this : internalInsert(pos, t.c_str(), t.length());
+}
+
+String& String::insert(long pos, char const* s) {
+  return s == nullptr || *s == '\0' ? *this : internalInsert(pos, s, length_of(s));
+}
+
+String& String::deleteRegion(long from) {
+  if (from >= length() || length() == 0) return *this;
+  from = std::max(from, 0L);
+  if (is_private()) {
+    set_length(from);
+  } else {
+    take(text::make_buffer_of(c_str(), from));
+  }
+  return *this;
+}
+
+String& String::deleteRegion(long from, long to) {
+  from = std::max(from, 0L);
+  to = std::min(to, length());
+  if (from >= to) return *this;
+  const long tail = length() - to;
+  if (is_private()) {
+    std::memmove(buffer_->chars + from, buffer_->chars + to, as_size(tail));
+    set_length(from + tail);
+  } else {
+    Buffer* const rest = text::make_buffer_for(from + tail);
+    std::memcpy(rest->chars, c_str(), as_size(from));
+    std::memcpy(rest->chars + from, c_str() + to, as_size(tail));
+    take(rest);
+  }
+  return *this;
+}
+
+String& String::toLowerCase() {
+  if (length() < 1) return *this;
+  make_private_copy();
+  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, to_lower);
+  return *this;
+}
+
+String& String::toUpperCase() {
+  if (length() < 1) return *this;
+  make_private_copy();
+  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, to_upper);
+  return *this;
+}
+
+String& String::replace(char from, char to) {
+  if (to == '\0' || length() < 1) return *this;
+  make_private_copy();
+  std::replace(buffer_->chars, buffer_->chars + length(), from, to);
+  return *this;
+}
+
+String& String::trim() {
+  const char* const begin = c_str();
+  const char* const end = begin + length();
+  const char* const first = std::find_if_not(begin, end, is_white);
+  if (first == end) {
+    take_empty();
+    return *this;
+  }
+  const char* last = end;
+  while (is_white(last[-1])) --last;
+  const long kept = last - first;
+  if (kept == length()) return *this;
+  if (is_private()) {
+    std::memmove(buffer_->chars, first, as_size(kept));
+    set_length(kept);
+  } else {
+    take(text::make_buffer_of(first, kept));
+  }
+  return *this;
+}
