@@ -12,8 +12,8 @@
  * Where errno is not mentioned it means nothing. Only writefile() logs.
  *
  * Paths. At most 4095 bytes, and so too for the entries of a tree (the path given, "/", and the
- * names down to the entry): one whose path would be longer counts as one that cannot be examined. No
- * path is ever cut. Relative paths begin in the working folder.
+ * names down to the entry): one whose path would be longer counts as one that cannot be examined.
+ * No path is ever cut. Relative paths begin in the working folder.
  *
  * Trees are walked by descriptor: links inside a tree are never followed on the way, and a tree
  * that is moved or changed while it is walked does not lead the walk out of it. Where a walk cannot
@@ -180,9 +180,9 @@ RK_API int empty_directory(const char* path);
  * hexadecimal, as in create_directory()); files get copy_file()'s.
  *
  * `source` and `destination` may be links to directories. Inside the source, a link to a file
- * copies as the file's contents, and one to a directory as an empty file, as copy_file() has it; so
- * too FIFOs and devices. Inside the destination no link is followed: one in the place of a file or
- * directory to be copied makes the copy fail.
+ * copies as the file's contents, and one to a directory as an empty file, as copy_file() has it;
+ * FIFOs and devices are read as there. Inside the destination no link is followed: one in the place
+ * of a file or directory to be copied makes the copy fail.
  *
  * Returns 0; or -1, at the first failure and with the rest not copied: an argument NULL; the
  * destination cannot be created, or exists and is no directory; the source cannot be opened or

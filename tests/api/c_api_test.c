@@ -33,9 +33,9 @@ static void lists(void) {
     list_add_tail(&one->links, i < 3 ? &head : &more);
   }
   list_splice(&more, &head);
-  list_for_each(cursor, &head) sum = sum * 10 + list_entry(cursor, lease, links)->number;
+  list_for_each (cursor, &head) sum = sum * 10 + list_entry(cursor, lease, links)->number;
   check(sum == 312, "spliced elements come first");
-  list_for_each_safe(cursor, following, &head) {
+  list_for_each_safe (cursor, following, &head) {
     list_del_init(cursor);
     free(list_entry(cursor, lease, links));
   }
