@@ -13,6 +13,9 @@
 /* Exported from the shared library. */
 #define RK_API __attribute__((__visibility__("default")))
 
+/* A member of an exported class that only the library calls. */
+#define RK_LOCAL __attribute__((__visibility__("hidden")))
+
 /* A printf-like function: the format is argument `format`, counted from 1; the values begin at
  * argument `first` (0 where they arrive as a va_list). The compiler checks one against the other.
  */
@@ -20,6 +23,7 @@
 
 #else
 #define RK_API
+#define RK_LOCAL
 #define RK_PRINTF(format, first)
 #endif
 

@@ -77,11 +77,12 @@ class RK_API String {
 
   ~String() { release(buffer_); }
 
-  /* Shares the buffer of `other`. */
+  /* Shares the buffer of `other`, which may be this String: it is counted before the old one goes. */
+  /* NOLINTNEXTLINE(bugprone-unhandled-self-assignment) */
   String& operator=(String const& other) {
     StringBuffer* const old = buffer_;
     buffer_ = other.buffer_;
-    ++buffer_->refCount; /* first, for `other` may be this String */
+    ++buffer_->refCount;
     release(old);
     return *this;
   }
@@ -161,11 +162,18 @@ class RK_API String {
   /* ---- Formatting ----
    *
    * As printf(), for the conversions of vstrlenf() in <rkutils/text.h>, which measures the text before
-   * the C library's vsnprintf() writes it. %p is measured as "0x" and digits, and a C library that
-   * writes pointers in another way makes a text that is cut or filled with NULs.
+   * the C library's vsnprintf() writes it. Others must not be used, though the compiler lets them pass:
+   * no floating point, no %zu, %jd, %td or %Lf, no wide characters, no "%1$d". The measuring takes no
+   * value for them, so that a %s behind one reads a wrong value and may crash.
+   *
+   * Where measuring and writing disagree, the text is cut or filled with NULs: %p where the C library
+   * writes pointers in another way, a precision with a NULL %s, a "%" at the end.
+   *
+   * A text above INT_MAX counts as empty. A %n needs a format that cannot be written to, a literal: the
+   * C library may end the process otherwise. NULL is the empty format.
    *
    * A value may be this String's own text only when the buffer is shared or too small for the result;
-   * otherwise it is overwritten while it is read.
+   * otherwise it is overwritten while it is read, and what comes out is anything.
    */
 
   /* Replaces the text. The shared empty text when there is nothing to write. */
@@ -183,7 +191,7 @@ class RK_API String {
   String& insert(long pos, String const& t);
   String& insert(long pos, char const* s);
 
-  /* Keeps the first `from` characters, none for a negative `from`. */
+  /* Keeps the first `from` characters, none for a negative `from`; an empty text keeps its own buffer. */
   String& deleteRegion(long from);
   /* Removes the characters from `from` to before `to`, as far as they are in the text. */
   String& deleteRegion(long from, long to);
@@ -231,7 +239,7 @@ class RK_API String {
    *
    * The first or last position of a character or text; with `from`, the first one not before it (a
    * negative `from` means 0), or the last one not after it (with a negative `from` there is none). The
-   * NUL character is nowhere; the empty text is everywhere, at the length too.
+   * NUL character is not found from the front; the empty text is everywhere, at the length too.
    */
 
   long indexOf(char c) const;
@@ -257,13 +265,14 @@ class RK_API String {
   }
   static void free_buffer(StringBuffer* buffer);
 
-  bool is_private() const;
-  void take(StringBuffer* buffer);
-  void take_empty();
-  void make_private_copy();
-  void set_length(long length);
-  String& internalConcat(char const* s, long n);
-  String& internalInsert(long pos, char const* s, long n);
+  RK_LOCAL bool is_private() const;
+  RK_LOCAL void take(StringBuffer* buffer);
+  RK_LOCAL void take_empty();
+  RK_LOCAL void make_private_copy();
+  RK_LOCAL void set_length(long length);
+  RK_LOCAL void end_own_text();
+  RK_LOCAL String& internalConcat(char const* s, long n);
+  RK_LOCAL String& internalInsert(long pos, char const* s, long n);
 
   StringBuffer* buffer_;
 };

@@ -36,6 +36,7 @@ Call call_of(std::size_t size, int flags, const sockaddr* address, socklen_t len
 }  // namespace
 
 // Stand before the C library's and make the system calls themselves.
+// NOLINTBEGIN(readability-redundant-declaration,readability-inconsistent-declaration-parameter-name)
 extern "C" {
 RK_API int bind(int socket, const sockaddr* address, socklen_t length) noexcept;
 RK_API ssize_t sendto(int socket, const void* buffer, std::size_t size, int flags,
@@ -68,6 +69,7 @@ ssize_t __recvfrom_chk(int socket, void* buffer, std::size_t size, std::size_t /
                        int flags, sockaddr* address, socklen_t* length) {
   return recvfrom(socket, buffer, size, flags, address, length);
 }
+// NOLINTEND(readability-redundant-declaration,readability-inconsistent-declaration-parameter-name)
 
 namespace {
 

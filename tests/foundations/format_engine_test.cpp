@@ -20,6 +20,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 namespace {
 
@@ -45,7 +46,7 @@ std::string window(std::size_t skip, std::size_t size, const char* format, Value
 template <typename... Values>
 std::string engine(const char* format, Values... values) {
   const int length = measured(format, values...);
-  const std::string text = window(0, 4096, format, values...);
+  std::string text = window(0, 4096, format, values...);
   EXPECT_EQ(text.size(), static_cast<std::size_t>(length)) << "measuring and writing disagree";
   return text;
 }
@@ -293,10 +294,28 @@ TEST(FormatEngine, CountsSkippedAndUnstoredCharacters) {
   EXPECT_EQ(after, 8);
 }
 
+TEST(FormatEngine, FindsACountBehindAFullWindowInEveryForm) {
+  short small = -1;
+  long large = -1;
+  int padded = -1;
+  EXPECT_EQ(window(0, 3, "abc%hn", &small), "ab");
+  EXPECT_EQ(window(0, 3, "abc%ln", &large), "ab");
+  EXPECT_EQ(window(0, 3, "abc%-5.3n", &padded), "ab");
+  EXPECT_EQ(small, 3);
+  EXPECT_EQ(large, 3);
+  EXPECT_EQ(padded, 3);
+}
+
+TEST(FormatEngine, PrintsTheNulCharacter) {
+  EXPECT_EQ(engine("a%cb", 0), std::string("a\0b", 3));
+  EXPECT_EQ(engine("%3c", 0), std::string("  \0", 3));
+}
+
 TEST(FormatEngine, ReadsNoValueBeyondTheWindow) {
   // The text that the second %s would print is not one.
   const auto* nowhere = reinterpret_cast<const char*>(std::uintptr_t{1});
   EXPECT_EQ(window(0, 4, "%s%s", "abcd", nowhere), "abc");
+  EXPECT_EQ(window(0, 4, "%s%%n%s", "abcd", nowhere), "abc") << "a percent sign and an n";
 }
 
 TEST(FormatEngine, WritesNothingWithoutRoom) {
@@ -349,6 +368,19 @@ TEST(FormatEngine, ShowsAWindowOfATextLongerThanAnIntCanTell) {
   EXPECT_EQ(window(std::size_t{INT_MAX} + 1, 5, "%2147483647dabc", 1), "(refused)");
   int count = -1;
   EXPECT_EQ(window(0, 5, "%2147483647dabc%n", 1, &count), "(refused)");
+}
+
+// A window of more characters than the result can tell; its pages are never all there.
+TEST(FormatEngine, RefusesAWindowThatItsResultCannotTell) {
+  if (sizeof(std::size_t) < 8) GTEST_SKIP() << "no such window in 32 bits";
+  constexpr std::size_t kSize = std::size_t{5} << 29U;
+  void* const memory = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(memory, MAP_FAILED);
+  auto* const buffer = static_cast<char*>(memory);
+  EXPECT_EQ(windowed(buffer, 0, kSize, "%*s%*s", INT_MAX, "a", INT_MAX, "b"), -1);
+  EXPECT_STREQ(buffer, "");
+  ::munmap(memory, kSize);
 }
 
 }  // namespace

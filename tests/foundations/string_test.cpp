@@ -3,6 +3,7 @@
 #include <rkutils/string.h>
 
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -328,6 +329,61 @@ TEST(StringFormat, FillsWithNulsWhatWasMeasuredTooLong) {
   EXPECT_EQ(state(text), (State{std::string("abc1\0", 5), 23, 1}));
 }
 
+// What comes out is anything, but nothing beyond the buffer is read or written.
+TEST(StringFormat, OfItsOwnTextInPlaceStaysInItsBuffer) {
+  for (int i = 0; i < 20; ++i) {
+    String text("abc");
+    text.concatf("/%s", text.c_str());
+    EXPECT_EQ(text.length(), 7);
+    EXPECT_EQ(text.capacity(), 7);
+    String other("abcde");
+    other.format("%s.", other.c_str());
+    EXPECT_EQ(other.length(), 6);
+  }
+}
+
+TEST(StringFormat, TakesNullForTheEmptyFormat) {
+  String& (String::*volatile format)(char const*, ...) = &String::format;
+  String& (String::*volatile concatf)(char const*, ...) = &String::concatf;
+  String text("abc");
+  const String copy(text);
+  (text.*concatf)(nullptr);
+  EXPECT_EQ(text.c_str(), copy.c_str());
+  (text.*format)(nullptr);
+  EXPECT_TRUE(shares_empty(text));
+  EXPECT_EQ(copy.useCount(), 1);
+}
+
+TEST(StringFormat, OfATextAboveIntMaxIsEmpty) {
+  String& (String::*volatile format)(char const*, ...) = &String::format;
+  String& (String::*volatile concatf)(char const*, ...) = &String::concatf;
+  String text("abc");
+  (text.*concatf)("%2147483647d%d", 1, 2);
+  EXPECT_STREQ(text.c_str(), "abc");
+  (text.*format)("%2147483647d%d", 1, 2);
+  EXPECT_TRUE(shares_empty(text));
+}
+
+TEST(StringFormat, FillsWithNulsWhatTheCLibraryRefuses) {
+  String& (String::*volatile format)(char const*, ...) = &String::format;
+  String text("########");
+  (text.*format)("%d%", 5);
+  EXPECT_EQ(text.length(), 1);
+  EXPECT_TRUE(text[0] == '5' || text[0] == '\0');
+}
+
+TEST(StringConcatf, OfNothingKeepsASharedBuffer) {
+  const String text("abc");
+  String copy(text);
+  copy.concatf("%s", "");
+  EXPECT_EQ(copy.c_str(), text.c_str());
+}
+
+TEST(StringLengthDeathTest, AbortsBeforeItsNumbersOverflow) {
+  EXPECT_EXIT(String("x", LONG_MAX), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(String("a").concat("x", LONG_MAX), testing::KilledBySignal(SIGABRT), "");
+}
+
 TEST(StringConcatf, AppendsFormattedText) {
   String text("a");
   text.concatf("%d", 1);
@@ -464,6 +520,7 @@ TEST(StringReplace, ChangesEveryOccurrence) {
 TEST(StringTrim, RemovesWhiteSpaceFromBothEnds) {
   String text("  \tx y \r\n");
   EXPECT_EQ(state(text.trim()), (State{"x y", 23, 1}));
+  EXPECT_STREQ(String("\n\v\f\rx").trim().c_str(), "x");
   String trailing("x\v\f ");
   EXPECT_EQ(state(trailing.trim()), (State{"x", 7, 1}));
 }
@@ -509,6 +566,8 @@ TEST(StringCompare, HasTheReversedSignInItsMethodsOnly) {
   EXPECT_EQ(String("B").compareToIgnoreCase(a), -1);
   EXPECT_EQ(String("B").compareToIgnoreCase(b), 0);
   EXPECT_EQ(b.compareToIgnoreCase(String(b)), 0);
+  EXPECT_EQ(String("ABC").compareToIgnoreCase(String("abd")), 1);
+  EXPECT_EQ(String("ABC").compareToIgnoreCase(String("ab")), -1);
 }
 
 TEST(StringEquals, ComparesBytes) {
@@ -523,6 +582,7 @@ TEST(StringEquals, ComparesBytes) {
   EXPECT_TRUE(String().equals(no_text));
   EXPECT_TRUE(text.equalsIgnoreCase(String("tEXT")));
   EXPECT_FALSE(text.equalsIgnoreCase(String("tEXTs")));
+  EXPECT_FALSE(text.equalsIgnoreCase(String("tEXX")));
   EXPECT_TRUE(text.equalsIgnoreCase("tEXT"));
   EXPECT_FALSE(text.equalsIgnoreCase("tEX"));
   EXPECT_FALSE(text.equalsIgnoreCase(no_text));
@@ -600,9 +660,17 @@ TEST(StringIndex, IsNulOutsideOfTheText) {
 }
 
 TEST(StringToInteger, ReadsAsScanfDoes) {
-  const std::pair<const char*, long> kNumbers[] = {
-      {"0x10", 16}, {"010", 8},   {"abc", -1}, {"-1", -1}, {"", -1},
-      {" 42x", 42}, {"-0x1", -1}, {"+7", 7},   {"09", 0},  {"2147483647", 2147483647}};
+  const std::pair<const char*, long> kNumbers[] = {{"0x10", 16},
+                                                   {"010", 8},
+                                                   {"abc", -1},
+                                                   {"-1", -1},
+                                                   {"", -1},
+                                                   {" 42x", 42},
+                                                   {"-0x1", -1},
+                                                   {"+7", 7},
+                                                   {"09", 0},
+                                                   {"4294967296", 0},
+                                                   {"2147483647", 2147483647}};
   for (const auto& [text, number] : kNumbers) EXPECT_EQ(String(text).toInteger(), number) << text;
 }
 
@@ -620,6 +688,14 @@ TEST(StringSubstring, MakesANewString) {
   EXPECT_TRUE(shares_empty(text.substring(2, 2)));
   EXPECT_TRUE(shares_empty(text.substring(3, 1)));
   EXPECT_TRUE(shares_empty(text.substring(5, 6)));
+}
+
+TEST(StringSubstring, FromAPositionGoesOnBehindANul) {
+  String text("ab");
+  text.concat("\0c", 2);
+  EXPECT_EQ(state(text.substring(1)), (State{std::string("b\0c", 3), 7, 1}));
+  EXPECT_EQ(state(text.substring(2)), (State{std::string("\0c", 2), 7, 1}));
+  EXPECT_EQ(state(text.substring(3)), (State{"c", 7, 1}));
 }
 
 TEST(StringStar, IsTheStringItself) {
@@ -724,6 +800,8 @@ TEST(StringOperators, CompareTwoStrings) {
   EXPECT_TRUE(b > a && !(a > b) && !(a > shared));
   EXPECT_TRUE(a <= b && a <= shared && !(b <= a));
   EXPECT_TRUE(b >= a && a >= shared && !(a >= b));
+  EXPECT_TRUE(String("abc") < String("abd") && String("a") < String("ab"));
+  EXPECT_TRUE(String("z") < String("\x80"));
 }
 
 TEST(StringOperators, CompareWithATextOnEitherSide) {

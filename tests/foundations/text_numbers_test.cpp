@@ -341,13 +341,14 @@ TEST(ConvBinToHex, WritesTheBytesInTheirOrderInMemory) {
 
 // Words of the bytes 0, 1, 2 and so on.
 std::string dump(std::uint32_t byte_count, std::uint32_t bytes_per_line) {
-  std::vector<unsigned char> data((byte_count + 3) / 4 * 4);
+  std::vector<unsigned char> data(std::size_t{byte_count + 3} / 4 * 4);
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<unsigned char>(i);
   const std::uint32_t size = nbrOfChars_forDataChunk2String(byte_count, bytes_per_line);
   std::string out(size, '#');
   dataChunk2String(data.data(), out.data(), byte_count, bytes_per_line);
   EXPECT_LT(std::strlen(out.c_str()), size);
-  return out.c_str();
+  out.resize(std::strlen(out.c_str()));
+  return out;
 }
 
 TEST(DataChunk2String, WritesWordsInLines) {
@@ -375,6 +376,17 @@ TEST(DataChunk2String, WithoutALineLengthIsOneLine) {
 TEST(DataChunk2String, EndsALineOnlyAfterAWordThatEndsThere) {
   EXPECT_EQ(dump(16, 6), "0x00010203 0x04050607 0x08090a0b \n0x0c0d0e0f \n");
   EXPECT_EQ(dump(8, 2), "0x00010203 \n0x04050607 \n\n");
+}
+
+TEST(DataChunk2String, NeedsNoAlignment) {
+  alignas(4) const unsigned char data[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+  char out[16];
+  dataChunk2String(data + 1, out, 4, 4);
+  EXPECT_STREQ(out, "0x01020304 \n\n");
+}
+
+TEST(NbrOfCharsForDataChunk2String, WithoutALineLengthIsForOneLine) {
+  EXPECT_EQ(nbrOfChars_forDataChunk2String(12, 0), 11U * 3 + 2 + 1);
 }
 
 TEST(NbrOfCharsForDataChunk2String, FollowsItsFormula) {

@@ -44,7 +44,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Shown{5, "0.0 Kbit/s"},  // 3.9 are 4
                     // 99999 hundredths of a unit are the most: 127998.72 bytes per second.
                     Shown{127998, "1000.0 Kbit/s"}, Shown{127999, "1000.0 Kbit/s"},
-                    Shown{128000, "1.0 Mbit/s"}, Shown{131072, "1.0 Mbit/s"},
+                    Shown{128000, "1.0 Mbit/s"}, Shown{136969, "1.0 Mbit/s"},
+                    // The second division is rounded as well.
+                    Shown{136970, "1.1 Mbit/s"}, Shown{131072, "1.0 Mbit/s"},
                     Shown{125000000, "953.7 Mbit/s"}, Shown{1LL << 27, "1.0 Gbit/s"},
                     Shown{1LL << 37, "1.0 Tbit/s"}, Shown{1LL << 57, "1048576.0 Tbit/s"},
                     Shown{kMax, "67108864.0 Tbit/s"}, Shown{-1, "-0.0 Kbit/s"},

@@ -1,7 +1,5 @@
 #include <rkutils/foundations/format/converter.h>
 
-#include <climits>
-
 namespace rkutils::format {
 namespace {
 

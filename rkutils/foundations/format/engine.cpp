@@ -45,7 +45,9 @@ int vsnxprintf(char* buf, size_t skip, size_t size, const char* fmt, va_list ap)
   if (size == 0) return 0;
   Arguments arguments(ap);
   WindowWriter writer(buf, skip, size - 1);
-  if (!print(fmt, arguments, writer)) {
+  // A window may hold more than the result can tell.
+  if (!print(fmt, arguments, writer) || writer.end() - buf > INT_MAX) {
+    errno = EOVERFLOW;
     buf[0] = '\0';
     return -1;
   }

@@ -25,12 +25,14 @@ const char* find_either(const char* begin, const char* end, char a, char b) {
 }
 
 // The last position not after `start` where `needle` stands; the negative `start` itself where there is
-// no position to try, -1 where it stands nowhere.
+// no position to try, -1 where it stands nowhere. `first` and `other` are the bytes that it may begin
+// with; the rest is compared only there.
 long find_backwards(const char* text, const char* needle, std::size_t length, long start,
-                    Compare compare) {
-  if (start < 0) return start;
+                    char first, char other, Compare compare) {
+  if (start < 0 || length == 0) return start;
   for (long at = start; at >= 0; --at) {
-    if (compare(text + at, needle, length) == 0) return at;
+    if ((text[at] == first || text[at] == other) && compare(text + at, needle, length) == 0)
+      return at;
   }
   return -1;
 }
@@ -85,8 +87,9 @@ long String::lastIndexOf(String const& t) const { return lastIndexOf(t, length()
 
 long String::lastIndexOf(String const& t, long from) const {
   if (from < 0) return -1;
+  const char first = t.c_str()[0];
   return find_backwards(c_str(), t.c_str(), std::strlen(t.c_str()),
-                        std::min(from, length() - t.length()), std::strncmp);
+                        std::min(from, length() - t.length()), first, first, std::strncmp);
 }
 
 long String::lastIndexOfIgnoreCase(String const& t) const {
@@ -95,6 +98,7 @@ long String::lastIndexOfIgnoreCase(String const& t) const {
 
 long String::lastIndexOfIgnoreCase(String const& t, long from) const {
   if (from < 0) return -1;
+  const char first = t.c_str()[0];
   return find_backwards(c_str(), t.c_str(), as_size(t.length()),
-                        std::min(from, length() - t.length()), strnicmp);
+                        std::min(from, length() - t.length()), first, other_case(first), strnicmp);
 }

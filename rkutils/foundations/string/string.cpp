@@ -201,7 +201,9 @@ void String::getChars(long begin, long end, char* dst) const {
 
 String String::substring(long from) const {
   if (from < 0 || from >= length()) return EMPTY();
-  return String(c_str(), from, length() - from);
+  String rest;
+  rest.take(text::make_buffer_of(c_str() + from, length() - from));
+  return rest;
 }
 
 String String::substring(long from, long to) const {
@@ -227,7 +229,7 @@ String& String::internalConcat(char const* s, long n) {
     // What is appended may be part of this text, and moves with it.
     const auto offset =
         reinterpret_cast<std::uintptr_t>(s) - reinterpret_cast<std::uintptr_t>(buffer_->chars);
-    const bool own = offset <= as_size(old_length);
+    const bool own = offset <= as_size(capacity());
     buffer_ = text::grow(buffer_, new_length);
     if (own) s = buffer_->chars + offset;
   }
@@ -250,7 +252,13 @@ String& String::operator+=(char const* s) {
   return s == nullptr || *s == '\0' ? *this : internalConcat(s, length_of(s));
 }
 
-String& String::operator+=(char c) { return c == '\0' ? *this : internalConcat(&c, 1); }
+String& String::operator+=(char c) {
+  if (c == '\0') return *this;
+  if (!is_private() || buffer_->length >= buffer_->capacity) return internalConcat(&c, 1);
+  buffer_->chars[buffer_->length] = c;
+  set_length(buffer_->length + 1L);
+  return *this;
+}
 
 String operator+(String const& left, String const& right) { return String(left) += right; }
 
@@ -264,10 +272,14 @@ String operator+(char left, String const& right) { return String(left) += right;
 
 // ---- Formatting ----
 
+// A value that is this String's own text loses its NUL while it is read. Reading then ends at the end of
+// the buffer, where formatted characters never come.
+void String::end_own_text() { buffer_->chars[capacity()] = '\0'; }
+
 String& String::format(char const* fmt, ...) {
   va_list values;
   va_start(values, fmt);
-  const long length = vstrlenf(fmt, values);
+  const long length = fmt == nullptr ? 0 : vstrlenf(fmt, values);
   va_end(values);
   if (length < 1) {
     take_empty();
@@ -275,6 +287,7 @@ String& String::format(char const* fmt, ...) {
   }
   va_start(values, fmt);
   if (is_private() && length <= capacity()) {
+    end_own_text();
     write_formatted(buffer_->chars, length, fmt, values);
     set_length(length);
   } else {
@@ -290,13 +303,14 @@ String& String::format(char const* fmt, ...) {
 String& String::concatf(char const* fmt, ...) {
   va_list values;
   va_start(values, fmt);
-  const long added = vstrlenf(fmt, values);
+  const long added = fmt == nullptr ? 0 : vstrlenf(fmt, values);
   va_end(values);
   if (added < 1) return *this;
   const long old_length = length();
   const long new_length = text::add_lengths(old_length, added);
   va_start(values, fmt);
   if (is_private() && new_length <= capacity()) {
+    end_own_text();
     write_formatted(buffer_->chars + old_length, added, fmt, values);
     set_length(new_length);
   } else {

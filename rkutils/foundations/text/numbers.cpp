@@ -27,12 +27,12 @@ char* write_decimal(char* end, std::uint32_t value) {
   constexpr std::uint32_t kPairRadix = 100;
   while (value >= kPairRadix) {
     end -= 2;
-    std::memcpy(end, kPairs + value % kPairRadix * 2, 2);
+    std::memcpy(end, &kPairs[std::size_t{value % kPairRadix} * 2], 2);
     value /= kPairRadix;
   }
   if (value >= 10) {
     end -= 2;
-    std::memcpy(end, kPairs + value * 2, 2);
+    std::memcpy(end, &kPairs[std::size_t{value} * 2], 2);
     return end;
   }
   *--end = static_cast<char>('0' + value);

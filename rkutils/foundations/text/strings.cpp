@@ -126,7 +126,8 @@ char* strformat(const char* fmt, ...) {
     if (std::vsnprintf(text, sizeof text, fmt, values) < 0) text[0] = '\0';
     va_end(values);
   }
-  return std::strcpy(result, text);
+  std::memcpy(result, text, std::strlen(text) + 1);
+  return result;
 }
 
 char* xml_readattr(const char* text, const char* tag) {

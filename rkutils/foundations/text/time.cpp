@@ -3,8 +3,6 @@
 #include <rkutils/text.h>
 
 #include <array>
-#include <cctype>
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -63,13 +61,14 @@ bool parse_local_time(const char* s, const char* form, std::time_t& time) {
 
 long jiffy(void) {
   struct sysinfo information = {};
-  return ::sysinfo(&information) == 0 ? information.uptime : 0;
+  return ::sysinfo(&information) == 0 ? static_cast<long>(information.uptime) : 0;
 }
 
 char* timeformat(const time_t* t) {
   static char result[256];
   const std::time_t time = t != nullptr ? *t : std::time(nullptr);
   std::tm fields = {};
+  ::tzset();  // glibc's localtime_r() does not notice that the zone has changed
   if (::localtime_r(&time, &fields) == nullptr) return std::strcpy(result, "1970-01-01 00:00:00");
   // A year may have more digits than an int.
   std::snprintf(result, sizeof result, "%04lld-%02d-%02d %02d:%02d:%02d", 1900LL + fields.tm_year,
@@ -90,20 +89,25 @@ time_t timeparse(const char* s) {
 }
 
 time_difference diffts(const struct timespec* a, const struct timespec* b) {
-  time_difference difference = {static_cast<std::int32_t>(b->tv_sec - a->tv_sec),
-                                static_cast<std::int32_t>(b->tv_nsec - a->tv_nsec)};
-  if (difference.nanoseconds < 0) {
-    difference.nanoseconds += kNanosecondsPerSecond;
-    --difference.seconds;
+  // In unsigned arithmetic, which wraps where the 32 bits of the result would overflow.
+  auto seconds = static_cast<std::uint64_t>(b->tv_sec) - static_cast<std::uint64_t>(a->tv_sec);
+  std::int64_t nanoseconds = static_cast<std::int64_t>(b->tv_nsec) - a->tv_nsec;
+  if (nanoseconds < 0) {
+    nanoseconds += kNanosecondsPerSecond;
+    --seconds;
   }
-  return difference;
+  return {static_cast<std::int32_t>(seconds), static_cast<std::int32_t>(nanoseconds)};
 }
 
 int64_t uselapsed(const struct timespec* a, const struct timespec* b) {
-  constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
+  constexpr std::uint64_t kMicrosecondsPerSecond = 1000000;
   constexpr std::int64_t kNanosecondsPerMicrosecond = 1000;
-  return (static_cast<std::int64_t>(b->tv_nsec) - a->tv_nsec) / kNanosecondsPerMicrosecond +
-         kMicrosecondsPerSecond * (static_cast<std::int64_t>(b->tv_sec) - a->tv_sec);
+  const std::int64_t fraction =
+      (static_cast<std::int64_t>(b->tv_nsec) - a->tv_nsec) / kNanosecondsPerMicrosecond;
+  const std::uint64_t seconds =
+      static_cast<std::uint64_t>(b->tv_sec) - static_cast<std::uint64_t>(a->tv_sec);
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(fraction) +
+                                   kMicrosecondsPerSecond * seconds);
 }
 
 uint32_t mkid(void) {

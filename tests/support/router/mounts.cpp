@@ -230,7 +230,7 @@ std::vector<std::string> isolated_folders() {
 std::string checked_keep(const std::string& path) {
   char resolved[PATH_MAX];
   if (::realpath(path.c_str(), resolved) == nullptr) fail("keep " + path);
-  const std::string folder = resolved;
+  std::string folder = resolved;
   bool allowed = folder != "/";
   for (const char* own :
        {"/dev", "/etc", "/nvstatus", "/proc", "/run", "/sys", "/tmp", "/usr", "/var", "/var/cache",

@@ -56,10 +56,11 @@ TEST_F(PrivateRouterOutside, TakesChangesOfTheSystemsFoldersAndForgetsThem) {
   const std::string file = "rkutils-changed";
   for (const std::string folder :
        {"/etc/", "/usr/lib/", "/usr/local/sbin/", "/dev/", "/run/", "/var/"}) {
-    const Outcome outcome = in_router("touch " + folder + file);
+    const std::string path = folder + file;
+    const Outcome outcome = in_router("touch " + path);
     EXPECT_THAT(outcome.output, IsEmpty());
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_FALSE(std::filesystem::exists(folder + file));
+    EXPECT_FALSE(std::filesystem::exists(path));
   }
 }
 
