@@ -91,7 +91,9 @@ void put(const std::string& path, const std::string& text) {
 std::string contents_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   check(file.good(), "read " + path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
 }
 
 bool exists(const std::string& path) {
