@@ -29,10 +29,12 @@
  *
  * Late replies. A reply is taken for the answer to whatever was asked last. One that comes after its
  * wait has ended answers the next query, the reply to that one the query after it, and so on: the
- * values are those of other keys, and nothing fails. A new socket does not help against a reply that is
- * still on its way, for it has the old one's path. What helps is __configd_open() once the late reply
- * has come: it drops all that is queued. A program that sees a query time out should wait, call it, and
- * only then ask again. configd_set() and configd_done() notice by themselves and fail once.
+ * values are those of other keys, and nothing fails. configd_set() and configd_done() fail when the late
+ * reply is not one that they expect, and the answer to the request that failed so may then be late in
+ * its turn; a late echo of the same batch, and a late "Ready" or "Busy", they take for their own. A new
+ * socket does not help against a reply that is still on its way, for it has the old one's path. What
+ * helps is __configd_open() once the late reply has come: it drops all that is queued. A program that
+ * sees an exchange time out, whichever it was, should wait, call it, and only then ask again.
  *
  * Time. Every reply is waited for up to ten seconds of real time; a signal handler that runs
  * meanwhile does not shorten the wait. Sending waits too, without a limit, while the queue of a
@@ -41,7 +43,8 @@
  * Threads and signals. A handle belongs to one thread at a time; nothing is locked. Several handles in
  * one process do not disturb each other. While a reply is waited for, SIGPIPE is ignored in the whole
  * process, and afterwards it has its default action, whatever it had before: a program that ignores
- * SIGPIPE must do so again after each exchange.
+ * SIGPIPE must do so again after each exchange. Of several threads that wait at once, each with its own
+ * handle, the first to end sets the default for all.
  *
  * Children. A handle is not for a forked child: both would receive each other's replies, and closing
  * or re-opening it in the child, or a failed exchange there, removes the parent's socket file, so that

@@ -3,6 +3,7 @@
 
 #include <rkutils/export.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 

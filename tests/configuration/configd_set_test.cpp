@@ -30,6 +30,25 @@ TEST_F(ConfigdSet, ChangesWhatTheDaemonHolds) {
             (std::map<std::string, std::string>{{"lan.address", "192.0.2.1"}, {"empty", ""}}));
 }
 
+TEST_F(ConfigdSet, TakesALateEchoOfTheSameBatchForItsOwn) {
+  const Connection connection = connect();
+  const std::string batch = bytes("a=1\n\0");
+  ASSERT_EQ(configd_send(connection.get(), batch.data(), 5), 5);
+  EXPECT_EQ(configd_set(connection.get(), entries({{"a", "1"}}).data()), 0);
+  auto array = entries({{"a", ""}});
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_STREQ(array[0].value, "a=1");
+}
+
+TEST_F(ConfigdSet, OnAClosedConnectionIsMinus2AndOpensIt) {
+  const Connection connection = connect();
+  __configd_close(connection.get());
+  const auto array = entries({{"a", "1"}});
+  EXPECT_EQ(configd_set(connection.get(), array.data()), -2);
+  EXPECT_THAT(log_.take(), ElementsAre(err("unable to send query to configd")));
+  EXPECT_EQ(configd_set(connection.get(), array.data()), 0);
+}
+
 TEST_F(ConfigdSet, SendsNewlinesAndEqualsSignsAsTheyAre) {
   const Connection connection = connect();
   const auto array = entries({{"a", "1\nb=2"}, {"c=d", "=\n"}});
@@ -212,6 +231,22 @@ TEST_F(ConfigdDone, SendsFiveBytesWithoutANul) {
   const Connection connection = connect();
   EXPECT_EQ(configd_done(connection.get()), 0);
   EXPECT_THAT(daemon_->requests(), ElementsAre(bytes("Done\n")));
+}
+
+// Callers know it as it is: the real answer waits for the next query.
+TEST_F(ConfigdDone, TakesALateAnswerForItsOwn) {
+  const Connection connection = connect();
+  daemon_->set_value("a", "1");
+  daemon_->command("fault 1 reply \"Busy\"");
+  ASSERT_EQ(configd_send(connection.get(), "Done\n", 5), 5);
+  EXPECT_EQ(configd_done(connection.get()), 1);
+  auto array = entries({{"a", ""}});
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_STREQ(array[0].value, "Rea");
+  daemon_->command("fault 0 silence");  // obeyed after the last reply is sent
+  EXPECT_EQ(__configd_open(connection.get()), 0);
+  EXPECT_EQ(configd_get(connection.get(), array.data()), 0);
+  EXPECT_STREQ(array[0].value, "1");
 }
 
 TEST_F(ConfigdDone, AnsweredBusyIs1AndKeepsTheSocket) {
