@@ -24,35 +24,36 @@
  *
  * The protocol: local datagrams between "/var/run/configd/daemon.sock" and a socket of the client's
  * in the same directory, "client.PID.HANDLE", one datagram a request and one a reply. The client's
- * socket file exists exactly while the connection is open. It has mode 0777 and the sender of a reply
- * is not checked: who can reach the directory can answer.
+ * socket file exists exactly while the connection is open. It has mode 0777 and the sender of a
+ * reply is not checked: who can reach the directory can answer.
  *
- * Late replies. A reply is taken for the answer to whatever was asked last. One that comes after its
- * wait has ended answers the next query, the reply to that one the query after it, and so on: the
- * values are those of other keys, and nothing fails. configd_set() and configd_done() fail when the late
- * reply is not one that they expect, and the answer to the request that failed so may then be late in
- * its turn; a late echo of the same batch, and a late "Ready" or "Busy", they take for their own. A new
- * socket does not help against a reply that is still on its way, for it has the old one's path. What
- * helps is __configd_open() once the late reply has come: it drops all that is queued. A program that
- * sees an exchange time out, whichever it was, should wait, call it, and only then ask again.
+ * Late replies. A reply is taken for the answer to whatever was asked last. One that comes after
+ * its wait has ended answers the next query, the reply to that one the query after it, and so on:
+ * the values are those of other keys, and nothing fails. configd_set() and configd_done() fail when
+ * the late reply is not one that they expect, and the answer to the request that failed so may then
+ * be late in its turn; a late echo of the same batch, and a late "Ready" or "Busy", they take for
+ * their own. A new socket does not help against a reply that is still on its way, for it has the
+ * old one's path. What helps is __configd_open() once the late reply has come: it drops all that is
+ * queued. A program that sees an exchange time out, whichever it was, should wait, call it, and
+ * only then ask again.
  *
  * Time. Every reply is waited for up to ten seconds of real time; a signal handler that runs
  * meanwhile does not shorten the wait. Sending waits too, without a limit, while the queue of a
  * hung daemon is full.
  *
- * Threads and signals. A handle belongs to one thread at a time; nothing is locked. Several handles in
- * one process do not disturb each other. While a reply is waited for, SIGPIPE is ignored in the whole
- * process, and afterwards it has its default action, whatever it had before: a program that ignores
- * SIGPIPE must do so again after each exchange. Of several threads that wait at once, each with its own
- * handle, the first to end sets the default for all.
+ * Threads and signals. A handle belongs to one thread at a time; nothing is locked. Several handles
+ * in one process do not disturb each other. While a reply is waited for, SIGPIPE is ignored in the
+ * whole process, and afterwards it has its default action, whatever it had before: a program that
+ * ignores SIGPIPE must do so again after each exchange. Of several threads that wait at once, each
+ * with its own handle, the first to end sets the default for all.
  *
- * Children. A handle is not for a forked child: both would receive each other's replies, and closing
- * or re-opening it in the child, or a failed exchange there, removes the parent's socket file, so that
- * the parent gets no replies any more. The socket is closed on exec.
+ * Children. A handle is not for a forked child: both would receive each other's replies, and
+ * closing or re-opening it in the child, or a failed exchange there, removes the parent's socket
+ * file, so that the parent gets no replies any more. The socket is closed on exec.
  *
  * Texts. Keys and values are sent as they are, and the daemon reads lines: keeping "=" out of keys,
- * and newlines out of both, is the caller's business. A newline in a value begins another assignment,
- * so check what comes from outside.
+ * and newlines out of both, is the caller's business. A newline in a value begins another
+ * assignment, so check what comes from outside.
  */
 #ifndef RKUTILS_CONFIGD_H
 #define RKUTILS_CONFIGD_H

@@ -40,9 +40,9 @@ RK_API void* zalloc(size_t size);
 
 /*
  * Copies the text `src` into the buffer `dst` of `size` bytes: at most size - 1 bytes, and a NUL
- * after them whenever `size` is above 0. With a size of 0 nothing is written; `dst` may be NULL then,
- * unless the C library has a strlcpy() of its own and declares otherwise. The two must not overlap.
- * strlcpy(3) of the BSDs.
+ * after them whenever `size` is above 0. With a size of 0 nothing is written; `dst` may be NULL
+ * then, unless the C library has a strlcpy() of its own and declares otherwise. The two must not
+ * overlap. strlcpy(3) of the BSDs.
  *
  * Returns strlen(src); a result of `size` or more means that the copy was cut.
  */

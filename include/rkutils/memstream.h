@@ -61,8 +61,8 @@ RK_API size_t mem_stream_get_num_bytes_written(const mem_stream* stream, size_t 
                                                const void* orig_buf);
 
 /*
- * Appends text formatted as by printf(3). Neither the format nor a value may lie in the stream's own
- * buffer, and a text from outside is a value, never the format.
+ * Appends text formatted as by printf(3). Neither the format nor a value may lie in the stream's
+ * own buffer, and a text from outside is a value, never the format.
  *
  * Returns 0 when all of it fitted, 1 when it was cut or nothing fitted; a `buf_size` of 0 writes
  * nothing, not even a NUL. An empty text fits into any buffer that has room for its NUL. No more

@@ -6,28 +6,33 @@
  *     copy.concatf(", card %d", card);    (makes its own, `greeting` stays)
  *     if (copy.startsWith(greeting)) syslog(LOG_INFO, "%s", copy.c_str());
  *
- * A String is a handle, one pointer, onto a buffer with a reference count. Copies share the buffer, at
- * the cost of one increment; an operation that changes a String makes the buffer its own first when it is
- * shared. All empty Strings share one buffer that is never freed, except where an operation says that it
- * keeps a buffer of its own.
+ * A String is a handle, one pointer, onto a buffer with a reference count. Copies share the buffer,
+ * at the cost of one increment; an operation that changes a String makes the buffer its own first
+ * when it is shared. All empty Strings share one buffer that is never freed, except where an
+ * operation says that it keeps a buffer of its own.
  *
- * Texts are bytes that end at a NUL. Case is that of ASCII. Operations that return positions return a
- * negative number where there is none.
+ * Texts are bytes that end at a NUL. Case is that of ASCII. Operations that return positions return
+ * a negative number where there is none.
  *
  * Buffers grow by a rule. For a text of n characters there is room for
  *     below 128:  ((n + 8) rounded down to a multiple of 16) + 7
  *     from 128:   ((n - 64) rounded down to a multiple of 64) + 127
- * characters: 7, 23, 39, and so on to 135; then 191, 255, and so on. A buffer never shrinks while its
- * String keeps it.
+ * characters: 7, 23, 39, and so on to 135; then 191, 255, and so on. A buffer never shrinks while
+ * its String keeps it.
  *
- * Errors: positions out of range, negative counts, null pointers and NUL characters make an operation
- * do nothing or give the empty text, as said with each. A process that runs out of memory here, or makes
- * a text of 2 GiB, is aborted. Nothing throws.
+ * Errors: positions out of range, negative counts, null pointers and NUL characters make an
+ * operation do nothing or give the empty text, as said with each. A process that runs out of memory
+ * here, or appends or inserts up to a text of 2 GiB, is aborted. Nothing throws.
  *
- * Threads and signals: the reference counts are plain integers. A String and all copies of it, and the
- * copies are not visible in a program's text, are for one thread at a time; a text for another thread is
- * passed as a copy of its characters (String(text.c_str())). Only the empty text may be in use in
- * several threads. Not for signal handlers.
+ * NULs: bytes beyond a NUL inside of a text count in its length, and are kept by copying and
+ * editing. What goes by the C library's idea of a text ends there: making a String from characters,
+ * substring() with two arguments, searching for texts, regionMatches(), ignoring case, and the
+ * operators that compare.
+ *
+ * Threads and signals: the reference counts are plain integers. A String and all copies of it, and
+ * the copies are not visible in a program's text, are for one thread at a time; a text for another
+ * thread is passed as a copy of its characters (String(text.c_str())). Only the empty text may be
+ * in use in several threads. Not for signal handlers.
  */
 #ifndef RKUTILS_STRING_H
 #define RKUTILS_STRING_H
@@ -64,14 +69,14 @@ class RK_API String {
   String(char const* s);
 
   /*
-   * The text `s` in a buffer of its own with room for `reserve` characters at least, even when `s` is "";
-   * the shared empty text for NULL.
+   * The text `s` in a buffer of its own with room for `reserve` characters at least, even when `s`
+   * is ""; the shared empty text for NULL.
    */
   String(char const* s, long reserve);
 
   /*
-   * `count` characters of `s` from `offset` on, as many as there are. A negative offset means 0. Empty
-   * for NULL, for a count below 1, and for an offset beyond the text.
+   * `count` characters of `s` from `offset` on, as many as there are. A negative offset means 0.
+   * Empty for NULL, for a count below 1, and for an offset beyond the text.
    */
   String(char const* s, long offset, long count);
 
@@ -88,8 +93,8 @@ class RK_API String {
   }
 
   /*
-   * Takes the text `s`, which may be part of this String's own. A buffer of its own that is large enough
-   * is kept, for "" too; NULL gives it up for the shared empty text.
+   * Takes the text `s`, which may be part of this String's own. A buffer of its own that is large
+   * enough is kept, for "" too; NULL gives it up for the shared empty text.
    */
   String& operator=(char const* s);
 
@@ -128,23 +133,24 @@ class RK_API String {
   String const& operator*() const { return *this; }
 
   /*
-   * The number that the text begins with, as scanf() reads it with %i: decimal, hexadecimal after "0x",
-   * octal after "0", blanks before it and anything behind it allowed. -1 where there is none, which
-   * cannot be told from the number -1.
+   * The number that the text begins with, as scanf() reads it with %i: decimal, hexadecimal after
+   * "0x", octal after "0", blanks before it and anything behind it allowed. -1 where there is none,
+   * which cannot be told from the number -1.
    */
   long toInteger() const;
 
   /*
-   * Copies the characters from `begin` to before `end` to `dst`, without a NUL. `begin` is brought into
-   * the text and `end` behind it. Does nothing when `dst` is NULL.
+   * Copies the characters from `begin` to before `end` to `dst`, without a NUL. `begin` is brought
+   * into the text and `end` behind it. Does nothing when `dst` is NULL.
    */
   void getChars(long begin, long end, char* dst) const;
 
   /* A new String of the characters from `from` on; empty when `from` is not inside the text. */
   String substring(long from) const;
   /*
-   * A new String of to - from characters from `from` on, as many as there are; a negative `from` counts
-   * in that difference and then means 0. Empty unless from < to and from is below the length.
+   * A new String of to - from characters from `from` on, as many as there are; a negative `from`
+   * counts in that difference and then means 0. Empty unless from < to and from is below the
+   * length.
    */
   String substring(long from, long to) const;
 
@@ -161,19 +167,19 @@ class RK_API String {
 
   /* ---- Formatting ----
    *
-   * As printf(), for the conversions of vstrlenf() in <rkutils/text.h>, which measures the text before
-   * the C library's vsnprintf() writes it. Others must not be used, though the compiler lets them pass:
-   * no floating point, no %zu, %jd, %td or %Lf, no wide characters, no "%1$d". The measuring takes no
-   * value for them, so that a %s behind one reads a wrong value and may crash.
+   * As printf(), for the conversions of vstrlenf() in <rkutils/text.h>, which measures the text
+   * before the C library's vsnprintf() writes it. Others must not be used, though the compiler lets
+   * them pass: no floating point, no %zu, %jd, %td or %Lf, no wide characters, no "%1$d". The
+   * measuring takes no value for them, so that a %s behind one reads a wrong value and may crash.
    *
-   * Where measuring and writing disagree, the text is cut or filled with NULs: %p where the C library
-   * writes pointers in another way, a precision with a NULL %s, a "%" at the end.
+   * Where measuring and writing disagree, the text is cut or filled with NULs: %p where the C
+   * library writes pointers in another way, a precision with a NULL %s, a "%" at the end.
    *
-   * A text above INT_MAX counts as empty. A %n needs a format that cannot be written to, a literal: the
-   * C library may end the process otherwise. NULL is the empty format.
+   * A text above INT_MAX counts as empty. A %n needs a format that cannot be written to, a literal:
+   * the C library may end the process otherwise. NULL is the empty format.
    *
-   * A value may be this String's own text only when the buffer is shared or too small for the result;
-   * otherwise it is overwritten while it is read, and what comes out is anything.
+   * A value may be this String's own text only when the buffer is shared or too small for the
+   * result; otherwise it is overwritten while it is read, and what comes out is anything.
    */
 
   /* Replaces the text. The shared empty text when there is nothing to write. */
@@ -184,8 +190,8 @@ class RK_API String {
   /* ---- Editing ---- */
 
   /*
-   * Inserts before the character at `pos`; at the length, appends. Does nothing for a NUL, NULL or empty
-   * text, and for a position outside of the text. The text may be part of this String's own.
+   * Inserts before the character at `pos`; at the length, appends. Does nothing for a NUL, NULL or
+   * empty text, and for a position outside of the text. The text may be part of this String's own.
    */
   String& insert(long pos, char c);
   String& insert(long pos, String const& t);
@@ -204,8 +210,9 @@ class RK_API String {
   String& replace(char from, char to);
 
   /*
-   * Removes blanks, tabs, line feeds, vertical tabs, form feeds and carriage returns from both ends. A
-   * text of nothing else becomes the shared empty text, and so does an empty one of its own.
+   * Removes blanks, tabs, line feeds, vertical tabs, form feeds and carriage returns from both
+   * ends. A text of nothing else becomes the shared empty text, and so does an empty one of its
+   * own.
    */
   String& trim();
 
@@ -229,8 +236,8 @@ class RK_API String {
   bool endsWith(String const& p) const;
 
   /*
-   * Whether `len` characters from `toff` on are those of `other` from `ooff` on. False when a region is
-   * not wholly inside its text, or a number is negative.
+   * Whether `len` characters from `toff` on are those of `other` from `ooff` on. False when a
+   * region is not wholly inside its text, or a number is negative.
    */
   bool regionMatches(long toff, String const& other, long ooff, long len) const;
   bool regionMatches(bool ignoreCase, long toff, String const& other, long ooff, long len) const;
@@ -238,8 +245,8 @@ class RK_API String {
   /* ---- Searching ----
    *
    * The first or last position of a character or text; with `from`, the first one not before it (a
-   * negative `from` means 0), or the last one not after it (with a negative `from` there is none). The
-   * NUL character is not found from the front; the empty text is everywhere, at the length too.
+   * negative `from` means 0), or the last one not after it (with a negative `from` there is none).
+   * The NUL character is not found from the front; the empty text is everywhere, at the length too.
    */
 
   long indexOf(char c) const;
@@ -251,8 +258,8 @@ class RK_API String {
   long lastIndexOf(char c) const;
   long lastIndexOf(char c, long from) const;
   /*
-   * For a text longer than this one the result is the difference of the lengths, which is negative but
-   * not always -1.
+   * For a text longer than this one the result is the difference of the lengths, which is negative
+   * but not always -1.
    */
   long lastIndexOf(String const& t) const;
   long lastIndexOf(String const& t, long from) const;

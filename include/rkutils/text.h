@@ -17,9 +17,9 @@
  * random(). timeformat() and timeparse() read the time zone. All others keep no state. Nothing here
  * blocks or logs.
  *
- * Some names are general (`reverse`, `escape`). A program that links the shared library may define a
- * function of such a name in a file that does not include this header: its own calls reach its own
- * function, and the library's the library's. With the static library the two collide.
+ * Some names are general (`reverse`, `escape`). A program that links the shared library may define
+ * a function of such a name in a file that does not include this header: its own calls reach its
+ * own function, and the library's the library's. With the static library the two collide.
  */
 #ifndef RKUTILS_TEXT_H
 #define RKUTILS_TEXT_H
@@ -96,7 +96,8 @@ RK_API char* escape(const char* src, size_t srcLen, char* dst, size_t dstSize);
  * Formats as printf(3) into a buffer of the library's, cut to 2047 characters. The values may be
  * results of an earlier call.
  *
- * A %n needs a format that cannot be written to, a literal: the C library may end the process otherwise.
+ * A %n needs a format that cannot be written to, a literal: the C library may end the process
+ * otherwise.
  *
  * Returns the buffer; it holds the empty text for a NULL `fmt` or when the C library refuses the
  * format.
@@ -111,14 +112,14 @@ RK_API char* strformat(const char* fmt, ...) RK_PRINTF(1, 2);
  * is missing or last, or the closing tag is missing from the 1023 characters that follow the
  * opening one (the buffer is overwritten then all the same).
  *
- * Calls strformat(), so a result of that function is overwritten, and neither argument may be one. `tag`
- * may not be the result of an earlier call either.
+ * Calls strformat(), so a result of that function is overwritten, and neither argument may be one.
+ * `tag` may not be the result of an earlier call either.
  */
 RK_API char* xml_readattr(const char* text, const char* tag);
 
 /*
- * 0 when every character of `s` is one that can be dialled: a digit, an upper-case letter, "*", "#" or
- * "?"; so too for the empty text. -1 otherwise, and for NULL.
+ * 0 when every character of `s` is one that can be dialled: a digit, an upper-case letter, "*", "#"
+ * or "?"; so too for the empty text. -1 otherwise, and for NULL.
  */
 RK_API int e164Number(const char* s);
 
@@ -279,12 +280,12 @@ RK_API char* format_rate(int64_t bytesPerSecond);
 
 /* ---- Formatting engine ----
  *
- * A subset of printf without floating point, with the same result on every C library: flags "-+ #0",
- * width and precision as numbers or "*", lengths "hh", "h", "l" and "ll", conversions d i u o x X c s p
- * n and %%. It follows C99, but for wide characters: %lc and %ls are %c and %s, and take a char and a
- * char *. Where C99 leaves it open, a null string reads "(null)"; a pointer is "0x" and lower-case digits,
- * for NULL too; a conversion that it does not know prints its own character and takes no value; a format
- * that ends in the middle of a conversion prints nothing for it.
+ * A subset of printf without floating point, with the same result on every C library: flags
+ * "-+ #0", width and precision as numbers or "*", lengths "hh", "h", "l" and "ll", conversions d i u o
+ * x X c s p n and %%. It follows C99, but for wide characters: %lc and %ls are %c and %s, and take
+ * a char and a char *. Where C99 leaves it open, a null string reads "(null)"; a pointer is "0x"
+ * and lower-case digits, for NULL too; a conversion that it does not know prints its own character
+ * and takes no value; a format that ends in the middle of a conversion prints nothing for it.
  */
 
 /*
@@ -292,9 +293,9 @@ RK_API char* format_rate(int64_t bytesPerSecond);
  * `buf`, so that a long text can be had in windows. Characters outside of the window are counted
  * and not made. %n stores the number of characters before it, dropped and unstored ones included.
  *
- * Returns the number of characters stored. With a size of 0 nothing is written and the result is 0. -1
- * with errno EOVERFLOW, and an empty text, when a width, a precision or the number of characters passes
- * INT_MAX before the window is full, or before the last %n behind it.
+ * Returns the number of characters stored. With a size of 0 nothing is written and the result is 0.
+ * -1 with errno EOVERFLOW, and an empty text, when a width, a precision or the number of characters
+ * passes INT_MAX before the window is full, or before the last %n behind it.
  *
  * `fmt` must not be NULL, nor `buf` unless `size` is 0.
  */

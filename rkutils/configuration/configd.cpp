@@ -88,9 +88,9 @@ bool bind_to_client_path(const configd_connection* connection) {
                 internal::unix_address_length(address)) == 0;
 }
 
-// Drops the socket with what is queued on it, and makes a new one. It has the same path, so a reply that
-// is still on its way reaches the new one. If there is none to be had, the next exchange fails to send
-// and tries again.
+// Drops the socket with what is queued on it, and makes a new one. It has the same path, so a reply
+// that is still on its way reaches the new one. If there is none to be had, the next exchange fails
+// to send and tries again.
 void reset(configd_connection* connection) {
   __configd_close(connection);
   __configd_open(connection);

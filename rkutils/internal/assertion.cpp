@@ -17,8 +17,8 @@ void report(void (*fail)(const char*, const char*, Line, const char*), const cha
 
 }  // namespace
 
-// __assert_fail is what assert() itself calls, part of the Linux Standard Base and alike in glibc and
-// musl: the report looks as every other program's, and core dump tools find its text.
+// __assert_fail is what assert() itself calls, part of the Linux Standard Base and alike in glibc
+// and musl: the report looks as every other program's, and core dump tools find its text.
 void assertion_failed(const char* condition, const char* source, int line,
                       const char* function) noexcept {
   report(__assert_fail, condition, source, line, function);

@@ -7,9 +7,9 @@
 
 namespace rkutils::internal {
 
-// Fills `address` with `path`, all bytes after it zero. False, with an address of the empty path, when
-// the path and its NUL do not fit (errno ENAMETOOLONG: a cut path would name another socket) or there is
-// none (EINVAL: binding would pick an address at random).
+// Fills `address` with `path`, all bytes after it zero. False, with an address of the empty path,
+// when the path and its NUL do not fit (errno ENAMETOOLONG: a cut path would name another socket)
+// or there is none (EINVAL: binding would pick an address at random).
 [[nodiscard]] bool make_unix_address(const char* path, sockaddr_un& address) noexcept;
 
 // The address length that ends with the path's last character, without its NUL.

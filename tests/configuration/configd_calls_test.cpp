@@ -1,5 +1,5 @@
-// The socket calls behind an exchange, as the kernel gets them. The kernel forgives what other systems'
-// kernels, and readers of a trace, do not.
+// The socket calls behind an exchange, as the kernel gets them. The kernel forgives what other
+// systems' kernels, and readers of a trace, do not.
 
 #include <rkutils/export.h>
 

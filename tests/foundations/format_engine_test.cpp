@@ -1,6 +1,7 @@
 // The formatting engine, beside the C library's.
 //
-// The two differ on purpose in a few places, which the comparison leaves out and tests of their own pin:
+// The two differ on purpose in a few places, which the comparison leaves out and tests of their own
+// pin:
 //   - a null string with a precision below six: glibc prints nothing, the engine cuts "(null)"
 //   - a null pointer: glibc prints "(nil)", the engine "0x0"
 //   - %p with a sign flag, for which C has no meaning: glibc prints a sign
@@ -24,13 +25,14 @@
 
 namespace {
 
-// Without the attribute by which a compiler checks the format, and volatile so that none looks through
-// them: formats are made at run time here, and some are wrong on purpose.
+// Without the attribute by which a compiler checks the format, and volatile so that none looks
+// through them: formats are made at run time here, and some are wrong on purpose.
 int (*volatile c_library)(char*, std::size_t, const char*, ...) = std::snprintf;
 int (*volatile measured)(const char*, ...) = strlenf;
 int (*volatile windowed)(char*, std::size_t, std::size_t, const char*, ...) = snxprintf;
 
-// The characters from `skip` on, with room for `size` of them and the NUL, as the engine makes them.
+// The characters from `skip` on, with room for `size` of them and the NUL, as the engine makes
+// them.
 template <typename... Values>
 std::string window(std::size_t skip, std::size_t size, const char* format, Values... values) {
   std::string buffer(size + 2, '#');

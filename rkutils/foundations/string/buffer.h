@@ -23,17 +23,19 @@ constexpr long capacity_for(long length) {
 // The sum of two lengths. Aborts where a buffer's 32-bit fields could not hold it.
 long add_lengths(long a, long b);
 
-// A buffer with one handle, room for `capacity` characters, and the empty text. Aborts without memory.
+// A buffer with one handle, room for `capacity` characters, and the empty text. Aborts without
+// memory.
 Buffer* make_buffer(long capacity);
 
-// A buffer by the rule, with one handle, for `length` characters that the caller writes; it has its NUL.
+// A buffer by the rule, with one handle, for `length` characters that the caller writes; it has its
+// NUL.
 Buffer* make_buffer_for(long length);
 
 // The same with the characters.
 Buffer* make_buffer_of(const char* bytes, long length);
 
-// Gives a buffer with one handle the room for a text of `length` characters, keeping its text. The buffer
-// may move.
+// Gives a buffer with one handle the room for a text of `length` characters, keeping its text. The
+// buffer may move.
 Buffer* grow(Buffer* buffer, long length);
 
 }  // namespace rkutils::text

@@ -24,9 +24,9 @@ const char* find_either(const char* begin, const char* end, char a, char b) {
   return std::find_if(begin, end, [=](char character) { return character == a || character == b; });
 }
 
-// The last position not after `start` where `needle` stands; the negative `start` itself where there is
-// no position to try, -1 where it stands nowhere. `first` and `other` are the bytes that it may begin
-// with; the rest is compared only there.
+// The last position not after `start` where `needle` stands; the negative `start` itself where
+// there is no position to try, -1 where it stands nowhere. `first` and `other` are the bytes that
+// it may begin with; the rest is compared only there.
 long find_backwards(const char* text, const char* needle, std::size_t length, long start,
                     char first, char other, Compare compare) {
   if (start < 0 || length == 0) return start;

@@ -59,8 +59,8 @@ Buffer* buffer_of_part(const char* s, long offset, long count) {
   return count <= 0 ? share_empty() : text::make_buffer_of(s + offset, count);
 }
 
-// Writes exactly `length` characters, whatever the C library makes of the format: measuring and writing
-// may disagree about a conversion that only one of them knows.
+// Writes exactly `length` characters, whatever the C library makes of the format: measuring and
+// writing may disagree about a conversion that only one of them knows.
 RK_PRINTF(3, 0)
 void write_formatted(char* destination, long length, const char* format, va_list values) {
   const int written = std::vsnprintf(destination, as_size(length) + 1, format, values);
@@ -272,8 +272,8 @@ String operator+(char left, String const& right) { return String(left) += right;
 
 // ---- Formatting ----
 
-// A value that is this String's own text loses its NUL while it is read. Reading then ends at the end of
-// the buffer, where formatted characters never come.
+// A value that is this String's own text loses its NUL while it is read. Reading then ends at the
+// end of the buffer, where formatted characters never come.
 void String::end_own_text() { buffer_->chars[capacity()] = '\0'; }
 
 String& String::format(char const* fmt, ...) {

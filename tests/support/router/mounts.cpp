@@ -225,8 +225,8 @@ std::vector<std::string> isolated_folders() {
   return folders;
 }
 
-// A kept folder is the host's and can be written to, so it must not be one of the router's own, or hold
-// one. Returns its true path.
+// A kept folder is the host's and can be written to, so it must not be one of the router's own, or
+// hold one. Returns its true path.
 std::string checked_keep(const std::string& path) {
   char resolved[PATH_MAX];
   if (::realpath(path.c_str(), resolved) == nullptr) fail("keep " + path);

@@ -1,5 +1,5 @@
-// What a private router is, seen from outside of one. Nothing here may be run on the host but the router's
-// program itself.
+// What a private router is, seen from outside of one. Nothing here may be run on the host but the
+// router's program itself.
 
 #include <cstdlib>
 #include <filesystem>
