@@ -1,5 +1,7 @@
 // Every example runs, and the demo shows what it promises.
 
+#include <rkutils/file.h>
+
 #include <array>
 #include <string>
 
@@ -35,6 +37,24 @@ TEST(ConfigurationValues, FailsWithoutTheDaemonsFolder) {
   EXPECT_EQ(output, "");
   EXPECT_EQ(status, 1);
   EXPECT_THAT(log.take(), ElementsAre(support::LogLine{LOG_ERR, "cannot bind to configd"}));
+}
+
+TEST(ShowFiles, PrintsTheTextOfEachFile) {
+  ASSERT_EQ(writefile("/tmp/card0", "  registered, home "), 0);
+  ASSERT_EQ(writefile("/tmp/card1", " "), 0);
+  const auto [output, status] = run_program(
+      {built_program("examples/show-files"), "/tmp/card0", "/tmp/card1", "/tmp/missing"});
+  EXPECT_EQ(output, "card0: registered, home\ncard1: (nothing)\nmissing: (nothing)\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ShowFiles, TakesNamesWithoutAFolderAndMayHaveNone) {
+  const auto [nothing, status] = run_program({built_program("examples/show-files")});
+  EXPECT_EQ(nothing, "");
+  EXPECT_EQ(status, 0);
+  const auto [output, other] = run_program({built_program("examples/show-files"), "absent"});
+  EXPECT_EQ(output, "absent: (nothing)\n");
+  EXPECT_EQ(other, 0);
 }
 
 TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {
