@@ -1,57 +1,199 @@
 // Stands before the C library's allocator, and before the sanitizer's where there is one.
+//
+// The program's malloc(), calloc() and realloc() take the place of the others, for the shared
+// libraries too. Where the memory then comes from depends on how the program is made:
+//   - with AddressSanitizer the real functions have names of their own;
+//   - linked dynamically, they are the next ones in the order of the libraries;
+//   - linked statically, they are no longer in the program: aligned_alloc() allocates from the same
+//     heap, and free() takes its blocks. (The GNU C library's archive needs the linker's
+//     --allow-multiple-definition for that, for it has all of them in one object.)
 
 #include "support/allocation_faults.h"
 
 #include <rkutils/export.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include <dlfcn.h>
+#include <malloc.h>
+#include <sys/auxv.h>
 
 #if defined(__SANITIZE_ADDRESS__)
-#define REAL(name) __interceptor_##name
+#define SANITIZED 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#define REAL(name) __interceptor_##name
+#define SANITIZED 1
 #endif
 #endif
-#ifndef REAL
-#define REAL(name) __libc_##name
+#ifndef SANITIZED
+#define SANITIZED 0
 #endif
 
+#if SANITIZED
 extern "C" {
-void* REAL(malloc)(std::size_t size);
-void* REAL(calloc)(std::size_t count, std::size_t size);
-void* REAL(realloc)(void* memory, std::size_t size);
-// Visible to the shared libraries, which are to call these too.
-RK_API void* malloc(std::size_t size) noexcept;
-RK_API void* calloc(std::size_t count, std::size_t size) noexcept;
-RK_API void* realloc(void* memory, std::size_t size) noexcept;
+void* __interceptor_malloc(std::size_t size);
+void* __interceptor_calloc(std::size_t count, std::size_t size);
+void* __interceptor_realloc(void* memory, std::size_t size);
 }
+#endif
 
 namespace {
 
+constexpr std::size_t kMostRecorded = 16;
+
 thread_local unsigned long allocations = 0;
 thread_local unsigned long failing = 0;  // the number of the allocation that fails
+thread_local bool recording = false;
+thread_local std::size_t recorded_count = 0;
+thread_local std::size_t recorded[kMostRecorded];
 
-// Counts an allocation; true when it is to fail.
-bool fails_now() noexcept {
+// Counts an allocation; true when it is to fail. The first ones come before the sanitizer is ready
+// to check anything.
+__attribute__((no_sanitize("address", "undefined"))) bool fails_now(std::size_t size) noexcept {
   ++allocations;
+  if (recording && recorded_count < kMostRecorded) recorded[recorded_count++] = size;
   if (allocations != failing) return false;
   errno = ENOMEM;
   return true;
 }
 
+// The function of this name in the next library.
+template <typename Function>
+Function* next(std::atomic<Function*>& cached, const char* name) noexcept {
+  Function* function = cached.load(std::memory_order_relaxed);
+  if (function == nullptr) {
+    function = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+    cached.store(function, std::memory_order_relaxed);
+  }
+  return function;
+}
+
+#if SANITIZED
+
+void* real_malloc(std::size_t size) noexcept { return __interceptor_malloc(size); }
+
+void* real_calloc(std::size_t count, std::size_t size) noexcept {
+  return __interceptor_calloc(count, size);
+}
+
+void* real_realloc(void* memory, std::size_t size) noexcept {
+  return __interceptor_realloc(memory, size);
+}
+
+#else
+
+using Malloc = void*(std::size_t);
+using Calloc = void*(std::size_t, std::size_t);
+using Realloc = void*(void*, std::size_t);
+
+// Whether there is a dynamic linker, and so a next library.
+bool is_dynamic() noexcept { return ::getauxval(AT_BASE) != 0; }
+
+// malloc() of a statically linked program.
+void* allocate(std::size_t size) noexcept {
+  if (size > PTRDIFF_MAX) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return ::aligned_alloc(alignof(std::max_align_t), size);
+}
+
+void* real_malloc(std::size_t size) noexcept {
+  static std::atomic<Malloc*> function = nullptr;
+  return is_dynamic() ? next(function, "malloc")(size) : allocate(size);
+}
+
+void* real_calloc(std::size_t count, std::size_t size) noexcept {
+  static std::atomic<Calloc*> function = nullptr;
+  if (is_dynamic()) return next(function, "calloc")(count, size);
+  std::size_t bytes = 0;
+  if (__builtin_mul_overflow(count, size, &bytes)) bytes = SIZE_MAX;
+  void* const memory = allocate(bytes);
+  return memory == nullptr ? nullptr : std::memset(memory, 0, bytes);
+}
+
+void* real_realloc(void* memory, std::size_t size) noexcept {
+  static std::atomic<Realloc*> function = nullptr;
+  if (is_dynamic()) return next(function, "realloc")(memory, size);
+  void* const moved = allocate(size);
+  if (memory == nullptr || moved == nullptr) return moved;
+  std::memcpy(moved, memory, std::min(size, ::malloc_usable_size(memory)));
+  std::free(memory);
+  return moved;
+}
+
+#endif
+
 }  // namespace
 
-void* malloc(std::size_t size) noexcept { return fails_now() ? nullptr : REAL(malloc)(size); }
+// Visible to the shared libraries, which are to call these too. C libraries differ in whether they
+// declare these functions noexcept, and name the parameters with reserved names.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" {
 
-void* calloc(std::size_t count, std::size_t size) noexcept {
-  return fails_now() ? nullptr : REAL(calloc)(count, size);
+RK_API void* malloc(std::size_t size) noexcept(noexcept(std::malloc(size))) {
+  return fails_now(size) ? nullptr : real_malloc(size);
 }
 
-void* realloc(void* memory, std::size_t size) noexcept {
-  return fails_now() ? nullptr : REAL(realloc)(memory, size);
+RK_API void* calloc(std::size_t count,
+                    std::size_t size) noexcept(noexcept(std::calloc(count, size))) {
+  return fails_now(count * size) ? nullptr : real_calloc(count, size);
 }
+
+RK_API void* realloc(void* memory,
+                     std::size_t size) noexcept(noexcept(std::realloc(memory, size))) {
+  return fails_now(size) ? nullptr : real_realloc(memory, size);
+}
+
+}  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+// The language's operators call malloc(), but for those of the sanitizer. Its delete still takes
+// only what its new has made, so that one has to be called. A program that has operators of its own
+// keeps them.
+#if SANITIZED && !defined(__clang__)
+
+namespace {
+
+constexpr bool kLongSizes = sizeof(std::size_t) == sizeof(std::uint64_t);
+
+using New = void*(std::size_t);
+using NothrowNew = void*(std::size_t, const std::nothrow_t&);
+
+}  // namespace
+
+[[gnu::weak]] void* operator new(std::size_t size) {
+  static std::atomic<New*> function = nullptr;
+  if (fails_now(size)) throw std::bad_alloc();
+  return next(function, kLongSizes ? "_Znwm" : "_Znwj")(size);
+}
+
+[[gnu::weak]] void* operator new[](std::size_t size) {
+  static std::atomic<New*> function = nullptr;
+  if (fails_now(size)) throw std::bad_alloc();
+  return next(function, kLongSizes ? "_Znam" : "_Znaj")(size);
+}
+
+[[gnu::weak]] void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
+  static std::atomic<NothrowNew*> function = nullptr;
+  if (fails_now(size)) return nullptr;
+  return next(function, kLongSizes ? "_ZnwmRKSt9nothrow_t" : "_ZnwjRKSt9nothrow_t")(size, tag);
+}
+
+[[gnu::weak]] void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+  static std::atomic<NothrowNew*> function = nullptr;
+  if (fails_now(size)) return nullptr;
+  return next(function, kLongSizes ? "_ZnamRKSt9nothrow_t" : "_ZnajRKSt9nothrow_t")(size, tag);
+}
+
+#endif
 
 namespace support {
 
@@ -62,5 +204,17 @@ FailingAllocation::FailingAllocation(unsigned long nth) { failing = allocations 
 FailingAllocation::~FailingAllocation() { failing = 0; }
 
 bool FailingAllocation::happened() const { return allocations >= failing; }
+
+RecordedAllocations::RecordedAllocations() {
+  recorded_count = 0;
+  recording = true;
+}
+
+RecordedAllocations::~RecordedAllocations() { recording = false; }
+
+std::vector<std::size_t> RecordedAllocations::sizes() const {
+  recording = false;
+  return {recorded, recorded + recorded_count};
+}
 
 }  // namespace support
