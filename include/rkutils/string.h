@@ -62,7 +62,10 @@ class RK_API String {
   /* The same text as `other`, sharing its buffer. */
   String(String const& other) : buffer_(other.buffer_) { ++buffer_->refCount; }
 
-  /* The one character `c`, in a buffer with room for 7; empty for NUL. */
+  /*
+   * The one character `c`, in a buffer with room for 7; empty for NUL. An int is taken for a
+   * character: `String s = 5` makes the text of the byte 5. stringOf() makes texts of numbers.
+   */
   String(char c);
 
   /* The text `s`; empty for NULL. */
@@ -94,7 +97,9 @@ class RK_API String {
 
   /*
    * Takes the text `s`, which may be part of this String's own. A buffer of its own that is large
-   * enough is kept, for "" too; NULL gives it up for the shared empty text.
+   * enough is kept, for "" too; otherwise a new one is made. So "" makes a String that shared its
+   * text, or the empty one, the owner of a buffer with room for 7. NULL gives up the buffer for the
+   * shared empty text, and so does String().
    */
   String& operator=(char const* s);
 
@@ -108,7 +113,11 @@ class RK_API String {
   static String stringOf(char c);
   static String stringOf(char const* s);
   static String stringOf(char const* s, long offset, long count);
-  /* The value as printf() writes it with %ld, %lu and %p, or "true" and "false". */
+  /*
+   * The value as printf() writes it with %ld, %lu and %p, or "true" and "false". Cast an int to
+   * long: as it is, it fits several of these, and does not compile. Cast a pointer to constant data
+   * to void *: as it is, it counts as a bool, and gives "true".
+   */
   static String stringOf(long value);
   static String stringOf(unsigned long value);
   static String stringOf(void* value);
@@ -133,9 +142,11 @@ class RK_API String {
   String const& operator*() const { return *this; }
 
   /*
-   * The number that the text begins with, as scanf() reads it with %i: decimal, hexadecimal after
-   * "0x", octal after "0", blanks before it and anything behind it allowed. -1 where there is none,
-   * which cannot be told from the number -1.
+   * The number that the text begins with, as C99's scanf() reads it with %i into an int of 32 bits:
+   * decimal, hexadecimal after "0x", octal after "0"; a sign and white space before it and anything
+   * behind it are allowed. The same with every C library: "0b1" is 0, and "0x" without a digit no
+   * number. -1 where there is none, which cannot be told from the number -1. Of a number that is
+   * too large, the lower 32 bits; -1 when 64 bits cannot hold it.
    */
   long toInteger() const;
 
@@ -291,7 +302,10 @@ RK_API String operator+(String const& left, char right);
 RK_API String operator+(char const* left, String const& right);
 RK_API String operator+(char left, String const& right);
 
-/* Compare as strcmp() does. NULL counts as the empty text, the NUL character too. */
+/*
+ * Compare as strcmp() does. NULL counts as the empty text, which is below every text of a length
+ * above 0; the NUL character counts as the empty text too.
+ */
 RK_API bool operator==(String const& left, String const& right);
 RK_API bool operator==(String const& left, char const* right);
 RK_API bool operator==(char const* left, String const& right);

@@ -2,8 +2,10 @@
 
 #include <rkutils/string.h>
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -11,8 +13,13 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "support/allocation_faults.h"
 
 namespace {
 
@@ -41,6 +48,23 @@ struct State {
 State state(String const& s) {
   EXPECT_EQ(s.c_str()[s.length()], '\0');
   return {std::string(s.c_str(), static_cast<std::size_t>(s.length())), s.capacity(), s.useCount()};
+}
+
+// A text that holds NULs.
+template <std::size_t kSize>
+String with_nuls(const char (&bytes)[kSize]) {
+  String text;
+  text.concat(bytes, kSize - 1);
+  return text;
+}
+
+// The sizes of the blocks that an action asks the allocator for.
+using Blocks = std::vector<std::size_t>;
+template <typename Action>
+Blocks blocks(Action action) {
+  const support::RecordedAllocations recorded;
+  action();
+  return recorded.sizes();
 }
 
 TEST(StringEmpty, IsSharedAndNeverFreed) {
@@ -130,6 +154,98 @@ TEST(StringGrowth, FollowsItsRule) {
   }
 }
 
+TEST(StringBlocks, HaveThreeWordsAndARoundedNumberOfCharacters) {
+  const std::pair<std::size_t, std::size_t> kBlocks[] = {
+      {1, 20},    {7, 20},    {8, 36},    {23, 36},   {24, 52},   {39, 52},   {40, 68},
+      {120, 148}, {127, 148}, {128, 204}, {191, 204}, {192, 268}, {255, 268}, {256, 332}};
+  for (const auto& row : kBlocks) {
+    const std::size_t length = row.first;
+    const std::string text(length, 'x');
+    const String string(text.c_str());
+    const String half(std::string(length / 2, 'x').c_str());
+    const String rest(std::string(length - length / 2, 'x').c_str());
+    const Blocks one = {row.second};
+    EXPECT_EQ(blocks([&] { const String made(text.c_str()); }), one) << length;
+    EXPECT_EQ(blocks([&] { const String made(text.c_str(), 0L); }), one) << length;
+    EXPECT_EQ(blocks([&] { const String made("", static_cast<long>(length)); }), one) << length;
+    EXPECT_EQ(blocks([&] { const String made(text.c_str(), 0, LONG_MAX); }), one) << length;
+    EXPECT_EQ(blocks([&] { (void)string.substring(0); }), one) << length;
+    EXPECT_EQ(blocks([&] { String().format("%s", text.c_str()); }), one) << length;
+    EXPECT_EQ(blocks([&] { String() = text.c_str(); }), one) << length;
+    EXPECT_EQ(blocks([&] { String(half) += rest; }), one) << length;
+    EXPECT_EQ(blocks([&] { String(half).insert(0, rest); }), one) << length;
+    EXPECT_EQ(blocks([&] { String(half).concatf("%s", rest.c_str()); }), one) << length;
+    // One character more, and the end is taken off again, in a copy by the rule.
+    String longer(string + 'x');
+    const String sharer(longer);
+    EXPECT_EQ(blocks([&] { longer.deleteRegion(static_cast<long>(length)); }), one) << length;
+  }
+}
+
+TEST(StringBlocks, GrowToTheRulesSizeForTheWholeText) {
+  String text("1234567");
+  EXPECT_EQ(blocks([&] { text += '8'; }), Blocks{36});
+  EXPECT_EQ(blocks([&] { text += "9"; }), Blocks{}) << "there is room";
+  EXPECT_EQ(blocks([&] { text += "a text of thirty-one characters"; }), Blocks{68});
+  EXPECT_EQ(blocks([&] { text.insert(3, std::string(88, 'x').c_str()); }).back(), 204U);
+  EXPECT_EQ(text.length(), 128);
+  EXPECT_EQ(blocks([&] { text.concatf("%64d", 1); }), Blocks{268});
+}
+
+TEST(StringBlocks, OfOneCharacterAreSmall) {
+  EXPECT_EQ(blocks([] { const String made('x'); }), Blocks{20});
+  EXPECT_EQ(blocks([] { (void)String::stringOf('x'); }), Blocks{20});
+  String text("a text of some length that needs room");
+  EXPECT_EQ(blocks([&] { text = 'x'; }), Blocks{20});
+  EXPECT_EQ(blocks([&] { text = 'y'; }), Blocks{20}) << "always a new one";
+}
+
+TEST(StringBlocks, OfCopiesThatChangeCharactersKeepTheirRoom) {
+  const String text("abc", 100L);  // room for 103, where the rule gives 7
+  String lower(text);
+  String upper(text);
+  String replaced(text);
+  EXPECT_EQ(blocks([&] { lower.toLowerCase(); }), Blocks{103 + 13});
+  EXPECT_EQ(blocks([&] { upper.toUpperCase(); }), Blocks{103 + 13});
+  EXPECT_EQ(blocks([&] { replaced.replace('x', 'y'); }), Blocks{103 + 13});
+  EXPECT_EQ(blocks([&] { lower.toUpperCase().toLowerCase().replace('a', 'b'); }), Blocks{})
+      << "in place";
+}
+
+TEST(StringBlocks, AreNotNeededForSharingReadingAndEditingInPlace) {
+  const String text("a text of some length");
+  String other("other, and long enough");
+  EXPECT_EQ(blocks([&] {
+              const String copy(text);
+              const String empty;
+              const String nothing("");
+              const String nul('\0');
+              String assigned;
+              assigned = copy;
+              assigned = empty;
+              assigned = text;
+              EXPECT_EQ(assigned, copy);
+              EXPECT_EQ(text.indexOf(assigned) + text.lastIndexOf(empty), 21);
+              other = "a new text";
+              other.deleteRegion(5).insert(5, " one").trim().concatf("%d", 1);
+              EXPECT_STREQ(other.c_str(), "a new one1");
+              other.format("%s", "");
+            }),
+            Blocks{});
+}
+
+TEST(StringAssign, BetweenHandlesThatShareAlreadyChangesNothing) {
+  String a("hello");
+  String b(a);
+  const char* const before = a.c_str();
+  a = b;
+  EXPECT_EQ(state(a), (State{"hello", 7, 2}));
+  b = a;
+  EXPECT_EQ(state(b), (State{"hello", 7, 2}));
+  EXPECT_EQ(a.c_str(), before);
+  EXPECT_EQ(b.c_str(), before);
+}
+
 TEST(StringAssign, OfAStringSharesItsBufferAndReleasesTheOld) {
   const String text("hello");
   String other("other");
@@ -192,6 +308,38 @@ TEST(StringAssign, OfACharacterAlwaysMakesASmallBuffer) {
   EXPECT_EQ(state(text), (State{"x", 7, 1}));
   text = '\0';
   EXPECT_TRUE(shares_empty(text));
+}
+
+TEST(StringConstructor, TakesAnIntForACharacter) {
+  static_assert(std::is_convertible_v<int, String>);
+  String text = 65;
+  EXPECT_EQ(state(text), (State{"A", 7, 1}));
+  text = 66;
+  text += 67;
+  EXPECT_STREQ(text.c_str(), "BC");
+}
+
+TEST(StringOf, OfNothingSharesTheEmptyText) {
+  EXPECT_TRUE(shares_empty(String::stringOf('\0')));
+  EXPECT_TRUE(shares_empty(String::stringOf("")));
+  EXPECT_TRUE(shares_empty(String::stringOf(no_text)));
+  EXPECT_TRUE(shares_empty(String::stringOf(no_text, 0, 5)));
+  EXPECT_TRUE(shares_empty(String::stringOf("hello", 5, 1)));
+}
+
+TEST(StringOf, ANullPointerIsWhatTheCLibraryPrints) {
+  void* const nowhere = nullptr;
+  char expected[32];
+  std::snprintf(expected, sizeof expected, "%p", nowhere);
+  EXPECT_STREQ(String::stringOf(nowhere).c_str(), expected);
+}
+
+TEST(StringOf, TakesAPointerToConstantDataForABool) {
+  const int data = 0;
+  const int* const there = &data;
+  const int* const nowhere = nullptr;
+  EXPECT_STREQ(String::stringOf(there).c_str(), "true");
+  EXPECT_STREQ(String::stringOf(nowhere).c_str(), "false");
 }
 
 TEST(StringOf, MakesTextsOfValues) {
@@ -302,6 +450,15 @@ TEST(StringFormat, OfNothingIsTheSharedEmptyText) {
   EXPECT_TRUE(shares_empty(text));
 }
 
+TEST(StringFormat, OfNothingLeavesASharedBuffer) {
+  String text("before");
+  const String sharer(text);
+  EXPECT_EQ(sharer.useCount(), 2);
+  text.format("%s", "");
+  EXPECT_TRUE(shares_empty(text));
+  EXPECT_EQ(state(sharer), (State{"before", 7, 1}));
+}
+
 TEST(StringFormat, LeavesASharedBufferAndReadsItAsAValue) {
   String text("hello");
   const String copy(text);
@@ -384,6 +541,48 @@ TEST(StringLengthDeathTest, AbortsBeforeItsNumbersOverflow) {
   EXPECT_EXIT(String("a").concat("x", LONG_MAX), testing::KilledBySignal(SIGABRT), "");
 }
 
+// Two gigabytes of one megabyte: the same pages again and again.
+class HugeText {
+ public:
+  HugeText() {
+    const int file = ::memfd_create("text", MFD_CLOEXEC);
+    const std::string piece(kPiece, 'x');
+    if (file < 0 || ::write(file, piece.data(), kPiece) != static_cast<ssize_t>(kPiece)) return;
+    void* const place =
+        ::mmap(nullptr, kSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (place != MAP_FAILED) {
+      // The last page stays anonymous, and its zeros end the text.
+      text_ = static_cast<char*>(place);
+      for (std::size_t at = 0; at + kPiece < kSize; at += kPiece) {
+        ::mmap(text_ + at, kPiece, PROT_READ, MAP_PRIVATE | MAP_FIXED, file, 0);
+      }
+    }
+    ::close(file);
+  }
+  ~HugeText() {
+    if (text_ != nullptr) ::munmap(text_, kSize);
+  }
+  HugeText(const HugeText&) = delete;
+  HugeText& operator=(const HugeText&) = delete;
+
+  // NULL where there is no room for it.
+  [[nodiscard]] const char* get() const { return text_; }
+
+ private:
+  static constexpr std::size_t kPiece = std::size_t{1} << 20U;
+  static constexpr std::size_t kSize = (std::size_t{1} << 31U) + 1;
+
+  char* text_ = nullptr;
+};
+
+TEST(StringLengthDeathTest, AbortsBeforeAnInsertionOverflows) {
+  const HugeText huge;
+  if (huge.get() == nullptr) GTEST_SKIP() << "no room for a text of two gigabytes";
+  EXPECT_EXIT(String("a").insert(0, huge.get()), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(String("a") += huge.get(), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(String("a") = huge.get(), testing::KilledBySignal(SIGABRT), "");
+}
+
 TEST(StringConcatf, AppendsFormattedText) {
   String text("a");
   text.concatf("%d", 1);
@@ -440,6 +639,39 @@ TEST(StringInsert, OfItsOwnTextAtEveryPosition) {
       }
     }
   }
+}
+
+TEST(StringInsert, OfItsOwnTextLeavesASharedBuffer) {
+  const String text("abc");
+  String copy(text);
+  copy.insert(1, copy.c_str() + 1);
+  EXPECT_EQ(state(copy), (State{"abcbc", 7, 1}));
+  copy = text;
+  copy.insert(2, copy);
+  EXPECT_EQ(state(copy), (State{"ababcc", 7, 1}));
+  copy = text;
+  copy += copy;
+  EXPECT_EQ(state(copy), (State{"abcabc", 7, 1}));
+  copy = text;
+  copy.concat(copy.c_str() + 2, 1);
+  EXPECT_EQ(state(copy), (State{"abcc", 7, 1}));
+  EXPECT_EQ(state(text), (State{"abc", 7, 1}));
+}
+
+TEST(StringDeleteRegion, OfEverythingLeavesASharedBufferForAnEmptyOneOfItsOwn) {
+  const String text("a text of some length");
+  String copy(text);
+  copy.deleteRegion(0);
+  EXPECT_EQ(state(copy), (State{"", 7, 1}));
+  EXPECT_FALSE(shares_empty(copy));
+  copy = text;
+  copy.deleteRegion(0, copy.length());
+  EXPECT_EQ(state(copy), (State{"", 7, 1}));
+  EXPECT_FALSE(shares_empty(copy));
+  copy = text;
+  copy.deleteRegion(LONG_MIN, LONG_MAX);
+  EXPECT_EQ(state(copy), (State{"", 7, 1}));
+  EXPECT_EQ(state(text), (State{"a text of some length", 23, 1}));
 }
 
 TEST(StringDeleteRegion, KeepsTheBeginning) {
@@ -515,6 +747,14 @@ TEST(StringReplace, ChangesEveryOccurrence) {
   const String copy(text);
   text.replace('o', '\0');
   EXPECT_EQ(text.c_str(), copy.c_str());
+}
+
+TEST(StringReplace, GoesOnBehindANul) {
+  String text = with_nuls("a\0a");
+  EXPECT_EQ(state(text.replace('a', 'b')), (State{std::string("b\0b", 3), 7, 1}));
+  EXPECT_EQ(state(text.replace('\0', 'x')), (State{"bxb", 7, 1})) << "the last NUL stays";
+  String shared(text);
+  EXPECT_EQ(state(shared.replace('\0', 'x')), (State{"bxb", 7, 1}));
 }
 
 TEST(StringTrim, RemovesWhiteSpaceFromBothEnds) {
@@ -636,6 +876,32 @@ TEST(StringRegionMatches, ComparesRegions) {
   EXPECT_FALSE(text.regionMatches(true, 0, "hELL", 0, 5));
 }
 
+TEST(StringRegionMatches, EndsAtANulInBoth) {
+  const String text = with_nuls("ab\0cd");
+  const String other = with_nuls("aB\0xy");
+  EXPECT_TRUE(text.regionMatches(0, with_nuls("ab\0xy"), 0, 5));
+  EXPECT_TRUE(text.regionMatches(true, 0, other, 0, 5));
+  EXPECT_FALSE(text.regionMatches(false, 0, other, 0, 5));
+  EXPECT_FALSE(text.regionMatches(3, other, 3, 2)) << "behind the NUL";
+  EXPECT_TRUE(text.regionMatches(3, String("cd"), 0, 2));
+  EXPECT_FALSE(text.regionMatches(1, String("bcd"), 0, 3)) << "a NUL on one side";
+}
+
+TEST(StringGetChars, CopiesOntoItsOwnText) {
+  String up("abcdef");
+  up.getChars(0, 4, const_cast<char*>(up.c_str()) + 2);
+  EXPECT_STREQ(up.c_str(), "ababcd");
+  String down("abcdef");
+  down.getChars(2, 6, const_cast<char*>(down.c_str()));
+  EXPECT_STREQ(down.c_str(), "cdefef");
+}
+
+TEST(StringGetChars, CopiesNulsToo) {
+  std::string out(4, '#');
+  with_nuls("a\0b").getChars(0, 3, out.data());
+  EXPECT_EQ(out, std::string("a\0b#", 4));
+}
+
 TEST(StringGetChars, CopiesWithoutANul) {
   const String text("hello");
   const auto chars = [&](long begin, long end) {
@@ -659,19 +925,77 @@ TEST(StringIndex, IsNulOutsideOfTheText) {
   for (const long i : {-1L, 5L, LONG_MIN, LONG_MAX}) EXPECT_EQ(text[i], '\0');
 }
 
-TEST(StringToInteger, ReadsAsScanfDoes) {
-  const std::pair<const char*, long> kNumbers[] = {{"0x10", 16},
-                                                   {"010", 8},
-                                                   {"abc", -1},
-                                                   {"-1", -1},
-                                                   {"", -1},
-                                                   {" 42x", 42},
-                                                   {"-0x1", -1},
-                                                   {"+7", 7},
-                                                   {"09", 0},
-                                                   {"4294967296", 0},
-                                                   {"2147483647", 2147483647}};
-  for (const auto& [text, number] : kNumbers) EXPECT_EQ(String(text).toInteger(), number) << text;
+struct Integer {
+  const char* text;
+  long number;
+};
+
+// Where the C libraries agree, this one's answer is the same.
+class StringToInteger : public testing::TestWithParam<Integer> {};
+
+TEST_P(StringToInteger, ReadsAsScanfDoes) {
+  const auto& [text, number] = GetParam();
+  EXPECT_EQ(String(text).toInteger(), number) << text;
+  int scanned = 0;
+  EXPECT_EQ(std::sscanf(text, "%i", &scanned) == 1 ? scanned : -1, number) << text;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, StringToInteger,
+    testing::Values(Integer{"0x10", 16}, Integer{"0Xff", 255}, Integer{"0xaBcDeFg", 0xabcdef},
+                    Integer{"010", 8}, Integer{"0", 0}, Integer{"00", 0}, Integer{"42", 42},
+                    Integer{"-1", -1}, Integer{"-42", -42}, Integer{"+7", 7}, Integer{"-0x11", -17},
+                    Integer{"+0x1", 1}, Integer{"-017", -15},
+                    // What follows is ignored, digits of other bases too.
+                    Integer{"42x", 42}, Integer{"09", 0}, Integer{"0179", 15}, Integer{"1.5", 1},
+                    Integer{"1e3", 1}, Integer{"12a", 12}, Integer{"1 2", 1}, Integer{"0 x10", 0},
+                    Integer{"00x10", 0},
+                    // White space before it.
+                    Integer{" 42", 42}, Integer{" \t\n\v\f\r-42", -42},
+                    Integer{"\xa0"
+                            "42",
+                            -1},
+                    // No number.
+                    Integer{"", -1}, Integer{" ", -1}, Integer{"abc", -1}, Integer{"x10", -1},
+                    Integer{"-", -1}, Integer{"+", -1}, Integer{"--5", -1}, Integer{"+-5", -1},
+                    Integer{"- 5", -1}, Integer{"\x80", -1},
+                    // The edges of an int, and what 32 bits make of more.
+                    Integer{"2147483647", INT_MAX}, Integer{"-2147483648", INT_MIN},
+                    Integer{"0x7fffffff", INT_MAX}, Integer{"017777777777", INT_MAX}));
+
+// A long of 32 bits is cut to its range by some, and newer C libraries know binary numbers.
+TEST(StringToInteger, ReadsTheSameWithEveryCLibrary) {
+  const Integer kIntegers[] = {
+      {"0b1", 0},
+      {"0B101", 0},
+      {"-0b1", 0},
+      {"0o17", 0},
+      {"0x", -1},
+      {"0X", -1},
+      {"0xg", -1},
+      {"-0x", -1},
+      {" 0x 1", -1},
+      {"0x-1", -1},
+      {"2147483648", INT_MIN},
+      {"-2147483649", INT_MAX},
+      {"0xffffffff", -1},
+      {"-0xffffffff", 1},
+      {"4294967296", 0},
+      {"4294967338", 42},
+      {"-4294967338", -42},
+      {"0x1000000ff", 255},
+      {"18446744073709551615", -1},
+      {"18446744073709551573", -43},
+      {"-18446744073709551615", 1},
+      {"18446744073709551616", -1},
+      {"-18446744073709551616", -1},
+      {"18446744073709551658", -1},
+      {"0x10000000000000000", -1},
+      {"02000000000000000000000", -1},
+      {"99999999999999999999999999999999999999", -1},
+  };
+  for (const auto& [text, number] : kIntegers) EXPECT_EQ(String(text).toInteger(), number) << text;
+  EXPECT_EQ(with_nuls("1\0002").toInteger(), 1);
 }
 
 TEST(StringSubstring, MakesANewString) {
@@ -748,6 +1072,69 @@ TEST(StringIndexOf, FindsTheFirstTextIgnoringCase) {
   EXPECT_EQ(String("a[b").indexOfIgnoreCase("{"), -1);
 }
 
+TEST(StringIndexOf, EndsAtANul) {
+  const String text = with_nuls("ab\0cb");
+  EXPECT_EQ(text.indexOf('c'), -1);
+  EXPECT_EQ(text.indexOf('c', 3), 3);
+  EXPECT_EQ(text.indexOf('b', 2), -1);
+  EXPECT_EQ(text.indexOf('\0', 0), -1);
+  EXPECT_EQ(text.indexOf("c"), -1);
+  EXPECT_EQ(text.indexOf("cb", 3), 3);
+  EXPECT_EQ(text.indexOf("cb", 2), -1);
+  // Of what is searched for, too.
+  EXPECT_EQ(text.indexOf(with_nuls("b\0x")), 1);
+  EXPECT_EQ(text.indexOf(with_nuls("b\0xyz")), 1) << "its length is not asked for";
+  EXPECT_EQ(text.indexOf(with_nuls("b\0xyz"), 0), 1);
+  EXPECT_EQ(text.indexOf(with_nuls("b\0xyz"), 1), -1);
+  EXPECT_EQ(text.indexOf(with_nuls("\0z")), 0);
+}
+
+TEST(StringIndexOf, IgnoringCaseComparesUpToANulAtEachPosition) {
+  const String text = with_nuls("ab\0cb");
+  EXPECT_EQ(text.indexOfIgnoreCase("C"), 3);
+  EXPECT_EQ(text.indexOfIgnoreCase(with_nuls("B\0x")), 1);
+  EXPECT_EQ(text.indexOfIgnoreCase(with_nuls("\0x")), 2);
+  EXPECT_EQ(text.indexOfIgnoreCase(with_nuls("c\0x")), -1);
+}
+
+TEST(StringLastIndexOf, LooksBehindANul) {
+  const String text = with_nuls("ab\0cb\0");
+  EXPECT_EQ(text.lastIndexOf('c'), 3);
+  EXPECT_EQ(text.lastIndexOf('\0'), 5);
+  EXPECT_EQ(text.lastIndexOf('\0', 4), 2);
+  EXPECT_EQ(text.lastIndexOf("b"), 4);
+  EXPECT_EQ(text.lastIndexOf("ab"), 0);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase("CB"), 3);
+  EXPECT_EQ(text.lastIndexOf(with_nuls("b\0x")), 1) << "no room for three characters at 4";
+  EXPECT_EQ(text.lastIndexOf(with_nuls("\0x")), 4) << "as the empty text";
+  EXPECT_EQ(text.lastIndexOfIgnoreCase(with_nuls("\0x")), 2);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase(with_nuls("B\0x")), 1);
+}
+
+TEST(StringIndexOf, FindsTheEmptyTextEverywhere) {
+  const String text("banana");
+  EXPECT_EQ(text.indexOf("", 3), 3);
+  EXPECT_EQ(text.indexOf("", -3), 0);
+  EXPECT_EQ(text.indexOfIgnoreCase("", 3), 3);
+  EXPECT_EQ(text.indexOfIgnoreCase("", -3), 0);
+  EXPECT_EQ(text.lastIndexOf("", 100), 6);
+  EXPECT_EQ(text.lastIndexOf("", 0), 0);
+  EXPECT_EQ(text.lastIndexOf("", -1), -1);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase(""), 6);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase("", 100), 6);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase("", 2), 2);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase("", 0), 0);
+  EXPECT_EQ(text.lastIndexOfIgnoreCase("", -1), -1);
+  const String empty;
+  EXPECT_EQ(empty.indexOf(""), 0);
+  EXPECT_EQ(empty.indexOf("", 0), 0);
+  EXPECT_EQ(empty.indexOfIgnoreCase(""), 0);
+  EXPECT_EQ(empty.lastIndexOf(""), 0);
+  EXPECT_EQ(empty.lastIndexOfIgnoreCase(""), 0);
+  EXPECT_EQ(empty.lastIndexOf("a"), -1);
+  EXPECT_EQ(empty.lastIndexOfIgnoreCase("ab"), -2);
+}
+
 TEST(StringLastIndexOf, FindsTheLastCharacter) {
   const String text("hello");
   EXPECT_EQ(text.lastIndexOf('l'), 3);
@@ -822,6 +1209,15 @@ TEST(StringOperators, TakeNullForTheEmptyText) {
   EXPECT_TRUE(text > no_text && !(no_text > text) && !(empty > no_text) && !(no_text > empty));
   EXPECT_TRUE(!(text <= no_text) && no_text <= text && empty <= no_text && no_text <= empty);
   EXPECT_TRUE(text >= no_text && !(no_text >= text) && empty >= no_text && no_text >= empty);
+}
+
+TEST(StringOperators, PutNullBelowATextThatBeginsWithANul) {
+  const String text = with_nuls("\0x");
+  EXPECT_TRUE(!(text == no_text) && !(no_text == text) && text != no_text && no_text != text);
+  EXPECT_TRUE(!(text < no_text) && no_text < text && text > no_text && !(no_text > text));
+  EXPECT_TRUE(!(text <= no_text) && no_text <= text && text >= no_text && !(no_text >= text));
+  // Characters end at the NUL.
+  EXPECT_TRUE(text == "" && !(text < "") && !(text > "") && text <= "" && text >= "");
 }
 
 TEST(StringOperators, CompareWithACharacterOnEitherSide) {

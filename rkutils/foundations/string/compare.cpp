@@ -9,8 +9,11 @@ namespace {
 
 bool is_shared(String const& a, String const& b) { return a.c_str() == b.c_str(); }
 
-// NULL counts as the empty text.
-const char* or_empty(const char* s) { return s == nullptr ? "" : s; }
+// Below, above or 0, as strcmp(). NULL is the empty text, which every other one is above.
+int compare(String const& left, char const* right) {
+  if (right == nullptr) return left.length() == 0 ? 0 : 1;
+  return std::strcmp(left.c_str(), right);
+}
 
 std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
 
@@ -93,13 +96,9 @@ bool operator<(String const& left, String const& right) {
   return std::strcmp(left.c_str(), right.c_str()) < 0;
 }
 
-bool operator<(String const& left, char const* right) {
-  return std::strcmp(left.c_str(), or_empty(right)) < 0;
-}
+bool operator<(String const& left, char const* right) { return compare(left, right) < 0; }
 
-bool operator<(char const* left, String const& right) {
-  return std::strcmp(or_empty(left), right.c_str()) < 0;
-}
+bool operator<(char const* left, String const& right) { return compare(right, left) > 0; }
 
 bool operator>(String const& left, String const& right) { return right < left; }
 

@@ -72,6 +72,38 @@ bool is_white(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
+// The value of a digit, in bases up to 16; 16 for other characters.
+unsigned digit_value(char character) {
+  if (character >= '0' && character <= '9') return static_cast<unsigned>(character - '0');
+  if (character >= 'a' && character <= 'f') return static_cast<unsigned>(character - 'a' + 10);
+  if (character >= 'A' && character <= 'F') return static_cast<unsigned>(character - 'A' + 10);
+  return 16;
+}
+
+// What %i of C99 reads into an int. The C library is not asked: newer ones know "0b" too, some take
+// a lone "0x" for 0, and they differ in what becomes of numbers that an int cannot hold.
+long read_integer(const char* s) {
+  constexpr long kNoNumber = -1;
+  while (is_white(*s)) ++s;
+  const bool negative = *s == '-';
+  if (*s == '-' || *s == '+') ++s;
+  unsigned base = *s == '0' ? 8 : 10;
+  if (*s == '0' && (s[1] == 'x' || s[1] == 'X')) {
+    base = 16;
+    s += 2;
+  }
+  const char* const digits = s;
+  std::uint64_t magnitude = 0;
+  bool too_large = false;
+  for (; digit_value(*s) < base; ++s) {
+    too_large = __builtin_mul_overflow(magnitude, base, &magnitude) || too_large;
+    too_large = __builtin_add_overflow(magnitude, digit_value(*s), &magnitude) || too_large;
+  }
+  if (s == digits) return kNoNumber;
+  if (too_large) magnitude = std::numeric_limits<std::uint64_t>::max();
+  return static_cast<std::int32_t>(negative && !too_large ? 0 - magnitude : magnitude);
+}
+
 char to_lower(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                               : character;
@@ -187,10 +219,7 @@ String String::stringOf(bool value) { return String(value ? "true" : "false"); }
 
 // ---- Reading ----
 
-long String::toInteger() const {
-  int number = 0;
-  return std::sscanf(c_str(), "%i", &number) == 1 ? number : -1;
-}
+long String::toInteger() const { return read_integer(c_str()); }
 
 void String::getChars(long begin, long end, char* dst) const {
   if (dst == nullptr) return;
