@@ -82,11 +82,16 @@ RK_API int stricmp(const char* a, const char* b);
 RK_API int strnicmp(const char* a, const char* b, size_t n);
 
 /*
- * Copies `src` in a form that is safe to print: tab, line feed and carriage return as backslash and
- * letter, other bytes below 32 as "^" and the byte plus 64, all others as they are. Reads at most
- * `srcLen` bytes and stops at a NUL. Stops as soon as the output holds dstSize - 2 characters or
- * more, which leaves room for the second half of a pair. `dst` holds `dstSize` bytes and always
- * gets its NUL, unless `dstSize` is 0: then nothing is written.
+ * Copies `src` without the control characters of ASCII below 32, for a log or a terminal: tab, line
+ * feed and carriage return as backslash and letter, other bytes below 32 as "^" and the byte plus
+ * 64, all others as they are. Reads at most `srcLen` bytes and stops at a NUL. Stops as soon as the
+ * output holds dstSize - 2 characters or more, which leaves room for the second half of a pair.
+ * `dst` holds `dstSize` bytes and always gets its NUL, unless `dstSize` is 0: then nothing is
+ * written. The two buffers must not overlap.
+ *
+ * For people, not for programs: it cannot be undone, for a backslash and a "^" of the text itself
+ * stay single. The bytes from 127 on stay too, and with them DEL and, where the reader takes bytes
+ * for ISO 8859, the second set of control characters, 128 to 159.
  *
  * Returns `dst`. A NULL `src` makes an empty text; with a NULL `dst` nothing happens.
  */
@@ -106,14 +111,14 @@ RK_API char* strformat(const char* fmt, ...) RK_PRINTF(1, 2);
 
 /*
  * The text between the first "<tag>" in `text` and the first "</tag>" after it. Not an XML parser:
- * no attributes, no entities, no nesting. `text` may be the result of an earlier call.
+ * no attributes, no entities, no nesting. Both `text` and `tag` may be, or be part of, the result of
+ * an earlier call.
  *
  * Returns a buffer of the library's; or NULL when `text` or `tag` is NULL or empty, the opening tag
  * is missing or last, or the closing tag is missing from the 1023 characters that follow the
  * opening one (the buffer is overwritten then all the same).
  *
  * Calls strformat(), so a result of that function is overwritten, and neither argument may be one.
- * `tag` may not be the result of an earlier call either.
  */
 RK_API char* xml_readattr(const char* text, const char* tag);
 
@@ -239,10 +244,16 @@ typedef struct time_difference {
   int32_t nanoseconds; /* 0 to 999999999, so -0.5 s is -1 and 500000000 */
 } time_difference;
 
-/* The time from `a` to `b`. Both have nanoseconds from 0 to 999999999. */
+/*
+ * The time from `a` to `b`. Both have nanoseconds from 0 to 999999999; neither may be NULL. Seconds
+ * that 32 bits cannot hold wrap.
+ */
 RK_API time_difference diffts(const struct timespec* a, const struct timespec* b);
 
-/* The microseconds from `a` to `b`, nanoseconds divided towards zero. */
+/*
+ * The microseconds from `a` to `b`, the difference of the nanoseconds divided towards zero. Neither
+ * may be NULL.
+ */
 RK_API int64_t uselapsed(const struct timespec* a, const struct timespec* b);
 
 /*
@@ -297,7 +308,8 @@ RK_API char* format_rate(int64_t bytesPerSecond);
  * -1 with errno EOVERFLOW, and an empty text, when a width, a precision or the number of characters
  * passes INT_MAX before the window is full, or before the last %n behind it.
  *
- * `fmt` must not be NULL, nor `buf` unless `size` is 0.
+ * `fmt` must not be NULL, nor `buf` unless `size` is 0. vsnxprintf() and vstrlenf() read a copy of
+ * `ap`, which may be used again from where it is.
  */
 RK_API int vsnxprintf(char* buf, size_t skip, size_t size, const char* fmt, va_list ap)
     RK_PRINTF(4, 0);

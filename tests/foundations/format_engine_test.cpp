@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -306,6 +307,53 @@ TEST(FormatEngine, FindsACountBehindAFullWindowInEveryForm) {
   EXPECT_EQ(small, 3);
   EXPECT_EQ(large, 3);
   EXPECT_EQ(padded, 3);
+}
+
+// Formats one list of values with each of the functions that take one, in this order.
+RK_PRINTF(1, 2) void format_list(const char* format, ...) {
+  char reference[64];
+  char engine[64];
+  char rest[64];
+  va_list values;
+  va_list again;
+  va_start(values, format);
+  va_copy(again, values);
+  const int length = vstrlenf(format, values);
+  const int stored = vsnxprintf(engine, 0, sizeof engine, format, values);
+  const int stored_rest = vsnxprintf(rest, 2, sizeof rest, format, values);
+  // The functions have left the list where it was, and its copy too.
+  EXPECT_EQ(std::vsnprintf(reference, sizeof reference, format, values), length);
+  EXPECT_STREQ(engine, reference);
+  EXPECT_EQ(stored, length);
+  EXPECT_STREQ(rest, reference + 2);
+  EXPECT_EQ(stored_rest, length - 2);
+  EXPECT_EQ(vstrlenf(format, again), length);
+  EXPECT_EQ(std::vsnprintf(reference, sizeof reference, format, again), length);
+  EXPECT_STREQ(engine, reference);
+  va_end(again);
+  va_end(values);
+}
+
+TEST(FormatEngine, LeavesAListOfValuesWhereItWas) {
+  format_list("%d %s %lld", 1, "two", 3LL);
+  // More than registers hold.
+  format_list("%d %d %d %d %d %d %d %d %s %*d", 1, 2, 3, 4, 5, 6, 7, 8, "nine", 4, 10);
+}
+
+// A list that has been read from goes on where it is.
+RK_PRINTF(2, 3) int measure_behind_one(int* first, const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  *first = va_arg(values, int);
+  const int length = vstrlenf("%s-%d", values);
+  va_end(values);
+  return length;
+}
+
+TEST(FormatEngine, GoesOnInAListOfValues) {
+  int first = 0;
+  EXPECT_EQ(measure_behind_one(&first, "%d%s%d", 42, "abc", 100), 7);
+  EXPECT_EQ(first, 42);
 }
 
 TEST(FormatEngine, PrintsTheNulCharacter) {

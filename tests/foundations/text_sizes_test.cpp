@@ -66,7 +66,16 @@ TEST(FormatSize, HasABufferOfItsOwn) {
   const char* rate = format_rate(128);
   EXPECT_STREQ(size, "1 B");
   EXPECT_EQ(format_size(2), size);
+  EXPECT_STREQ(size, "2 B");
   EXPECT_STREQ(rate, "1.0 Kbit/s");
+}
+
+TEST(FormatRate, HasABufferOfItsOwn) {
+  const char* rate = format_rate(128);
+  const char* size = format_size(1);
+  EXPECT_EQ(format_rate(256), rate);
+  EXPECT_STREQ(rate, "2.0 Kbit/s");
+  EXPECT_STREQ(size, "1 B");
 }
 
 }  // namespace

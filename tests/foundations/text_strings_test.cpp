@@ -178,6 +178,10 @@ TEST(Escape, TakesNull) {
   EXPECT_EQ(escape("abc", 3, nullptr, 4), nullptr);
 }
 
+TEST(Escape, LeavesTheEscapesOfTheTextItself) {
+  EXPECT_EQ(escaped("\\t^A\t\x01", 6, 16), "\\t^A\\t^A\0#######"s);
+}
+
 TEST(Strformat, FormatsIntoItsOwnBuffer) {
   char* first = strformat("%d-%s", 1, "a");
   EXPECT_STREQ(first, "1-a");
@@ -230,6 +234,28 @@ TEST(XmlReadattr, ReadsItsOwnResult) {
   const char* outer = xml_readattr("<a><b>1</b></a>", "a");
   EXPECT_STREQ(outer, "<b>1</b>");
   EXPECT_STREQ(xml_readattr(outer, "b"), "1");
+}
+
+TEST(XmlReadattr, TakesItsOwnResultForTheTag) {
+  const char* name = xml_readattr("<name>b</name>", "name");
+  EXPECT_STREQ(name, "b");
+  const char* value = xml_readattr("<a>0</a><b>1</b>", name);
+  EXPECT_EQ(value, name) << "one buffer";
+  EXPECT_STREQ(value, "1");
+}
+
+TEST(XmlReadattr, TakesItsOwnResultForBoth) {
+  const char* outer = xml_readattr("<a>x<tag>1</tag>tag</a>", "a");
+  EXPECT_STREQ(outer, "x<tag>1</tag>tag");
+  EXPECT_STREQ(xml_readattr(outer, outer + 13), "1");
+}
+
+TEST(XmlReadattr, HasABufferOfItsOwn) {
+  char* const first = xml_readattr("<b>1</b>", "b");
+  EXPECT_EQ(xml_readattr("<b>22</b>", "b"), first);
+  EXPECT_STREQ(first, "22");
+  strformat("%s", "other");
+  EXPECT_STREQ(first, "22");
 }
 
 TEST(XmlReadattr, OverwritesStrformatsResult) {

@@ -86,6 +86,15 @@ TEST(Timeformat, OfATimeThatCannotBeConvertedIsTheEpoch) {
   }
 }
 
+TEST(Timeformat, HasABufferOfItsOwn) {
+  const TimeZone utc("UTC0");
+  const std::time_t time = 1763715959;
+  const std::time_t later = time + 1;
+  const char* first = timeformat(&time);
+  EXPECT_EQ(timeformat(&later), first);
+  EXPECT_STREQ(first, "2025-11-21 09:06:00");
+}
+
 TEST(Timeparse, InUtcIsTheTime) {
   const TimeZone utc("UTC0");
   EXPECT_EQ(timeparse("2025-11-21 09:05:59"), 1763715959);

@@ -139,11 +139,13 @@ char* xml_readattr(const char* text, const char* tag) {
   if (found == nullptr) return nullptr;
   found += std::strlen(opening);
   if (*found == '\0') return nullptr;
+  // Text and tag may be in the last result: both are read before it is overwritten.
+  const char* const closing_tag = strformat("</%s>", tag);
   const std::size_t copied = ::strnlen(found, sizeof result - 1);
-  std::memmove(result, found, copied);  // the text may be the last result
+  std::memmove(result, found, copied);
   result[copied] = '\0';
 
-  char* const closing = std::strstr(result, strformat("</%s>", tag));
+  char* const closing = std::strstr(result, closing_tag);
   if (closing == nullptr) return nullptr;
   *closing = '\0';
   return result;

@@ -1,5 +1,6 @@
 // Time: reading, writing, measuring, validating.
 
+#include <rkutils/foundations/text/identifier.h>
 #include <rkutils/text.h>
 
 #include <array>
@@ -111,10 +112,8 @@ int64_t uselapsed(const struct timespec* a, const struct timespec* b) {
 }
 
 uint32_t mkid(void) {
-  constexpr std::uint32_t kModulus = 65535;
-  const auto time = static_cast<std::uint32_t>(std::time(nullptr)) & 0xffffU;
-  const auto random = static_cast<std::uint32_t>(::random()) & 0xffffU;
-  return time % kModulus << 16U | random % kModulus;
+  return rkutils::text::make_identifier(static_cast<std::uint32_t>(std::time(nullptr)),
+                                        static_cast<std::uint32_t>(::random()));
 }
 
 int validateTimeString(const char* s) {
