@@ -18,9 +18,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundations/language_allocation.h"
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
+#include "support/language_allocation.h"
 #include "support/small_stack.h"
 
 namespace {

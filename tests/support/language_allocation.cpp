@@ -1,4 +1,4 @@
-#include "foundations/language_allocation.h"
+#include "support/language_allocation.h"
 
 #include <array>
 #include <cstdlib>

@@ -3,8 +3,8 @@
 // The program's own operators take the place of the C++ runtime's, and of the sanitizer's where
 // there is one: they allocate with malloc(), so that support::FailingAllocation reaches them
 // everywhere. A delete that does not fit its new ends the program.
-#ifndef TESTS_FOUNDATIONS_LANGUAGE_ALLOCATION_H
-#define TESTS_FOUNDATIONS_LANGUAGE_ALLOCATION_H
+#ifndef TESTS_SUPPORT_LANGUAGE_ALLOCATION_H
+#define TESTS_SUPPORT_LANGUAGE_ALLOCATION_H
 
 #include <cstddef>
 #include <vector>
