@@ -13,6 +13,7 @@
 #include <rkutils/text.h>
 
 #ifdef __cplusplus
+#include <rkutils/config_daemon_client.h>
 #include <rkutils/hash_table.h>
 #include <rkutils/string.h>
 #endif
