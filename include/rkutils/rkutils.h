@@ -14,6 +14,7 @@
 
 #ifdef __cplusplus
 #include <rkutils/config_daemon_client.h>
+#include <rkutils/config_reader.h>
 #include <rkutils/hash_table.h>
 #include <rkutils/string.h>
 #endif
