@@ -4,11 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <set>
+#include <optional>
 #include <string_view>
-#include <vector>
-
-#include <benchmark/benchmark.h>
+#include <utility>
 
 #include "support/private_router.h"
 
@@ -18,10 +16,13 @@ namespace {
 constexpr int kDefaultRounds = 15;
 // A machine is noisy: a goal holds up to this much above it.
 constexpr double kNoise = 1.15;
+constexpr const char* kBytes = "bytes";
 
 struct Comparison {
-  std::string ours;
-  std::string reference;
+  std::string work;
+  std::string ours;            // the name of its benchmark
+  std::string reference;       // the same
+  std::string reference_name;  // as printed
   double goal;
 };
 
@@ -30,10 +31,10 @@ std::vector<Comparison>& comparisons() {
   return all;
 }
 
-// The times of one benchmark, one for each round.
-struct Times {
+// The figures of one benchmark, one for each round: nanoseconds, or bytes.
+struct Figures {
   std::vector<double> sorted;
-  std::string unit;
+  bool bytes = false;
 
   [[nodiscard]] double quantile(double share) const {
     return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1) + 0.5)];
@@ -43,10 +44,10 @@ struct Times {
   [[nodiscard]] double spread() const { return 100 * (quantile(0.75) - quantile(0.25)) / median(); }
 };
 
-// Keeps the time of the run and prints nothing.
+// Keeps the figure of the run and prints nothing.
 class Collector : public benchmark::BenchmarkReporter {
  public:
-  explicit Collector(Times& times) : times_(times) {}
+  explicit Collector(Figures& figures) : figures_(figures) {}
 
   bool ReportContext(const Context& /*context*/) override { return true; }
 
@@ -56,80 +57,149 @@ class Collector : public benchmark::BenchmarkReporter {
         std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
         continue;
       }
-      times_.sorted.push_back(run.GetAdjustedRealTime());
-      times_.unit = benchmark::GetTimeUnitString(run.time_unit);
+      const auto bytes = run.counters.find(kBytes);
+      figures_.bytes = bytes != run.counters.end();
+      figures_.sorted.push_back(figures_.bytes ? bytes->second.value : nanoseconds(run));
     }
-    std::sort(times_.sorted.begin(), times_.sorted.end());
+    std::sort(figures_.sorted.begin(), figures_.sorted.end());
   }
 
  private:
-  Times& times_;
+  static double nanoseconds(const Run& run) {
+    constexpr double kPerSecond = 1e9;
+    const bool real = run.run_name.time_type == "real_time";
+    return (real ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) /
+           benchmark::GetTimeUnitMultiplier(run.time_unit) * kPerSecond;
+  }
+
+  Figures& figures_;
 };
 
-using Results = std::map<std::string, Times>;
+using Results = std::map<std::string, Figures>;
+
+// A pattern that matches the one benchmark of that name.
+std::string pattern_of(const std::string& name) {
+  std::string pattern = "^";
+  for (const char character : name) {
+    if (std::string_view(".[]()*+?{}|^$\\").find(character) != std::string_view::npos) {
+      pattern += '\\';
+    }
+    pattern += character;
+  }
+  return pattern + "(/real_time)?$";
+}
 
 // Each benchmark once in every round, so that a machine's slow minute strikes all of them. Google
 // Benchmark has an option for it too, but its version in Debian 12 crashes with it now and then.
 Results run_rounds(int rounds) {
-  std::set<std::string> names;
-  for (const Comparison& each : comparisons()) names.insert({each.ours, each.reference});
+  std::vector<std::string> names;
+  for (const Comparison& each : comparisons()) {
+    for (const std::string& name : {each.ours, each.reference}) {
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+  }
   Results results;
   for (int round = 1; round <= rounds; ++round) {
     std::fprintf(stderr, "\rround %d of %d ", round, rounds);
     for (const std::string& name : names) {
       Collector collector(results[name]);
-      benchmark::RunSpecifiedBenchmarks(&collector, nullptr, "^" + name + "(/real_time)?$");
+      benchmark::RunSpecifiedBenchmarks(&collector, nullptr, pattern_of(name));
     }
   }
   std::fprintf(stderr, "\r                    \r");
   return results;
 }
 
-const char* verdict(double ratio, double goal) {
-  if (ratio <= goal) return "reached";
-  return ratio <= goal * kNoise ? "reached within noise" : "MISSED";
-}
-
-void print_figure(const std::string& name, const Times& times) {
-  std::printf("%-36s %9.4g %-2s %5.1f%%   ", name.c_str(), times.median(), times.unit.c_str(),
-              times.spread());
+void print_figure(const Figures& figures) {
+  static constexpr std::pair<double, const char*> kUnits[] = {{1e9, "s"}, {1e6, "ms"}, {1e3, "us"}};
+  double figure = figures.median();
+  const char* unit = figures.bytes ? "B" : "ns";
+  for (const auto& [size, name] : kUnits) {
+    if (figures.bytes || figure < size) continue;
+    figure /= size;
+    unit = name;
+    break;
+  }
+  std::printf("%9.4g %-2s %5.1f%%   ", figure, unit, figures.spread());
 }
 
 // False when a benchmark gave no figure.
 bool print_comparisons(Results& results) {
   bool complete = true;
-  std::printf("%-36s %12s %6s   %-36s %12s %6s   %6s %6s\n", "ours", "median", "spread",
-              "reference", "median", "spread", "ratio", "goal");
+  std::printf("%-38s %12s %6s   %-38s %12s %6s   %6s %6s\n", "work", "ours", "spread", "against",
+              "median", "spread", "ratio", "goal");
   for (const Comparison& each : comparisons()) {
-    const Times& ours = results[each.ours];
-    const Times& reference = results[each.reference];
+    const Figures& ours = results[each.ours];
+    const Figures& reference = results[each.reference];
     if (ours.sorted.empty() || reference.sorted.empty()) {
-      std::printf("%-36s no figure\n", each.ours.c_str());
+      std::printf("%-38s no figure\n", each.work.c_str());
       complete = false;
       continue;
     }
     const double ratio = ours.median() / reference.median();
-    print_figure(each.ours, ours);
-    print_figure(each.reference, reference);
-    std::printf("%6.3f %6.3g  %s\n", ratio, each.goal, verdict(ratio, each.goal));
+    std::printf("%-38s ", each.work.c_str());
+    print_figure(ours);
+    std::printf("%-38s ", each.reference_name.c_str());
+    print_figure(reference);
+    std::printf("%6.3f %6.4g  %s\n", ratio, each.goal,
+                ratio <= each.goal * kNoise ? "met" : "MISSED");
   }
   return complete;
 }
 
+// What follows `option` in an argument that begins with it.
+std::optional<std::string> value_of(const char* argument, std::string_view option) {
+  const std::string_view text = argument;
+  if (text.substr(0, option.size()) != option) return std::nullopt;
+  return std::string(text.substr(option.size()));
+}
+
+void keep_works_with(const std::string& text) {
+  std::vector<Comparison>& all = comparisons();
+  all.erase(std::remove_if(
+                all.begin(), all.end(),
+                [&](const Comparison& each) { return each.work.find(text) == std::string::npos; }),
+            all.end());
+}
+
+std::string add(const std::string& name, const Body& body) {
+  benchmark::RegisterBenchmark(name.c_str(), body);
+  return name;
+}
+
 }  // namespace
 
+void report_bytes(benchmark::State& state, double bytes) { state.counters[kBytes] = bytes; }
+
+Reference peer(const std::string& name, double goal, Body body) {
+  return {name, goal, std::move(body)};
+}
+
+Reference floor(const std::string& name, double goal, Body body) {
+  return {"floor: " + name, goal, std::move(body)};
+}
+
+void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references) {
+  const std::string name = add(work, ours);
+  for (const Reference& each : references) {
+    const std::string reference = add(work + " - " + each.name, each.body);
+    comparisons().push_back({work, name, reference, each.name, each.goal});
+  }
+}
+
 void compare(const std::string& ours, const std::string& reference, double goal) {
-  comparisons().push_back({ours, reference, goal});
+  comparisons().push_back({ours, ours, reference, reference, goal});
 }
 
 int run(int argc, char** argv) {
   support::enter_private_router(argv);
-  constexpr std::string_view kRoundsOption = "--rounds=";
   int rounds = kDefaultRounds;
   std::vector<char*> arguments;
   for (char* argument : std::vector<char*>(argv, argv + argc)) {
-    if (std::string_view(argument).substr(0, kRoundsOption.size()) == kRoundsOption) {
-      rounds = std::atoi(argument + kRoundsOption.size());
+    if (const auto number = value_of(argument, "--rounds=")) {
+      rounds = std::atoi(number->c_str());
+    } else if (const auto text = value_of(argument, "--only=")) {
+      keep_works_with(*text);
     } else {
       arguments.push_back(argument);
     }

@@ -1,20 +1,52 @@
-// Benchmarks side by side: our figure, another one of the same run, and the ratio that is to be
+// Benchmarks side by side: our figure, others of the same run, and the ratios that are to be
 // reached.
+//
+//     bench::compare("copy of a String", copy_string,
+//                    {bench::peer("g_ref_string_acquire", 0.3, copy_ref_string),
+//                     bench::floor("a plain counter", 2, copy_counter)});
 #ifndef BENCH_SUPPORT_COMPARISON_H
 #define BENCH_SUPPORT_COMPARISON_H
 
+#include <functional>
 #include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
 
 namespace bench {
 
-// Registers that the median time of benchmark `ours` is to be at most `goal` times that of
-// `reference`. Names are as registered with Google Benchmark, without its suffix "/real_time".
+// A benchmark's function. Its figure is the processor's time that it takes, in which other programs
+// of a busy machine do not count, or the bytes that it reports.
+using Body = std::function<void(benchmark::State&)>;
+
+// Makes `bytes` the figure of a benchmark.
+void report_bytes(benchmark::State& state, double bytes);
+
+// What a figure of ours is held against: ours is to be at most `goal` times its.
+struct Reference {
+  std::string name;
+  double goal;
+  Body body;
+};
+
+// What a developer would use otherwise.
+Reference peer(const std::string& name, double goal, Body body);
+
+// The same work done with the least that it takes.
+Reference floor(const std::string& name, double goal, Body body);
+
+// Registers a row of the table: a kind of work as we do it and as the references do.
+void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references);
+
+// The same of two benchmarks that are registered with Google Benchmark already, for real time where
+// other processes take part. Their names are those given there, without the suffix "/real_time".
 void compare(const std::string& ours, const std::string& reference, double goal);
 
-// Runs the benchmarks of all comparisons on a private router, each once in every round, and prints
-// a table of the medians. "--rounds=N" among the arguments sets the number of rounds; the others
-// are Google Benchmark's. Returns the program's exit status, which does not tell whether goals were
-// reached.
+// Runs the benchmarks of all rows on a private router, each once in every round, ours and its
+// references one after the other, and prints a table of the medians. Among the arguments
+// "--rounds=N" sets the number of rounds, and "--only=TEXT" leaves the rows whose names contain the
+// text; the others are Google Benchmark's. Returns the program's exit status, which does not tell
+// whether goals were reached.
 int run(int argc, char** argv);
 
 }  // namespace bench
