@@ -3,6 +3,7 @@
 #ifndef RKUTILS_FOUNDATIONS_FORMAT_CONVERTER_H
 #define RKUTILS_FOUNDATIONS_FORMAT_CONVERTER_H
 
+#include <rkutils/foundations/format/digits.h>
 #include <rkutils/foundations/format/parser.h>
 
 #include <cstddef>
@@ -20,13 +21,92 @@ struct Number {
   unsigned prefix_length = 0;
 };
 
-// Digits of `value` in `base`, at least one.
-unsigned count_digits(std::uint64_t value, unsigned base) noexcept;
+// Digits of `value` in `base`, 8, 10 or 16; at least one.
+inline unsigned count_digits(std::uint64_t value, unsigned base) noexcept {
+  if (base == 10) return count_decimal_digits(value);
+  return base == 16 ? count_digits_of_bits(value, 4) : count_digits_of_bits(value, 3);
+}
 
-// Takes the value of conversion d or i, and of u, o, x or X.
-Number signed_number(const Conversion& conversion, Arguments& arguments) noexcept;
-Number unsigned_number(const Conversion& conversion, Arguments& arguments) noexcept;
-Number pointer(Arguments& arguments) noexcept;
+inline std::int64_t signed_value(Length length, Arguments& arguments) noexcept {
+  switch (length) {
+    case Length::kChar:
+      return static_cast<signed char>(arguments.next<int>());
+    case Length::kShort:
+      return static_cast<short>(arguments.next<int>());
+    case Length::kInt:
+      return arguments.next<int>();
+    case Length::kLong:
+      return arguments.next<long>();
+    case Length::kLongLong:
+      break;
+  }
+  return arguments.next<long long>();
+}
+
+inline std::uint64_t unsigned_value(Length length, Arguments& arguments) noexcept {
+  switch (length) {
+    case Length::kChar:
+      return static_cast<unsigned char>(arguments.next<unsigned>());
+    case Length::kShort:
+      return static_cast<unsigned short>(arguments.next<unsigned>());
+    case Length::kInt:
+      return arguments.next<unsigned>();
+    case Length::kLong:
+      return arguments.next<unsigned long>();
+    case Length::kLongLong:
+      break;
+  }
+  return arguments.next<unsigned long long>();
+}
+
+inline void set_prefix(Number& number, char first, char second) noexcept {
+  number.prefix[0] = first;
+  number.prefix[1] = second;
+  number.prefix_length = second == '\0' ? 1 : 2;
+}
+
+// Takes the value of conversion d or i.
+inline Number signed_number(const Conversion& conversion, Arguments& arguments) noexcept {
+  const std::int64_t value = signed_value(conversion.length, arguments);
+  Number number = {};
+  // Negated as unsigned: the smallest value has no positive counterpart.
+  number.magnitude =
+      value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+  number.base = 10;
+  if (value < 0) {
+    set_prefix(number, '-', '\0');
+  } else if (conversion.plus) {
+    set_prefix(number, '+', '\0');
+  } else if (conversion.space) {
+    set_prefix(number, ' ', '\0');
+  }
+  return number;
+}
+
+// Takes the value of conversion u, o, x or X.
+inline Number unsigned_number(const Conversion& conversion, Arguments& arguments) noexcept {
+  Number number = {};
+  number.magnitude = unsigned_value(conversion.length, arguments);
+  if (conversion.kind == 'u') {
+    number.base = 10;
+  } else if (conversion.kind == 'o') {
+    number.base = 8;
+  } else {
+    number.base = 16;
+    number.upper = conversion.kind == 'X';
+    if (conversion.alternate && number.magnitude != 0) set_prefix(number, '0', conversion.kind);
+  }
+  return number;
+}
+
+// Takes the value of conversion p.
+inline Number pointer(Arguments& arguments) noexcept {
+  Number number = {};
+  number.magnitude = reinterpret_cast<std::uintptr_t>(arguments.next<void*>());
+  number.base = 16;
+  set_prefix(number, '0', 'x');
+  return number;
+}
 
 // Stores `count` where conversion n points to.
 void store_count(const Conversion& conversion, Arguments& arguments, std::uint64_t count) noexcept;
@@ -46,7 +126,8 @@ void convert_text(const Conversion& conversion, const char* bytes, std::size_t l
 }
 
 template <typename Writer>
-void convert_string(const Conversion& conversion, const char* text, Writer& writer) noexcept {
+[[gnu::always_inline]] inline void convert_string(const Conversion& conversion, const char* text,
+                                                  Writer& writer) noexcept {
   if (text == nullptr) text = "(null)";
   const std::size_t length = conversion.precision == Conversion::kNoPrecision
                                  ? std::strlen(text)
@@ -55,7 +136,8 @@ void convert_string(const Conversion& conversion, const char* text, Writer& writ
 }
 
 template <typename Writer>
-void convert_number(const Conversion& conversion, const Number& number, Writer& writer) noexcept {
+[[gnu::always_inline]] inline void convert_number(const Conversion& conversion,
+                                                  const Number& number, Writer& writer) noexcept {
   // A precision of 0 prints 0 as nothing.
   const bool nothing = number.magnitude == 0 && conversion.precision == 0;
   const unsigned digits = nothing ? 0 : count_digits(number.magnitude, number.base);
@@ -81,7 +163,8 @@ void convert_number(const Conversion& conversion, const Number& number, Writer& 
 
 // Prints one conversion, taking its value.
 template <typename Writer>
-void convert(const Conversion& conversion, Arguments& arguments, Writer& writer) noexcept {
+[[gnu::always_inline]] inline void convert(const Conversion& conversion, Arguments& arguments,
+                                           Writer& writer) noexcept {
   switch (conversion.kind) {
     case 'd':
     case 'i':

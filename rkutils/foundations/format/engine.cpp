@@ -16,6 +16,24 @@ using rkutils::format::Conversion;
 using rkutils::format::CountingWriter;
 using rkutils::format::WindowWriter;
 
+// The next percent sign, or the end of the format. There are mostly few characters before it, fewer
+// than a call of strchrnul() is worth.
+const char* find_percent(const char* format) noexcept {
+  constexpr int kFew = 8;
+  for (int i = 0; i < kFew; ++i, ++format) {
+    if (*format == '%' || *format == '\0') return format;
+  }
+  return ::strchrnul(format, '%');
+}
+
+// Out of line, which leaves the loop below with what the compiler makes of conversions that have no
+// options: much less.
+template <typename Writer>
+[[gnu::noinline]] void convert_with_options(const Conversion& conversion, Arguments& arguments,
+                                            Writer& writer) noexcept {
+  rkutils::format::convert(conversion, arguments, writer);
+}
+
 // Prints `format`. Stops early when the writer is full and no count is wanted any more. False, with
 // errno EOVERFLOW, when the text is longer than an int can tell.
 template <typename Writer>
@@ -24,16 +42,21 @@ bool print(const char* format, Arguments& arguments, Writer& writer) noexcept {
     if (writer.full() && !rkutils::format::stores_count(format)) return true;
     if (writer.count() > INT_MAX) break;
     if (*format == '\0') return true;
-    const char* const percent = ::strchrnul(format, '%');
+    const char* const percent = find_percent(format);
     if (percent > format) {
       writer.text(format, static_cast<std::size_t>(percent - format));
       format = percent;
       continue;
     }
     Conversion conversion;
+    if (const char* const rest = rkutils::format::parse_plain(percent + 1, conversion)) {
+      rkutils::format::convert(conversion, arguments, writer);
+      format = rest;
+      continue;
+    }
     format = rkutils::format::parse(percent + 1, arguments, conversion);
     if (conversion.too_wide) break;
-    rkutils::format::convert(conversion, arguments, writer);
+    convert_with_options(conversion, arguments, writer);
   }
   errno = EOVERFLOW;
   return false;

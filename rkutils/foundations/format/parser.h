@@ -45,6 +45,17 @@ struct Conversion {
 // Returns where the format goes on.
 const char* parse(const char* format, Arguments& arguments, Conversion& conversion) noexcept;
 
+// The same for a conversion of its kind alone, or of "l" and its kind, as most are. NULL, with
+// nothing read, for others: flags, digits, "." and "*" all come before the letters.
+inline const char* parse_plain(const char* format, Conversion& conversion) noexcept {
+  const bool is_long = *format == 'l';
+  if (is_long) ++format;
+  if (*format < 'A' || *format == 'h' || *format == 'l') return nullptr;
+  if (is_long) conversion.length = Length::kLong;
+  conversion.kind = *format;
+  return format + 1;
+}
+
 // Whether a conversion in the rest of a format stores a count.
 bool stores_count(const char* format) noexcept;
 

@@ -1,5 +1,6 @@
 // Numbers as text with a radix suffix, and hexadecimal dumps.
 
+#include <rkutils/foundations/format/digits.h>
 #include <rkutils/text.h>
 
 #include <algorithm>
@@ -9,8 +10,6 @@
 
 namespace {
 
-// Room for 32 binary digits, the suffix and a NUL.
-constexpr std::size_t kLongestNumber = 34;
 // valueOf32() looks at no more of a text.
 constexpr std::size_t kSignificant = 33;
 
@@ -22,74 +21,47 @@ constexpr char kPairs[] =
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
 
-// Writes the digits of `value` so that the last one lies before `end`, and returns the first.
-char* write_decimal(char* end, std::uint32_t value) {
+// Writes a decimal number with its NUL.
+char* write_decimal(char* buffer, bool negative, std::uint32_t magnitude) {
   constexpr std::uint32_t kPairRadix = 100;
-  while (value >= kPairRadix) {
-    end -= 2;
-    std::memcpy(end, &kPairs[std::size_t{value % kPairRadix} * 2], 2);
-    value /= kPairRadix;
+  char* at = buffer;
+  if (negative) *at++ = '-';
+  at += rkutils::format::count_decimal_digits(magnitude);
+  *at = '\0';
+  for (; magnitude >= kPairRadix; magnitude /= kPairRadix) {
+    at -= 2;
+    std::memcpy(at, &kPairs[std::size_t{magnitude % kPairRadix} * 2], 2);
   }
-  if (value >= 10) {
-    end -= 2;
-    std::memcpy(end, &kPairs[std::size_t{value} * 2], 2);
-    return end;
+  if (magnitude >= 10) {
+    std::memcpy(at - 2, &kPairs[std::size_t{magnitude} * 2], 2);
+  } else {
+    at[-1] = static_cast<char>('0' + magnitude);
   }
-  *--end = static_cast<char>('0' + value);
-  return end;
+  return buffer;
 }
 
-char* write_power_of_two(char* end, std::uint32_t value, unsigned bits) {
+// Writes a number in digits of 1, 3 or 4 bits, with the suffix and a NUL.
+char* write_digits_of_bits(char* buffer, std::uint32_t value, unsigned bits, char suffix) {
   const std::uint32_t mask = (1U << bits) - 1;
+  char* at = buffer + rkutils::format::count_digits_of_bits(value, bits);
+  at[0] = suffix;
+  at[1] = '\0';
   do {
-    *--end = kDigits[value & mask];
+    *--at = kDigits[value & mask];
     value >>= bits;
-  } while (value != 0);
-  return end;
+  } while (at != buffer);
+  return buffer;
 }
-
-// A number's text, made from its end.
-class NumberText {
- public:
-  // Decimal, with a sign.
-  NumberText(bool negative, std::uint32_t magnitude) {
-    begin_ = write_decimal(end(), magnitude);
-    if (negative) *--begin_ = '-';
-  }
-  // In digits of 1, 3 or 4 bits, with the suffix.
-  NumberText(std::uint32_t value, unsigned bits, char suffix) {
-    end()[-1] = suffix;
-    begin_ = write_power_of_two(end() - 1, value, bits);
-  }
-
-  char* copy_to(char* buffer) const {
-    const auto length = static_cast<std::size_t>(text_ + sizeof text_ - 1 - begin_);
-    std::memcpy(buffer, begin_, length);
-    buffer[length] = '\0';
-    return buffer;
-  }
-
-  [[nodiscard]] bool equals(const char* text) const {
-    const auto length = static_cast<std::size_t>(text_ + sizeof text_ - 1 - begin_);
-    return std::strncmp(begin_, text, length) == 0 && text[length] == '\0';
-  }
-
- private:
-  char* end() { return text_ + sizeof text_ - 1; }
-
-  char text_[kLongestNumber];
-  char* begin_;
-};
 
 // `value` in base 2, 8 or 16; NULL for any other.
 char* write_in_base(std::uint32_t value, char* buffer, int base) {
   switch (base) {
     case 2:
-      return NumberText(value, 1, 'b').copy_to(buffer);
+      return write_digits_of_bits(buffer, value, 1, 'b');
     case 8:
-      return NumberText(value, 3, 'o').copy_to(buffer);
+      return write_digits_of_bits(buffer, value, 3, 'o');
     case 16:
-      return NumberText(value, 4, 'h').copy_to(buffer);
+      return write_digits_of_bits(buffer, value, 4, 'h');
     default:
       return nullptr;
   }
@@ -110,26 +82,56 @@ std::uint32_t digit_value(char character, std::uint32_t base) {
   return static_cast<std::uint32_t>(static_cast<unsigned char>(character)) - '0';
 }
 
-// The characters from `begin` to `end` as a number, suffix included.
-std::uint32_t read_number(const char* begin, const char* end) {
+bool is_lower_case(char character) { return character >= 'a' && character <= 'z'; }
+
+// The digits from `begin` to `end` as a number, in the base of the suffix at `end`.
+std::uint32_t read_with_suffix(const char* begin, const char* end) {
   std::uint32_t base = 10;
-  if (begin < end && end[-1] >= 'a' && end[-1] <= 'z') {
-    --end;
-    if (*end == 'b') base = 2;
-    if (*end == 'o') base = 8;
-    if (*end == 'h' || *end == 'x') base = 16;
-  }
+  if (*end == 'b') base = 2;
+  if (*end == 'o') base = 8;
+  if (*end == 'h' || *end == 'x') base = 16;
   std::uint32_t value = 0;
-  std::uint32_t weight = 1;
-  while (end > begin) {
-    value += digit_value(*--end, base) * weight;
-    weight *= base;
-  }
+  for (; begin != end; ++begin) value = value * base + digit_value(*begin, base);
   return value;
 }
 
-void report(int* ok, bool valid) {
-  if (ok != nullptr) *ok = valid ? 0 : -1;
+// The first `most` characters of a text as a number, suffix included. Read as a decimal one, until
+// the last character shows that it is something else.
+std::uint32_t read_number(const char* text, std::size_t most) {
+  std::uint32_t value = 0;
+  std::size_t length = 0;
+  for (; length < most && text[length] != '\0'; ++length) {
+    value = value * 10 + digit_value(text[length], 10);
+  }
+  if (length == 0 || !is_lower_case(text[length - 1])) return value;
+  return read_with_suffix(text, text + length - 1);
+}
+
+// Whether the text is a decimal number of that range as printf() writes it, so that what is read
+// from it would be printed the same.
+bool is_printed_number(const char* text, std::int64_t min, std::int64_t max) {
+  constexpr int kMostDigits = 10;
+  const bool negative = *text == '-';
+  if (negative) ++text;
+  if (*text == '0') return !negative && text[1] == '\0';
+  std::int64_t value = 0;
+  int digits = 0;
+  for (; *text >= '0' && *text <= '9'; ++text) {
+    if (++digits > kMostDigits) return false;
+    value = value * 10 + (*text - '0');
+  }
+  if (negative) value = -value;
+  return digits > 0 && *text == '\0' && value >= min && value <= max;
+}
+
+// The four validValueOf… functions.
+template <typename Value>
+Value read_printed(int* ok, const char* s, Value (*read)(const char*)) {
+  using Limits = std::numeric_limits<Value>;
+  if (ok != nullptr) {
+    *ok = s != nullptr && is_printed_number(s, Limits::min(), Limits::max()) ? 0 : -1;
+  }
+  return read(s);
 }
 
 // The four validRangeValueOf… functions.
@@ -144,14 +146,14 @@ void check_range(int* ok, const char* s, Value min, Value max, Value (*read)(int
 
 char* i32toa(int32_t value, char* buf, int base) {
   if (buf == nullptr) return nullptr;
-  if (base == 10) return NumberText(value < 0, magnitude_of(value)).copy_to(buf);
+  if (base == 10) return write_decimal(buf, value < 0, magnitude_of(value));
   if (value < 0 && base != 2) return nullptr;
   return write_in_base(static_cast<std::uint32_t>(value), buf, base);
 }
 
 char* u_i32toa(uint32_t value, char* buf, int base) {
   if (buf == nullptr) return nullptr;
-  if (base == 10) return NumberText(false, value).copy_to(buf);
+  if (base == 10) return write_decimal(buf, false, value);
   return write_in_base(value, buf, base);
 }
 
@@ -164,43 +166,23 @@ char* u_i16toa(uint16_t value, char* buf, int base) { return u_i32toa(value, buf
 
 int32_t valueOf32(const char* s) {
   if (s == nullptr) return 0;
-  const char* const end = s + ::strnlen(s, kSignificant);
-  const bool negative = *s == '-';
-  const std::uint32_t value = read_number(negative ? s + 1 : s, end);
-  return static_cast<std::int32_t>(negative ? 0 - value : value);
+  if (*s != '-') return static_cast<std::int32_t>(read_number(s, kSignificant));
+  return static_cast<std::int32_t>(0 - read_number(s + 1, kSignificant - 1));
 }
 
-uint32_t u_valueOf32(const char* s) {
-  return s == nullptr ? 0 : read_number(s, s + ::strnlen(s, kSignificant));
-}
+uint32_t u_valueOf32(const char* s) { return s == nullptr ? 0 : read_number(s, kSignificant); }
 
 int16_t valueOf16(const char* s) { return static_cast<std::int16_t>(valueOf32(s)); }
 
 uint16_t u_valueOf16(const char* s) { return static_cast<std::uint16_t>(u_valueOf32(s)); }
 
-int32_t validValueOf32(int* ok, const char* s) {
-  const std::int32_t value = valueOf32(s);
-  report(ok, s != nullptr && NumberText(value < 0, magnitude_of(value)).equals(s));
-  return value;
-}
+int32_t validValueOf32(int* ok, const char* s) { return read_printed(ok, s, valueOf32); }
 
-uint32_t u_validValueOf32(int* ok, const char* s) {
-  const std::uint32_t value = u_valueOf32(s);
-  report(ok, s != nullptr && NumberText(false, value).equals(s));
-  return value;
-}
+uint32_t u_validValueOf32(int* ok, const char* s) { return read_printed(ok, s, u_valueOf32); }
 
-int16_t validValueOf16(int* ok, const char* s) {
-  const std::int16_t value = valueOf16(s);
-  report(ok, s != nullptr && NumberText(value < 0, magnitude_of(value)).equals(s));
-  return value;
-}
+int16_t validValueOf16(int* ok, const char* s) { return read_printed(ok, s, valueOf16); }
 
-uint16_t u_validValueOf16(int* ok, const char* s) {
-  const std::uint16_t value = u_valueOf16(s);
-  report(ok, s != nullptr && NumberText(false, value).equals(s));
-  return value;
-}
+uint16_t u_validValueOf16(int* ok, const char* s) { return read_printed(ok, s, u_valueOf16); }
 
 void validRangeValueOf32(int* ok, const char* s, int32_t min, int32_t max) {
   check_range(ok, s, min, max, validValueOf32);
