@@ -19,9 +19,16 @@ char other_case(char character) {
   return character;
 }
 
-// The first of the characters `a` and `b` in a range; `end` where there is none.
-const char* find_either(const char* begin, const char* end, char a, char b) {
-  return std::find_if(begin, end, [=](char character) { return character == a || character == b; });
+// The first such character in a range; `end` where there is none.
+const char* find_first(const char* begin, const char* end, char character) {
+  const void* const found = std::memchr(begin, character, static_cast<std::size_t>(end - begin));
+  return found == nullptr ? end : static_cast<const char*>(found);
+}
+
+// The position of the last such character among the first `count`; -1 where there is none.
+long find_last(const char* text, long count, char character) {
+  const void* const found = ::memrchr(text, character, as_size(count));
+  return found == nullptr ? -1 : static_cast<const char*>(found) - text;
 }
 
 // The last position not after `start` where `needle` stands; the negative `start` itself where
@@ -30,11 +37,17 @@ const char* find_either(const char* begin, const char* end, char a, char b) {
 long find_backwards(const char* text, const char* needle, std::size_t length, long start,
                     char first, char other, Compare compare) {
   if (start < 0 || length == 0) return start;
-  for (long at = start; at >= 0; --at) {
-    if ((text[at] == first || text[at] == other) && compare(text + at, needle, length) == 0)
-      return at;
+  long next_first = find_last(text, start + 1, first);
+  long next_other = other == first ? -1 : find_last(text, start + 1, other);
+  for (;;) {
+    const long at = std::max(next_first, next_other);
+    if (at < 0 || compare(text + at, needle, length) == 0) return at;
+    if (at == next_first) {
+      next_first = find_last(text, at, first);
+    } else {
+      next_other = find_last(text, at, other);
+    }
   }
-  return -1;
 }
 
 }  // namespace
@@ -65,22 +78,29 @@ long String::indexOfIgnoreCase(String const& t, long from) const {
   from = std::max(from, 0L);
   if (last < from) return -1;
   if (t.length() == 0) return from;
+  // Where the text's first byte stands next, in its own and in the other case.
   const char first = t.c_str()[0];
   const char other = other_case(first);
   const char* const end = c_str() + last + 1;
-  for (const char* at = c_str() + from; (at = find_either(at, end, first, other)) != end; ++at) {
+  const char* next_first = find_first(c_str() + from, end, first);
+  const char* next_other = other == first ? end : find_first(c_str() + from, end, other);
+  for (;;) {
+    const char* const at = std::min(next_first, next_other);
+    if (at == end) return -1;
     if (strnicmp(at, t.c_str(), as_size(t.length())) == 0) return at - c_str();
+    if (at == next_first) {
+      next_first = find_first(at + 1, end, first);
+    } else {
+      next_other = find_first(at + 1, end, other);
+    }
   }
-  return -1;
 }
 
 long String::lastIndexOf(char c) const { return lastIndexOf(c, length()); }
 
 long String::lastIndexOf(char c, long from) const {
   if (from < 0) return -1;
-  const long characters = std::min(from, length() - 1) + 1;
-  const void* const found = ::memrchr(c_str(), c, as_size(characters));
-  return found == nullptr ? -1 : static_cast<const char*>(found) - c_str();
+  return find_last(c_str(), std::min(from, length() - 1) + 1, c);
 }
 
 long String::lastIndexOf(String const& t) const { return lastIndexOf(t, length()); }
