@@ -68,6 +68,9 @@ void write_formatted(char* destination, long length, const char* format, va_list
   std::memset(destination + valid, '\0', as_size(length - valid) + 1);
 }
 
+// Apart from where a character fits, which needs no memory for it then.
+[[gnu::noinline]] String& concat_character(String& text, char c) { return text.concat(&c, 1); }
+
 bool is_white(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');
 }
@@ -244,7 +247,8 @@ String String::substring(long from, long to) const {
 
 // ---- Appending ----
 
-String& String::internalConcat(char const* s, long n) {
+// Not inlined: it would burden the functions below, which mostly need little of it.
+[[gnu::noinline]] String& String::internalConcat(char const* s, long n) {
   const long old_length = length();
   const long new_length = text::add_lengths(old_length, n);
   if (!is_private()) {
@@ -283,10 +287,16 @@ String& String::operator+=(char const* s) {
 
 String& String::operator+=(char c) {
   if (c == '\0') return *this;
-  if (!is_private() || buffer_->length >= buffer_->capacity) return internalConcat(&c, 1);
-  buffer_->chars[buffer_->length] = c;
-  set_length(buffer_->length + 1L);
-  return *this;
+  Buffer* const buffer = buffer_;
+  const std::int32_t length = buffer->length;
+  // The shared empty buffer has no room.
+  if (buffer->refCount < 2 && length < buffer->capacity) {
+    buffer->chars[length] = c;
+    buffer->chars[length + 1] = '\0';
+    buffer->length = length + 1;
+    return *this;
+  }
+  return concat_character(*this, c);
 }
 
 String operator+(String const& left, String const& right) { return String(left) += right; }
