@@ -69,11 +69,13 @@ Node** find_link(Node** link, Key key) noexcept {
 }
 
 template <typename Node, typename Key>
-bool find_value(Node** chain, Key key, void** value) noexcept {
-  const Node* const node = *find_link(chain, key);
-  if (node == nullptr) return false;
-  *value = node->value;
-  return true;
+bool find_value(const Node* node, Key key, void** value) noexcept {
+  for (; node != nullptr; node = node->next) {
+    if (!node->has(key)) continue;
+    *value = node->value;
+    return true;
+  }
+  return false;
 }
 
 template <typename Node>
@@ -190,7 +192,7 @@ bool INStringHashTable::addNewEntry(const char* key, void* value) {
 }
 
 bool INStringHashTable::getValueFromKey(const char* key, void** value) const noexcept {
-  return key != nullptr && find_value(&buckets_[hash_of(key) & mask_], key, value);
+  return key != nullptr && find_value(buckets_[hash_of(key) & mask_], key, value);
 }
 
 bool INStringHashTable::removeEntry(const char* key) noexcept {
@@ -241,7 +243,7 @@ bool INUInt32HashTable::addEntry(unsigned long key, void* value) {
 
 bool INUInt32HashTable::getValueFromKey(unsigned long key, void** value) const noexcept {
   const auto number = static_cast<std::uint32_t>(key);
-  return find_value(&buckets_[number & mask_], number, value);
+  return find_value(buckets_[number & mask_], number, value);
 }
 
 bool INUInt32HashTable::removeEntry(unsigned long key) noexcept {
