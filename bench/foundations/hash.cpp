@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <numeric>
 #include <random>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -50,14 +52,19 @@ std::vector<std::string> make_text_keys(std::size_t count) {
   return keys;
 }
 
-// Numbers without any order, each once.
-std::vector<std::uint32_t> make_number_keys(std::size_t count) {
-  constexpr std::uint32_t kOddFactor = 2654435761U;
-  std::vector<std::uint32_t> keys;
-  for (std::size_t i = 0; i < count; ++i) {
-    keys.push_back(static_cast<std::uint32_t>(i + 1) * kOddFactor);
-  }
-  return shuffled(std::move(keys));
+// Numbers far apart, such as addresses.
+std::vector<std::uint32_t> make_scattered_keys(std::size_t count) {
+  std::mt19937 random(1);
+  std::set<std::uint32_t> keys;
+  while (keys.size() < count) keys.insert(static_cast<std::uint32_t>(random()));
+  return {keys.begin(), keys.end()};
+}
+
+// Numbers in a row, such as identifiers.
+std::vector<std::uint32_t> make_consecutive_keys(std::size_t count) {
+  std::vector<std::uint32_t> keys(count);
+  std::iota(keys.begin(), keys.end(), 1000U);
+  return keys;
 }
 
 void* value_of(std::size_t number) {
@@ -144,7 +151,7 @@ class Chains {
     *link = node;
   }
 
-  [[gnu::noinline]] bool find(Key key, void** value) const {
+  [[gnu::noipa]] bool find(Key key, void** value) const {
     for (const Node* node = buckets_[hash_of(key) & mask_]; node != nullptr; node = node->next) {
       if (!is_same(node->key, key)) continue;
       *value = node->value;
@@ -208,11 +215,10 @@ void find_text_floor(State& state, std::size_t count) {
 
 // ---- Numbers ----
 
-void find_number_ours(State& state, std::size_t count) {
-  INUInt32HashTable table(count);
+void find_number_ours(State& state, const std::vector<std::uint32_t>& keys) {
+  INUInt32HashTable table(keys.size());
   look_up(
-      state, table, make_number_keys(count),
-      [](auto& t, std::uint32_t key, void* value) { t.addEntry(key, value); },
+      state, table, keys, [](auto& t, std::uint32_t key, void* value) { t.addEntry(key, value); },
       [](const auto& t, std::uint32_t key) {
         void* value = nullptr;
         t.getValueFromKey(key, &value);
@@ -220,30 +226,27 @@ void find_number_ours(State& state, std::size_t count) {
       });
 }
 
-void find_number_qhash(State& state, std::size_t count) {
+void find_number_qhash(State& state, const std::vector<std::uint32_t>& keys) {
   QHash<std::uint32_t, void*> table;
   look_up(
-      state, table, make_number_keys(count),
-      [](auto& t, std::uint32_t key, void* value) { t.insert(key, value); },
+      state, table, keys, [](auto& t, std::uint32_t key, void* value) { t.insert(key, value); },
       [](const auto& t, std::uint32_t key) { return t.value(key, nullptr); });
 }
 
-void find_number_flat(State& state, std::size_t count) {
+void find_number_flat(State& state, const std::vector<std::uint32_t>& keys) {
   absl::flat_hash_map<std::uint32_t, void*> table;
   look_up(
-      state, table, make_number_keys(count),
-      [](auto& t, std::uint32_t key, void* value) { t[key] = value; },
+      state, table, keys, [](auto& t, std::uint32_t key, void* value) { t[key] = value; },
       [](const auto& t, std::uint32_t key) -> void* {
         const auto found = t.find(key);
         return found == t.end() ? nullptr : found->second;
       });
 }
 
-void find_number_floor(State& state, std::size_t count) {
-  Chains<NumberNode> table(count);
+void find_number_floor(State& state, const std::vector<std::uint32_t>& keys) {
+  Chains<NumberNode> table(keys.size());
   look_up(
-      state, table, make_number_keys(count),
-      [](auto& t, std::uint32_t key, void* value) { t.add(key, value); },
+      state, table, keys, [](auto& t, std::uint32_t key, void* value) { t.add(key, value); },
       [](const auto& t, std::uint32_t key) {
         void* value = nullptr;
         t.find(key, &value);
@@ -255,6 +258,11 @@ Body with(std::size_t count, void (*body)(State&, std::size_t)) {
   return [=](State& state) { body(state, count); };
 }
 
+Body with(const std::vector<std::uint32_t>& keys,
+          void (*body)(State&, const std::vector<std::uint32_t>&)) {
+  return [=](State& state) { body(state, keys); };
+}
+
 constexpr const char* kFlat = "absl::flat_hash_map";
 constexpr const char* kWalk = "mask and walk";
 
@@ -263,20 +271,25 @@ constexpr const char* kWalk = "mask and walk";
 void add_hash_rows() {
   constexpr std::size_t kFew = 1000;
   constexpr std::size_t kMany = 100000;
-  compare("lookup of a text among 1,000", with(kFew, find_text_ours),
+  compare("lookup among 1,000 texts", with(kFew, find_text_ours),
           {peer(kFlat, 1.3, with(kFew, find_text_flat)),
            peer("std::unordered_map", 0.5, with(kFew, find_text_unordered)),
            floor(kWalk, 1.1, with(kFew, find_text_floor))});
-  compare("lookup of a text among 100,000", with(kMany, find_text_ours),
+  compare("lookup among 100,000 texts", with(kMany, find_text_ours),
           {peer(kFlat, 1.9, with(kMany, find_text_flat)),
            peer("std::unordered_map", 0.5, with(kMany, find_text_unordered)),
            floor(kWalk, 1.1, with(kMany, find_text_floor))});
-  compare("lookup of a number among 1,000", with(kFew, find_number_ours),
-          {peer("QHash", 0.6, with(kFew, find_number_qhash)),
-           floor(kWalk, 1.1, with(kFew, find_number_floor))});
-  compare("lookup of a number among 100,000", with(kMany, find_number_ours),
-          {peer(kFlat, 1.6, with(kMany, find_number_flat)),
-           floor(kWalk, 1.1, with(kMany, find_number_floor))});
+  for (const auto& [kind, make_keys] :
+       {std::pair("scattered", make_scattered_keys), {"consecutive", make_consecutive_keys}}) {
+    const std::vector<std::uint32_t> few = make_keys(kFew);
+    const std::vector<std::uint32_t> many = make_keys(kMany);
+    compare(std::string("lookup among 1,000 ") + kind + " numbers", with(few, find_number_ours),
+            {peer("QHash", 0.6, with(few, find_number_qhash)),
+             floor(kWalk, 1.1, with(few, find_number_floor))});
+    compare(std::string("lookup among 100,000 ") + kind + " numbers", with(many, find_number_ours),
+            {peer(kFlat, 1.6, with(many, find_number_flat)),
+             floor(kWalk, 1.1, with(many, find_number_floor))});
+  }
 }
 
 }  // namespace bench::foundations

@@ -29,7 +29,7 @@ struct Stream {
   std::size_t left;
 };
 
-[[gnu::noinline]] int put(Stream* stream, const char* text) {
+[[gnu::noipa]] int put(Stream* stream, const char* text) {
   const std::size_t length = ::strnlen(text, stream->left);
   if (length == stream->left) return 1;
   std::memcpy(stream->next, text, length + 1);

@@ -3,6 +3,7 @@
 #include <rkutils/string.h>
 
 #include <QByteArray>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -89,18 +90,30 @@ void add_copy() {
            })});
 }
 
-// A text that grows as a String does.
-struct GrowingText {
-  std::size_t capacity = 0;
-  std::size_t length = 0;
-  char* chars = nullptr;
+// A text as a String has it, one block behind a pointer, that grows by the same rule.
+struct Block {
+  std::int32_t count;
+  std::int32_t capacity;
+  std::int32_t length;
+  char chars[1];
 };
 
-[[gnu::noinline]] void grow(GrowingText& text) {
-  const std::size_t length = text.length + 1;
-  text.capacity = length < 128 ? ((length + 8) & ~std::size_t{15}) + 7
-                               : ((length - 64) & ~std::size_t{63}) + 127;
-  text.chars = static_cast<char*>(std::realloc(text.chars, text.capacity + 1));
+Block* grow(Block* block, std::int32_t length) {
+  const std::int32_t capacity =
+      length < 128 ? ((length + 8) & ~15) + 7 : ((length - 64) & ~63) + 127;
+  auto* const grown = static_cast<Block*>(
+      std::realloc(block, offsetof(Block, chars) + static_cast<std::size_t>(capacity) + 1));
+  grown->capacity = capacity;
+  return grown;
+}
+
+[[gnu::noipa]] void append(Block*& text, char character) {
+  Block* block = text;
+  const std::int32_t length = block->length;
+  if (length == block->capacity) block = text = grow(block, length + 1);
+  block->chars[length] = character;
+  block->chars[length + 1] = '\0';
+  block->length = length + 1;
 }
 
 void add_appends() {
@@ -123,14 +136,13 @@ void add_appends() {
                 }),
            floor("the growth rule's moves", 1.2, [](State& state) {
              for (auto _ : state) {
-               GrowingText text;
+               Block* text = grow(nullptr, 0);
+               text->length = 0;
                for (int i = 0; i < kAppends; ++i) {
-                 if (text.length == text.capacity) grow(text);
-                 text.chars[text.length++] = 'x';
-                 text.chars[text.length] = '\0';
+                 append(text, 'x');
                }
-               benchmark::DoNotOptimize(&*text.chars);
-               std::free(text.chars);
+               benchmark::DoNotOptimize(&text->chars);
+               std::free(text);
              }
            })});
 }
@@ -176,8 +188,8 @@ void add_index_of() {
            })});
 }
 
-[[gnu::noinline]] const char* last_with_prefix(const char* text, std::size_t length,
-                                               const char* needle, std::size_t needle_length) {
+[[gnu::noipa]] const char* last_with_prefix(const char* text, std::size_t length,
+                                            const char* needle, std::size_t needle_length) {
   for (const char* at = text + length - needle_length; at >= text; --at) {
     if (std::strncmp(at, needle, needle_length) == 0) return at;
   }
