@@ -151,7 +151,7 @@ class Chains {
     *link = node;
   }
 
-  [[gnu::noipa]] bool find(Key key, void** value) const {
+  bool find(Key key, void** value) const {
     for (const Node* node = buckets_[hash_of(key) & mask_]; node != nullptr; node = node->next) {
       if (!is_same(node->key, key)) continue;
       *value = node->value;
@@ -164,6 +164,11 @@ class Chains {
   std::unique_ptr<Node*[]> buckets_;
   std::uint32_t mask_;
 };
+
+// As a shared library's function is called.
+template <typename Node>
+bool (Chains<Node>::*volatile find_by_pointer)(typename Chains<Node>::Key,
+                                               void**) const = &Chains<Node>::find;
 
 // ---- Texts ----
 
@@ -208,7 +213,7 @@ void find_text_floor(State& state, std::size_t count) {
       [](auto& t, const std::string& key, void* value) { t.add(key.c_str(), value); },
       [](const auto& t, const std::string& key) {
         void* value = nullptr;
-        t.find(key.c_str(), &value);
+        (t.*find_by_pointer<TextNode>)(key.c_str(), &value);
         return value;
       });
 }
@@ -249,7 +254,7 @@ void find_number_floor(State& state, const std::vector<std::uint32_t>& keys) {
       state, table, keys, [](auto& t, std::uint32_t key, void* value) { t.add(key, value); },
       [](const auto& t, std::uint32_t key) {
         void* value = nullptr;
-        t.find(key, &value);
+        (t.*find_by_pointer<NumberNode>)(key, &value);
         return value;
       });
 }
