@@ -7,13 +7,10 @@
 #include <iterator>
 #include <sstream>
 #include <system_error>
-#include <thread>
 #include <utility>
 
-#include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "support/open_descriptors.h"
@@ -125,20 +122,4 @@ std::string path_of_length(const std::string& folder, std::size_t length) {
   if (length - path.size() > kNameLength + 1) path += "/" + std::string(kNameLength / 2, 'd');
   path += "/";
   return path + std::string(length - path.size(), 'e');
-}
-
-void run_without_override(const std::function<void()>& action) {
-  // Capabilities are a thread's own, as long as it is not the C library that changes them.
-  std::thread thread([&] {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
-    check(::syscall(SYS_capget, &header, sets) == 0, "capget");
-    for (const unsigned capability : {unsigned{CAP_DAC_OVERRIDE}, unsigned{CAP_DAC_READ_SEARCH}}) {
-      sets[CAP_TO_INDEX(capability)].effective &= ~CAP_TO_MASK(capability);
-      sets[CAP_TO_INDEX(capability)].permitted &= ~CAP_TO_MASK(capability);
-    }
-    check(::syscall(SYS_capset, &header, sets) == 0, "capset");
-    action();
-  });
-  thread.join();
 }

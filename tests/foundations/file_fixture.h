@@ -3,7 +3,6 @@
 #ifndef TESTS_FOUNDATIONS_FILE_FIXTURE_H
 #define TESTS_FOUNDATIONS_FILE_FIXTURE_H
 
-#include <functional>
 #include <map>
 #include <string>
 
@@ -11,6 +10,7 @@
 #include <sys/types.h>
 
 #include "support/syslog_collector.h"
+#include "support/without_override.h"
 
 // Each entry below a folder by its path from there, with what it is: "dir 755", "file 644 text",
 // "link target", "fifo 644". Links are not followed.
@@ -65,8 +65,6 @@ void make_fifo(const std::string& path);
 // least two.
 std::string path_of_length(const std::string& folder, std::size_t length);
 
-// Calls `action` on a thread without root's right to pass over file modes, and returns when it has
-// ended.
-void run_without_override(const std::function<void()>& action);
+using support::run_without_override;
 
 #endif
