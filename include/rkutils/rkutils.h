@@ -10,6 +10,7 @@
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
+#include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 
 #ifdef __cplusplus

@@ -63,9 +63,23 @@ static void configuration(void) {
   configd_close(NULL);
 }
 
+static void device(void) {
+  systeminfo* info = systeminfo_init();
+  check(info == NULL, "no file, no table");
+  check(strcmp(systeminfo_getvar(info, "NAME"), "") == 0, "no table, no value");
+  check(systeminfo_getint(info, "NAME") == -1, "no table, no number");
+  systeminfo_free(info);
+  check(strcmp(oem("ProductType"), "") == 0, "no file, no value");
+  check(strcmp(get_product(), "DW") == 0, "no board, no name");
+  check(dwhw() == -1 && get_extension_variant() == -1, "no files, no numbers");
+  check(has_poe() + has_sim_holder() + in_maintenance() == 0, "no files, nothing");
+  check(get_generation("LTE") == 4, "a technology has its generation");
+}
+
 int main(void) {
   lists();
   texts();
   configuration();
+  device();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -3,12 +3,15 @@
 #include <rkutils/file.h>
 
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <syslog.h>
 
 #include "support/configd_stand_in.h"
+#include "support/kernel_folder.h"
 #include "support/private_router.h"
 #include "support/run_program.h"
 #include "support/syslog_collector.h"
@@ -55,6 +58,43 @@ TEST(ShowFiles, TakesNamesWithoutAFolderAndMayHaveNone) {
   const auto [output, other] = run_program({built_program("examples/show-files"), "absent"});
   EXPECT_EQ(output, "absent: (nothing)\n");
   EXPECT_EQ(other, 0);
+}
+
+TEST(DeviceIdentity, PrintsWhatTheFilesTell) {
+  const support::KernelFolder proc("/proc");
+  proc.put("sysinfo/dwhw", "18\n");
+  proc.put("sysinfo/bd/0/prod_name", "4600\n");
+  proc.put("sysinfo/bd/1/prod_variant", "0\n");
+  std::filesystem::create_directories("/etc/oem");
+  std::ofstream("/etc/oem/oem.conf") << "Vendor = no key\nVendor= Example\nProductType=Gate 1\n";
+  std::ofstream("/etc/default/system-info") << "VERSION=1.2.3\nNAME=\"a b\"\n";
+  std::filesystem::create_directories("/tmp/progress");
+  std::ofstream("/tmp/progress/swupdate") << "";
+  const auto [output, status] =
+      run_program({built_program("examples/device-identity"), "VERSION", "NAME", "MISSING"});
+  for (const char* path : {"/etc/oem", "/etc/default/system-info", "/tmp/progress"}) {
+    std::filesystem::remove_all(path);
+  }
+  EXPECT_EQ(output,
+            "vendor   Example\n"
+            "product  Gate 1\n"
+            "hardware type 18, extension board 0, PoE\n"
+            "VERSION=1.2.3\n"
+            "NAME=a b\n"
+            "MISSING=\n"
+            "maintenance is running: do not switch off\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceIdentity, PrintsWhatItIsWithoutThem) {
+  const auto [output, status] = run_program({built_program("examples/device-identity"), "VERSION"});
+  EXPECT_EQ(output,
+            "vendor   unknown\n"
+            "product  DW\n"
+            "hardware type -1, extension board -1\n"
+            "VERSION=\n"
+            "no maintenance\n");
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {

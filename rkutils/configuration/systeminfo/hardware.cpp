@@ -1,0 +1,42 @@
+// The hardware as the kernel and the device files tell it.
+
+#include <rkutils/systeminfo.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr char kHardwareTypeFile[] = "/proc/sysinfo/dwhw";
+constexpr char kExtensionVariantFile[] = "/proc/sysinfo/bd/1/prod_variant";
+constexpr char kSimDevice[] = "/dev/sim";
+
+// With some variants of its extension board, this type feeds power into its Ethernet ports.
+constexpr int kTypeThatMayHavePoe = 18;
+constexpr int kVariantWithPoe = 0;
+
+// What files that cannot be read, and empty ones, give.
+constexpr std::int32_t kUnknown = -1;
+
+std::int32_t read_number(const char* path) {
+  const char* const text = readfile(path);
+  return *text == '\0' ? kUnknown : std::atoi(text);
+}
+
+}  // namespace
+
+int dwhw(void) {
+  static std::int32_t type = kUnknown;
+  if (type == kUnknown) type = read_number(kHardwareTypeFile);
+  return type;
+}
+
+int get_extension_variant(void) { return read_number(kExtensionVariantFile); }
+
+int has_poe(void) {
+  return dwhw() == kTypeThatMayHavePoe && get_extension_variant() == kVariantWithPoe ? 1 : 0;
+}
+
+int has_sim_holder(void) { return ::access(kSimDevice, R_OK) == 0 ? 1 : 0; }

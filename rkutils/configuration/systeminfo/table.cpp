@@ -1,0 +1,111 @@
+// The table of the image's variables.
+
+#include <rkutils/configuration/systeminfo/lines.h>
+#include <rkutils/internal/line_reader.h>
+#include <rkutils/internal/unique_file.h>
+#include <rkutils/memory.h>
+#include <rkutils/systeminfo.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <type_traits>
+
+namespace sysinfo = rkutils::sysinfo;
+namespace internal = rkutils::internal;
+
+namespace {
+
+constexpr char kVariablesFile[] = "/etc/default/system-info";
+constexpr std::int32_t kMaxVariables = 256;
+constexpr std::size_t kLineSize = 1023;
+
+// Owns both texts; unused ones are NULL.
+struct Entry {
+  char* name;
+  char* value;
+};
+
+}  // namespace
+
+// One allocation, zero-filled. Core dumps are read by this order.
+struct systeminfo {
+  std::int32_t count;
+  Entry entries[kMaxVariables];
+};
+static_assert(offsetof(systeminfo, count) == 0);
+static_assert(offsetof(systeminfo, entries) == sizeof(void*));
+static_assert(offsetof(Entry, name) == 0 && offsetof(Entry, value) == sizeof(void*));
+static_assert(sizeof(systeminfo) == (1 + 2 * kMaxVariables) * sizeof(void*));
+static_assert(std::is_trivial_v<systeminfo>);
+
+namespace {
+
+struct TableFree {
+  void operator()(systeminfo* table) const noexcept { systeminfo_free(table); }
+};
+using UniqueTable = std::unique_ptr<systeminfo, TableFree>;
+
+// False when the table is full or there is no memory; what it then holds of the variable,
+// systeminfo_free() frees.
+bool add(systeminfo& table, const sysinfo::Variable& variable) {
+  if (table.count == kMaxVariables) return false;
+  Entry& entry = table.entries[table.count];
+  entry.name = ::strdup(variable.name);
+  entry.value = ::strdup(variable.value);
+  if (entry.name == nullptr || entry.value == nullptr) return false;
+  ++table.count;
+  return true;
+}
+
+bool read_variables(std::FILE* file, systeminfo& table) {
+  char line[kLineSize];
+  internal::LineReader lines(file, line, sizeof line);
+  while (lines.next() && *line != '\0') {
+    const std::optional<sysinfo::Variable> variable = sysinfo::parse_variable(line);
+    if (variable && !add(table, *variable)) return false;
+  }
+  return true;
+}
+
+// nullptr where there is none of this name.
+const char* find_value(const systeminfo* table, const char* name) {
+  if (table == nullptr || name == nullptr) return nullptr;
+  for (std::int32_t i = 0; i < table->count; ++i) {
+    if (std::strcmp(table->entries[i].name, name) == 0) return table->entries[i].value;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+systeminfo* systeminfo_init(void) {
+  UniqueTable table(static_cast<systeminfo*>(zalloc(sizeof(systeminfo))));
+  if (!table) return nullptr;
+  const internal::UniqueFile file(std::fopen(kVariablesFile, "re"));
+  if (!file || !read_variables(file.get(), *table)) return nullptr;
+  return table.release();
+}
+
+const char* systeminfo_getvar(const systeminfo* info, const char* name) {
+  const char* const value = find_value(info, name);
+  return value == nullptr ? "" : value;
+}
+
+int systeminfo_getint(const systeminfo* info, const char* name) {
+  const char* const value = systeminfo_getvar(info, name);
+  return *value == '\0' ? -1 : std::atoi(value);
+}
+
+void systeminfo_free(systeminfo* info) {
+  if (info == nullptr) return;
+  for (const Entry& entry : info->entries) {
+    std::free(entry.name);
+    std::free(entry.value);
+  }
+  std::free(info);
+}

@@ -1,0 +1,345 @@
+// The table of the image's variables.
+
+#include <rkutils/systeminfo.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "support/allocation_faults.h"
+#include "support/case_name.h"
+#include "support/open_descriptors.h"
+#include "support/small_stack.h"
+#include "support/without_override.h"
+#include "systeminfo_fixture.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+struct TableFree {
+  void operator()(systeminfo* table) const { systeminfo_free(table); }
+};
+using Table = std::unique_ptr<systeminfo, TableFree>;
+
+// What a line holds at most, less the NUL.
+constexpr std::size_t kLineLength = 1022;
+
+class SysteminfoInit : public SysteminfoTest {
+ protected:
+  // The table of a file with these contents.
+  static Table table_of(const std::string& contents) {
+    put(kVariables, contents);
+    return Table(systeminfo_init());
+  }
+};
+
+std::string lines(int count) {
+  std::string text;
+  for (int i = 1; i <= count; ++i) {
+    text += "NAME" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+  }
+  return text;
+}
+
+TEST_F(SysteminfoInit, ReadsTheVariables) {
+  const Table table = table_of("# made by the build\n\n  FIRST=1\nSECOND=\"a b\"\nTHIRD= c");
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "FIRST"), "1\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "SECOND"), "a b");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "THIRD"), " c");
+}
+
+TEST_F(SysteminfoInit, IsNullWithoutTheFile) { EXPECT_EQ(systeminfo_init(), nullptr); }
+
+TEST_F(SysteminfoInit, IsNullForAFileThatIsNotReadable) {
+  put(kVariables, "NAME=1\n");
+  ::chmod(kVariables, 0200);
+  systeminfo* table = nullptr;
+  support::run_without_override([&] { table = systeminfo_init(); });
+  EXPECT_EQ(table, nullptr);
+}
+
+TEST_F(SysteminfoInit, IsNullWithoutADescriptor) {
+  put(kVariables, "NAME=1\n");
+  const support::NoMoreDescriptors none;
+  EXPECT_EQ(systeminfo_init(), nullptr);
+}
+
+TEST_F(SysteminfoInit, IsAnEmptyTableForWhatHoldsNoVariable) {
+  for (const std::string& contents : {""s, "\n\n"s, "# NAME=1\n"s, "NAME="s, "\0NAME=1\n"s}) {
+    const Table table = table_of(contents);
+    ASSERT_NE(table, nullptr);
+    EXPECT_STREQ(systeminfo_getvar(table.get(), "NAME"), "");
+  }
+}
+
+TEST_F(SysteminfoInit, IsAnEmptyTableForAFolder) {
+  std::filesystem::create_directory(kVariables);
+  const Table table(systeminfo_init());
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), ""), "");
+}
+
+TEST_F(SysteminfoInit, Takes256Variables) {
+  const Table table = table_of(lines(256) + "# NAME257=257\nNAME257\n\nNAME257=");
+  ASSERT_NE(table, nullptr);
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME1"), 1);
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME256"), 256);
+}
+
+TEST_F(SysteminfoInit, IsNullForA257thVariable) {
+  EXPECT_EQ(table_of(lines(257)), nullptr);
+  EXPECT_EQ(table_of(lines(256) + "NAME1=again\n"), nullptr);
+}
+
+// How many allocations that can be made to fail a copy of a text takes: none with a sanitizer whose
+// strdup() does not call malloc().
+unsigned long allocations_per_copy() {
+  const unsigned long before = support::allocation_count();
+  char* volatile const copy = ::strdup("text");
+  std::free(copy);
+  return support::allocation_count() - before;
+}
+
+TEST_F(SysteminfoInit, IsNullWithoutMemory) {
+  put(kVariables, lines(3));
+  unsigned long without = 0;
+  for (unsigned long nth = 1;; ++nth) {
+    const support::FailingAllocation failing(nth);
+    const Table table(systeminfo_init());
+    if (!failing.happened()) break;
+    if (!table) {
+      ++without;
+    } else {
+      // A stream works without a buffer of its own.
+      EXPECT_EQ(systeminfo_getint(table.get(), "NAME3"), 3);
+    }
+  }
+  // The table, the stream, and two texts for each of three variables.
+  EXPECT_EQ(without, 1 + 1 + 6 * allocations_per_copy());
+}
+
+TEST_F(SysteminfoInit, EndsReadingAtALineThatBeginsWithNul) {
+  const Table table = table_of("A=1\n\nB=2\n\0\nC=3\n"s);
+  ASSERT_NE(table, nullptr);
+  EXPECT_EQ(systeminfo_getint(table.get(), "B"), 2);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "C"), "");
+}
+
+TEST_F(SysteminfoInit, ReadsALineUpToANul) {
+  const Table table = table_of("A=1\0xyz\nB\0=2\nC=\0\n\nD=4\n"s);
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "A"), "1");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "B"), "");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "C"), "");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "D"), "4\n");
+}
+
+TEST_F(SysteminfoInit, ReadsALongLineInPieces) {
+  const std::string longest = "A=" + std::string(kLineLength - 2, 'x');
+  const Table table = table_of(longest + "B=1\n" + longest.substr(1) + "\nC=2\n");
+  ASSERT_NE(table, nullptr);
+  EXPECT_EQ(systeminfo_getvar(table.get(), "A"), longest.substr(2));
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "B"), "1\n");
+  // Just fits with its newline.
+  EXPECT_EQ(systeminfo_getvar(table.get(), ""), longest.substr(2) + "\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "C"), "2\n");
+}
+
+TEST_F(SysteminfoInit, SkipsAPieceThatEndsWithTheEquals) {
+  const std::string name(kLineLength - 1, 'n');
+  const Table table = table_of(name + "=value\n" + name.substr(1) + "=value\n");
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), name.c_str()), "");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), name.c_str() + 1), "v");
+}
+
+TEST_F(SysteminfoInit, ReadsLinesOfEachLengthAroundThePieces) {
+  for (std::size_t whole = 1; whole <= 3; ++whole) {
+    for (std::size_t length = whole * kLineLength - 4; length <= whole * kLineLength + 4;
+         ++length) {
+      const std::string line = "A=" + std::string(length - 2, 'x');
+      const Table table = table_of(line + "\nB=1\n");
+      ASSERT_NE(table, nullptr);
+      EXPECT_EQ(systeminfo_getvar(table.get(), "A"), (line + "\n").substr(0, kLineLength).substr(2))
+          << length;
+      EXPECT_STREQ(systeminfo_getvar(table.get(), "B"), "1\n") << length;
+    }
+  }
+}
+
+TEST_F(SysteminfoInit, ReadsAHugeFile) {
+  constexpr std::size_t kHuge = std::size_t{8} * 1024 * 1024;
+  const Table table = table_of(std::string(kHuge, 'x') + std::string(kHuge / 8, '\n') + "A=1\n");
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "A"), "1\n");
+}
+
+// The variables of a file, by the rules and without the library.
+std::vector<std::pair<std::string, std::string>> variables_of(const std::string& contents) {
+  std::vector<std::pair<std::string, std::string>> variables;
+  for (const std::string& piece : pieces_of(contents, kLineLength + 1)) {
+    const std::size_t begin = std::min(piece.find_first_not_of(' '), piece.size());
+    const std::size_t equals = piece.find('=', begin);
+    if (piece.compare(begin, 1, "#") == 0 || equals == std::string::npos) continue;
+    std::string value = piece.substr(equals + 1);
+    if (value.empty()) continue;
+    if (value[0] == '"') value = value.substr(1, value.find_first_of("\"\n", 1) - 1);
+    variables.emplace_back(piece.substr(begin, equals - begin), value);
+  }
+  return variables;
+}
+
+TEST_F(SysteminfoInit, ReadsRandomFilesByTheRules) {
+  std::size_t found = 0;
+  for (const std::string& contents : random_files(2000)) {
+    const Table table = table_of(contents);
+    ASSERT_NE(table, nullptr);
+    // What is no variable's name has no value; the first of each name counts.
+    std::map<std::string, std::string> expected = {{"", ""}, {"a", ""}, {"b", ""}, {"#", ""}};
+    std::set<std::string> seen;
+    for (const auto& [name, value] : variables_of(contents)) {
+      if (seen.insert(name).second) expected[name] = value;
+    }
+    found += seen.size();
+    for (const auto& [name, value] : expected) {
+      ASSERT_EQ(systeminfo_getvar(table.get(), name.c_str()), value)
+          << testing::PrintToString(contents) << " " << name;
+    }
+  }
+  EXPECT_GT(found, 1000U);
+}
+
+TEST_F(SysteminfoInit, KeepsTheVariablesWhenTheFileChanges) {
+  const Table table = table_of("NAME=1\n");
+  const Table later = table_of("NAME=2\n");
+  std::filesystem::remove(kVariables);
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME"), 1);
+  EXPECT_EQ(systeminfo_getint(later.get(), "NAME"), 2);
+}
+
+TEST_F(SysteminfoInit, WorksOnASmallStack) {
+  put(kVariables, lines(256));
+  support::run_on_small_stack([] { EXPECT_NE(Table(systeminfo_init()), nullptr); });
+}
+
+TEST_F(SysteminfoInit, WorksOnSeveralThreadsAtOnce) {
+  put(kVariables, lines(256));
+  std::array<std::thread, 4> threads;
+  for (std::thread& thread : threads) {
+    thread = std::thread([] {
+      for (int round = 0; round < 50; ++round) {
+        const Table table(systeminfo_init());
+        EXPECT_EQ(systeminfo_getint(table.get(), "NAME200"), 200);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+// The descriptor of this process on `path`, but for `other`; waits until there is one.
+int wait_for_descriptor(const std::string& path, int other) {
+  for (;;) {
+    for (const auto& [descriptor, target] : support::open_descriptors()) {
+      if (target == path && descriptor != other) return descriptor;
+    }
+  }
+}
+
+TEST_F(SysteminfoInit, LeavesNoDescriptorToPrograms) {
+  // The file is open as long as the writing end of a FIFO is.
+  ASSERT_EQ(::mkfifo(kVariables, 0600), 0);
+  Table table;
+  std::thread reader([&] { table.reset(systeminfo_init()); });
+  std::FILE* const writer = std::fopen(kVariables, "we");
+  const int descriptor = wait_for_descriptor(kVariables, ::fileno(writer));
+  EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  std::fputs("NAME=1\n", writer);
+  std::fclose(writer);
+  reader.join();
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME"), 1);
+}
+
+using SysteminfoGetvar = SysteminfoInit;
+
+TEST_F(SysteminfoGetvar, GivesTheFirstOfOneName) {
+  const Table table = table_of("NAME=1\nOTHER=2\nNAME=3\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "NAME"), "1\n");
+}
+
+TEST_F(SysteminfoGetvar, ComparesNamesExactly) {
+  const Table table = table_of("NAME =1\nname=2\nNAMES=3\nNAM=4\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "NAME"), "");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "NAME "), "1\n");
+}
+
+TEST_F(SysteminfoGetvar, FindsTheEmptyName) {
+  const Table table = table_of("=value\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), ""), "value\n");
+}
+
+TEST_F(SysteminfoGetvar, GivesTheTablesOwnText) {
+  const Table table = table_of("NAME=1\n");
+  EXPECT_EQ(systeminfo_getvar(table.get(), "NAME"), systeminfo_getvar(table.get(), "NAME"));
+}
+
+TEST_F(SysteminfoGetvar, GivesTheEmptyTextForNull) {
+  const Table table = table_of("=value\n");
+  EXPECT_STREQ(systeminfo_getvar(nullptr, ""), "");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), nullptr), "");
+  EXPECT_STREQ(systeminfo_getvar(nullptr, nullptr), "");
+}
+
+struct Number {
+  const char* name;
+  std::string line;
+  int expected;
+};
+
+class SysteminfoGetint : public SysteminfoInit, public testing::WithParamInterface<Number> {};
+
+TEST_P(SysteminfoGetint, GivesTheValueAsANumber) {
+  const Table table = table_of(GetParam().line);
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME"), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SysteminfoGetint,
+    testing::Values(
+        Number{"Plain", "NAME=12\n", 12}, Number{"Quoted", "NAME=\"12\"\n", 12},
+        Number{"WhiteSpace", "NAME= \t12\n", 12}, Number{"Negative", "NAME=-12\n", -12},
+        Number{"PlusSign", "NAME=+12\n", 12}, Number{"Largest", "NAME=2147483647\n", 2147483647},
+        Number{"Smallest", "NAME=-2147483648\n", -2147483647 - 1},
+        Number{"LeadingZeros", "NAME=012\n", 12}, Number{"Hexadecimal", "NAME=0x12\n", 0},
+        Number{"TextBehind", "NAME=12abc\n", 12}, Number{"NoNumber", "NAME=abc\n", 0},
+        Number{"OnlyTheNewline", "NAME=\n", 0}, Number{"Zero", "NAME=0\n", 0},
+        Number{"Empty", "NAME=\"\"\n", -1}, Number{"Missing", "OTHER=12\n", -1},
+        Number{"TheFirstIsEmpty", "NAME=\"\"\nNAME=12\n", -1}, Number{"EmptyTable", "", -1}),
+    support::CaseName());
+
+using SysteminfoGetintNull = SysteminfoInit;
+
+TEST_F(SysteminfoGetintNull, GivesMinus1) {
+  const Table table = table_of("=12\n");
+  EXPECT_EQ(systeminfo_getint(nullptr, ""), -1);
+  EXPECT_EQ(systeminfo_getint(table.get(), nullptr), -1);
+}
+
+TEST(SysteminfoFree, TakesNull) { systeminfo_free(nullptr); }
+
+}  // namespace
