@@ -2,6 +2,7 @@
 #include <rkutils/configuration/configd_protocol.h>
 #include <rkutils/configuration/configd_queries.h>
 #include <rkutils/internal/sigpipe_window.h>
+#include <rkutils/internal/text_hash.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
 #include <rkutils/internal/wait_readable.h>
@@ -289,7 +290,7 @@ int configd_add_query(configd_connection* connection, const char* format, ...) {
   va_end(values);
   if (!key.valid()) return -1;
 
-  const std::uint32_t hash = configd::hash_key(key.text());
+  const std::uint32_t hash = internal::hash_text(key.text());
   if (connection->index.find(key.text(), hash) != nullptr) return 0;
   if (connection->query_count >= kMaxQueries) return -1;
 
@@ -318,7 +319,7 @@ const char* configd_fetch(configd_connection* connection, const char* format, ..
   const FormattedKey key(format, values);
   va_end(values);
   const QueuedQuery* queued = nullptr;
-  if (key.valid()) queued = connection->index.find(key.text(), configd::hash_key(key.text()));
+  if (key.valid()) queued = connection->index.find(key.text(), internal::hash_text(key.text()));
   if (queued == nullptr) {
     ::syslog(LOG_DEBUG, "key '%s' not found", key.text());
     return "";

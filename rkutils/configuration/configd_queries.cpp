@@ -20,12 +20,4 @@ void QueryIndex::insert(QueuedQuery* query) noexcept {
 
 void QueryIndex::clear() noexcept { std::memset(buckets_, 0, sizeof buckets_); }
 
-std::uint32_t hash_key(const char* key) noexcept {
-  constexpr std::uint32_t kOffsetBasis = 2166136261U;
-  constexpr std::uint32_t kPrime = 16777619U;
-  std::uint32_t hash = kOffsetBasis;
-  for (; *key != '\0'; ++key) hash = (hash ^ static_cast<unsigned char>(*key)) * kPrime;
-  return hash;
-}
-
 }  // namespace rkutils::configd

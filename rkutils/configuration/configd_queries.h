@@ -17,7 +17,7 @@ struct QueuedQuery {
   QueuedQuery* next_of_bucket;
 };
 
-// Finds a queued query by its key without walking the list. All zero bytes are an empty index, as
+// Finds a queued query by its key, given with its hash, without walking the list. All zero bytes are an empty index, as
 // the handle's memory is. The queries belong to the list.
 class QueryIndex {
  public:
@@ -31,9 +31,6 @@ class QueryIndex {
 
   QueuedQuery* buckets_[kBuckets];
 };
-
-// FNV-1a.
-[[nodiscard]] std::uint32_t hash_key(const char* key) noexcept;
 
 // The query that a link of the handle's list belongs to.
 [[nodiscard]] inline QueuedQuery* queued_query(list_node* link) noexcept {
