@@ -4,6 +4,7 @@
 #ifndef RKUTILS_RKUTILS_H
 #define RKUTILS_RKUTILS_H
 
+#include <rkutils/cfread.h>
 #include <rkutils/configd.h>
 #include <rkutils/export.h>
 #include <rkutils/file.h>

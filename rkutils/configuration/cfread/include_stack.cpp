@@ -1,0 +1,31 @@
+#include <rkutils/configuration/cfread/include_stack.h>
+#include <rkutils/memory.h>
+
+#include <new>
+#include <utility>
+
+namespace rkutils::cfread {
+
+using internal::UniqueFd;
+
+OpenFile::OpenFile(UniqueFd file, const char* its_path) noexcept : lines(std::move(file)) {
+  strlcpy(path, its_path, sizeof path);
+}
+
+IncludeStack::~IncludeStack() {
+  while (top_ != nullptr) pop();
+}
+
+bool IncludeStack::push(const char* path) noexcept {
+  UniqueFd descriptor = open_file(path);
+  if (!descriptor) return false;
+  std::unique_ptr<OpenFile> file(new (std::nothrow) OpenFile(std::move(descriptor), path));
+  if (file == nullptr) return false;
+  file->including = std::move(top_);
+  top_ = std::move(file);
+  return true;
+}
+
+void IncludeStack::pop() noexcept { top_ = std::move(top_->including); }
+
+}  // namespace rkutils::cfread

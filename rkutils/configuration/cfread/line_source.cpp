@@ -1,0 +1,58 @@
+#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include <fcntl.h>
+
+namespace rkutils::cfread {
+
+using internal::UniqueFd;
+
+UniqueFd open_file(const char* path) noexcept { return file::open_at(AT_FDCWD, path, O_RDONLY); }
+
+LineSource::LineSource(UniqueFd file) noexcept : file_(std::move(file)) { *filled_ = '\0'; }
+
+char* LineSource::next() noexcept {
+  *unread_ = behind_piece_;
+  std::size_t searched = 0;
+  for (;;) {
+    const std::size_t available =
+        std::min(static_cast<std::size_t>(filled_ - unread_), kPieceLength);
+    const void* const line_feed = std::memchr(unread_ + searched, '\n', available - searched);
+    if (line_feed != nullptr) {
+      return hand_out(static_cast<std::size_t>(static_cast<const char*>(line_feed) - unread_) + 1);
+    }
+    if (available == kPieceLength) return hand_out(kPieceLength);
+    searched = available;
+    if (!fill()) return hand_out(static_cast<std::size_t>(filled_ - unread_));
+  }
+}
+
+// Reads more behind what is unread, which moves to the buffer's front.
+bool LineSource::fill() noexcept {
+  if (at_end_) return false;
+  const auto kept = static_cast<std::size_t>(filled_ - unread_);
+  std::memmove(buffer_, unread_, kept);
+  unread_ = buffer_;
+  filled_ = buffer_ + kept;
+  const ssize_t count = file::read_some(file_.get(), filled_, kBufferSize - kept);
+  at_end_ = count <= 0;
+  // The part of a line that was read before a failure is no line.
+  if (count < 0) filled_ = buffer_;
+  if (count > 0) filled_ += count;
+  *filled_ = '\0';
+  return count > 0;
+}
+
+char* LineSource::hand_out(std::size_t length) noexcept {
+  char* const piece = unread_;
+  unread_ += length;
+  behind_piece_ = *unread_;
+  *unread_ = '\0';
+  return length > 0 ? piece : nullptr;
+}
+
+}  // namespace rkutils::cfread

@@ -1,0 +1,47 @@
+// The slots of a table and, in the same block of memory, an index by key beside them.
+#ifndef RKUTILS_CONFIGURATION_CFREAD_SLOTS_H
+#define RKUTILS_CONFIGURATION_CFREAD_SLOTS_H
+
+#include <rkutils/cfread.h>
+
+#include <cstdint>
+
+namespace rkutils::cfread {
+
+// A view of a table's slots that keeps `entries`, `size` and the index in step; all state is in the
+// table, where zero bytes are an empty table. The entries themselves and `count` are the caller's
+// concern.
+//
+// The index gives what a scan of the slots from 0 upwards would give. It is made of slot numbers,
+// so an entry whose slot a program has emptied on its own account is not found any more.
+class Slots {
+ public:
+  explicit Slots(cfread_table& table) noexcept : table_(table) {}
+
+  // Stands for no slot.
+  static constexpr std::int32_t kNone = -1;
+
+  // The slot of the entry with this key, or kNone. The hash is the key's, by internal::hash_text().
+  [[nodiscard]] std::int32_t find(const char* key, std::uint32_t hash) const noexcept;
+
+  // The lowest free slot, after adding 64 slots where all are taken; kNone when that cannot be done.
+  [[nodiscard]] std::int32_t find_free() noexcept;
+
+  // Puts an entry into a free slot.
+  void put(std::int32_t slot, cfread_entry* entry, std::uint32_t hash) noexcept;
+
+  // Empties a slot and returns what was in it; NULL from an empty slot.
+  cfread_entry* take(std::int32_t slot) noexcept;
+
+  // Frees the memory of the slots, which must be empty.
+  void release() noexcept;
+
+ private:
+  bool add_slots() noexcept;
+
+  cfread_table& table_;
+};
+
+}  // namespace rkutils::cfread
+
+#endif

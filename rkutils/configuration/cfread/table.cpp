@@ -1,0 +1,82 @@
+#include <rkutils/configuration/cfread/slots.h>
+#include <rkutils/configuration/cfread/table.h>
+#include <rkutils/configuration/cfread/text_copy.h>
+#include <rkutils/configuration/cfread/value_number.h>
+#include <rkutils/internal/text_hash.h>
+#include <rkutils/memory.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include <syslog.h>
+
+namespace rkutils::cfread {
+namespace {
+
+// Takes the entry out of the table.
+UniqueEntry take(cfread_table& table, Slots slots, std::int32_t slot) {
+  --table.count;
+  return UniqueEntry(slots.take(slot));
+}
+
+std::int32_t find_free_or_exit(Slots slots) {
+  const std::int32_t slot = slots.find_free();
+  if (slot == Slots::kNone) {
+    ::syslog(LOG_EMERG, "cfread: unable to get a free index");
+    std::exit(EXIT_FAILURE);
+  }
+  return slot;
+}
+
+cfread_entry* report_no_memory(const cfread_table& table, const char* key) {
+  ::syslog(LOG_ERR, "cfread: unable to add entry '%s' in %s", key,
+           table.filename != nullptr ? table.filename : "");
+  return nullptr;
+}
+
+}  // namespace
+
+void FreeEntry::operator()(cfread_entry* entry) const noexcept {
+  std::free(entry->key);
+  std::free(entry->value);
+  std::free(entry);
+}
+
+cfread_entry* find_entry(cfread_table& table, const char* key) noexcept {
+  const std::int32_t slot = Slots(table).find(key, internal::hash_text(key));
+  return slot != Slots::kNone ? table.entries[slot] : nullptr;
+}
+
+cfread_entry* set_entry(cfread_table& table, const char* key, const char* value,
+                        UniqueEntry& lost) noexcept {
+  Slots slots(table);
+  const std::uint32_t hash = internal::hash_text(key);
+  UniqueEntry replaced;  // lives on until its texts are copied
+  const std::int32_t old_slot = slots.find(key, hash);
+  if (old_slot != Slots::kNone) replaced = take(table, slots, old_slot);
+  const std::int32_t slot = find_free_or_exit(slots);
+
+  UniqueEntry entry(static_cast<cfread_entry*>(zalloc(sizeof(cfread_entry))));
+  if (entry == nullptr) return report_no_memory(table, key);
+  entry->key = copy_text(key, std::strlen(key));
+  entry->value = copy_text(value, std::strlen(value));
+  if (entry->key == nullptr || entry->value == nullptr) {
+    // Kept for programs that count on it: the record, whose number is 0 yet, is taken out of the
+    // table although it is not in there. So slot 0 loses its entry.
+    lost = take(table, slots, static_cast<std::int32_t>(entry->index));
+    return report_no_memory(table, key);
+  }
+  entry->int_value = number_of_value(entry->value);
+  entry->index = static_cast<std::uint32_t>(slot);
+  slots.put(slot, entry.get(), hash);
+  ++table.count;
+  return entry.release();
+}
+
+void free_entries(cfread_table& table) noexcept {
+  Slots slots(table);
+  for (std::int32_t slot = 0; slot < table.size; ++slot) UniqueEntry(table.entries[slot]);
+  slots.release();
+}
+
+}  // namespace rkutils::cfread

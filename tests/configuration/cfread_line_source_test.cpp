@@ -1,0 +1,129 @@
+// The lines of a file, as fgets() gives them.
+
+#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/internal/unique_file.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include "foundations/file_fixture.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+using rkutils::cfread::LineSource;
+using rkutils::cfread::open_file;
+using rkutils::internal::UniqueFd;
+using rkutils::internal::UniqueFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::vector<std::string> pieces_of(const std::string& path) {
+  LineSource lines(open_file(path.c_str()));
+  std::vector<std::string> pieces;
+  while (char* const piece = lines.next()) {
+    pieces.emplace_back(piece);
+    // What a reader does to a piece must not reach the next one.
+    std::fill(piece, piece + pieces.back().size(), '\n');
+  }
+  return pieces;
+}
+
+std::vector<std::string> fgets_of(const std::string& path) {
+  const UniqueFile file(std::fopen(path.c_str(), "re"));
+  std::vector<std::string> pieces;
+  char piece[1024];
+  while (std::fgets(piece, sizeof piece, file.get()) != nullptr) pieces.emplace_back(piece);
+  return pieces;
+}
+
+using LineSourceTest = FileTest;
+
+TEST_F(LineSourceTest, ReadsLinesWithTheirLineFeeds) {
+  put(at("a"), "one\n\ntwo\r\nthree");
+  EXPECT_THAT(pieces_of(at("a")), ElementsAre("one\n", "\n", "two\r\n", "three"));
+}
+
+TEST_F(LineSourceTest, ReadsNothingFromAnEmptyFileOrAFolder) {
+  put(at("a"), "");
+  EXPECT_THAT(pieces_of(at("a")), IsEmpty());
+  EXPECT_THAT(pieces_of(folder_), IsEmpty());
+}
+
+TEST_F(LineSourceTest, IsAtItsEndForGood) {
+  put(at("a"), "one");
+  LineSource lines(open_file(at("a").c_str()));
+  EXPECT_STREQ(lines.next(), "one");
+  EXPECT_EQ(lines.next(), nullptr);
+  put(at("a"), "one\ntwo");
+  EXPECT_EQ(lines.next(), nullptr);
+}
+
+TEST_F(LineSourceTest, EndsAPiecesTextAtANulAndGoesOnWithTheNextLine) {
+  put(at("a"), "ab\0cd\nef\n\0\n\0"s);
+  EXPECT_THAT(pieces_of(at("a")), ElementsAre("ab", "ef\n", "", ""));
+}
+
+TEST_F(LineSourceTest, CutsLongLinesBehindTheir1023rdByte) {
+  const std::string long_line(1023, 'x');
+  put(at("a"), long_line + "y\n" + long_line.substr(1) + "\n" + long_line + "\n");
+  EXPECT_THAT(pieces_of(at("a")),
+              ElementsAre(long_line, "y\n", long_line.substr(1) + "\n", long_line, "\n"));
+}
+
+TEST_F(LineSourceTest, GivesWhatFgetsGivesForLinesOfEveryLengthAnywhereInItsBuffer) {
+  for (const std::size_t before : {0U, 1U, 1000U, 3070U, 4090U}) {
+    for (std::size_t length = 0; length < 2080; ++length) {
+      if (length == 30 || length == 1060) length += 960;
+      put(at("a"), std::string(before, '\n') + std::string(length, 'x') + "\nlast");
+      ASSERT_EQ(pieces_of(at("a")), fgets_of(at("a"))) << before << " and " << length;
+    }
+  }
+}
+
+TEST_F(LineSourceTest, GivesWhatFgetsGivesForRandomBytes) {
+  std::mt19937 random(20260102);
+  for (int round = 0; round < 200; ++round) {
+    std::string bytes(random() % 20000, '\0');
+    // Line feeds are frequent in some files and rare in others.
+    const auto span = 2 + random() % 1500;
+    for (char& byte : bytes) {
+      const auto number = random() % span;
+      byte = number == 0 ? '\n' : static_cast<char>(number);
+    }
+    put(at("a"), bytes);
+    ASSERT_EQ(pieces_of(at("a")), fgets_of(at("a"))) << "round " << round;
+  }
+}
+
+TEST_F(LineSourceTest, JoinsWhatAFifoGivesInParts) {
+  make_fifo(at("fifo"));
+  std::thread writer([&] {
+    const UniqueFd fifo(::open(at("fifo").c_str(), O_WRONLY | O_CLOEXEC));
+    for (const char* part : {"on", "e\ntw", "o", "\nthree"}) {
+      EXPECT_GT(::write(fifo.get(), part, std::strlen(part)), 0);
+      ::usleep(20000);
+    }
+  });
+  EXPECT_THAT(pieces_of(at("fifo")), ElementsAre("one\n", "two\n", "three"));
+  writer.join();
+}
+
+TEST_F(LineSourceTest, OpensCloseOnExec) {
+  put(at("a"), "");
+  const UniqueFd file = open_file(at("a").c_str());
+  ASSERT_TRUE(file);
+  EXPECT_EQ(::fcntl(file.get(), F_GETFD), FD_CLOEXEC);
+}
+
+}  // namespace
