@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <syslog.h>
@@ -95,6 +96,41 @@ TEST(DeviceIdentity, PrintsWhatItIsWithoutThem) {
             "VERSION=\n"
             "no maintenance\n");
   EXPECT_EQ(status, 0);
+}
+
+class ConfigurationFile : public testing::Test {
+ protected:
+  ConfigurationFile() {
+    std::ofstream("/tmp/uplink.conf") << "mtu = 1430\ninclude mobile.conf\nmtu = 1400\n";
+    std::ofstream("/tmp/mobile.conf") << "# The provider's\napn = internet.example\n";
+  }
+
+  support::Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), built_program("examples/configuration-file"));
+    return run_program(arguments);
+  }
+};
+
+TEST_F(ConfigurationFile, PrintsAllEntriesOfAFile) {
+  const auto [output, status] = run({"/tmp/uplink.conf"});
+  EXPECT_EQ(output, "mtu=1430\napn=internet.example\nmtu=1400\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(ConfigurationFile, PrintsTheValuesOfKeys) {
+  const auto [output, status] = run({"/tmp/uplink.conf", "apn", "mtu"});
+  EXPECT_EQ(output, "apn=internet.example (-1)\nmtu=1400 (1400)\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(ConfigurationFile, FailsForAMissingKeyOrFile) {
+  EXPECT_EQ(run({"/tmp/uplink.conf", "pin"}).output, "no pin\n");
+  EXPECT_EQ(run({"/tmp/uplink.conf", "pin"}).status, 1);
+  support::SyslogCollector log;
+  EXPECT_EQ(run({"/tmp/missing.conf"}).status, 1);
+  EXPECT_EQ(run({"/tmp/missing.conf", "mtu"}).status, 1);
+  const support::LogLine expected = {LOG_ERR, "cfread: unable to open /tmp/missing.conf"};
+  EXPECT_THAT(log.take(), ElementsAre(expected, expected));
 }
 
 TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {
