@@ -17,6 +17,30 @@ TEST(Layout, OfAQuery) {
   static_assert(std::is_trivial_v<configd_query> && std::is_standard_layout_v<configd_query>);
 }
 
+TEST(Layout, OfAConfigurationEntry) {
+  static_assert(offsetof(cfread_entry, index) == 0);
+  static_assert(offsetof(cfread_entry, key) == sizeof(void*));
+  static_assert(offsetof(cfread_entry, value) == 2 * sizeof(void*));
+  static_assert(offsetof(cfread_entry, int_value) == 3 * sizeof(void*));
+  static_assert(sizeof(cfread_entry) == 4 * sizeof(void*));  // 16 bytes on the target
+}
+
+TEST(Layout, OfAConfigurationTable) {
+  static_assert(offsetof(cfread_table, count) == 0);
+  static_assert(offsetof(cfread_table, size) == 4);
+  static_assert(offsetof(cfread_table, entries) == 8);
+  static_assert(offsetof(cfread_table, filename) == 8 + sizeof(void*));
+  static_assert(offsetof(cfread_table, callback) == 8 + 2 * sizeof(void*));
+  static_assert(offsetof(cfread_table, userdata) == 8 + 3 * sizeof(void*));
+  static_assert(offsetof(cfread_table, report_empty) == 8 + 4 * sizeof(void*));
+}
+
+TEST(Layout, OfALineOfAFile) {
+  static_assert(offsetof(file_line, links) == 0);
+  static_assert(offsetof(file_line, text) == 2 * sizeof(void*));
+  static_assert(sizeof(file_line) == 3 * sizeof(void*));
+}
+
 TEST(Layout, OfAListNode) {
   static_assert(offsetof(list_node, next) == 0);
   static_assert(sizeof(list_node) == 2 * sizeof(void*));
