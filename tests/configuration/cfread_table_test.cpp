@@ -347,6 +347,18 @@ TEST_F(CfreadTable, BearsASlotThatAProgramHasEmptied) {
   EXPECT_STREQ(find("b")->value, "2");
 }
 
+TEST_F(CfreadTable, FindsAllOthersWhenProgramsEmptySlots) {
+  for (int i = 0; i < 64; ++i) set("key" + std::to_string(i), "1");
+  for (int slot = 63; slot >= 0; --slot) {
+    free_entry(table()->entries[slot]);
+    table()->entries[slot] = nullptr;
+    --table()->count;
+    set("new" + std::to_string(slot), "1");
+    for (const std::string& key : keys_by_slot()) ASSERT_NE(find(key), nullptr) << key;
+  }
+  EXPECT_EQ(table()->size, 64);
+}
+
 // The table as it is described: slots scanned from 0.
 class SimpleTable {
  public:
