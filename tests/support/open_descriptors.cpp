@@ -1,17 +1,22 @@
 #include "support/open_descriptors.h"
 
 #include <rkutils/internal/unique_dir.h>
+#include <rkutils/internal/unique_fd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 
 namespace support {
 namespace {
 
 using rkutils::internal::UniqueDir;
+using rkutils::internal::UniqueFd;
 
 rlim_t set_descriptor_limit(rlim_t limit) {
   rlimit limits = {};
@@ -20,6 +25,18 @@ rlim_t set_descriptor_limit(rlim_t limit) {
   limits.rlim_cur = limit;
   ::setrlimit(RLIMIT_NOFILE, &limits);
   return previous;
+}
+
+// The limit that leaves as many of the unused numbers below it.
+rlim_t limit_for(unsigned spare) {
+  // poll() takes no more entries than the limit, and the log's collector has two.
+  rlim_t limit = 2;
+  std::vector<UniqueFd> unused;
+  for (unsigned i = 0; i < spare; ++i) {
+    unused.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    limit = std::max(limit, static_cast<rlim_t>(unused.back().get()) + 1);
+  }
+  return limit;
 }
 
 }  // namespace
@@ -36,8 +53,8 @@ std::map<int, std::string> open_descriptors() {
   return descriptors;
 }
 
-// poll() takes no more entries than the limit, and the log's collector has two.
-NoMoreDescriptors::NoMoreDescriptors() : previous_(set_descriptor_limit(2)) {}
+NoMoreDescriptors::NoMoreDescriptors(unsigned spare)
+    : previous_(set_descriptor_limit(limit_for(spare))) {}
 
 NoMoreDescriptors::~NoMoreDescriptors() { set_descriptor_limit(previous_); }
 

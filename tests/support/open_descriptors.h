@@ -13,10 +13,11 @@ namespace support {
 // nothing was opened or closed between them.
 std::map<int, std::string> open_descriptors();
 
-// Lets no more descriptors be opened, from construction to destruction.
+// Lets no more descriptors be open at once than are already, or that and `spare` more, from
+// construction to destruction.
 class NoMoreDescriptors {
  public:
-  NoMoreDescriptors();
+  explicit NoMoreDescriptors(unsigned spare = 0);
   ~NoMoreDescriptors();
   NoMoreDescriptors(const NoMoreDescriptors&) = delete;
   NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;

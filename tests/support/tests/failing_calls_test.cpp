@@ -1,0 +1,109 @@
+#include "support/failing_calls.h"
+
+#include <cerrno>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using support::run_with_failing_calls;
+using support::SystemCall;
+
+// A file of its own, open under two descriptors.
+class FailingCalls : public testing::Test {
+ protected:
+  FailingCalls()
+      : first_(::open(kPath, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)),
+        second_(::open(kPath, O_RDWR | O_CLOEXEC)) {
+    EXPECT_EQ(::pwrite(first_, "text", 4, 0), 4);
+  }
+  ~FailingCalls() override {
+    ::close(first_);
+    ::close(second_);
+    ::unlink(kPath);
+  }
+
+  [[nodiscard]] mode_t mode() const {
+    struct stat status = {};
+    ::fstat(first_, &status);
+    return status.st_mode & 07777U;
+  }
+
+  // Whether `call`, which gives -1 when it fails, does so with this errno.
+  template <typename Call>
+  static bool fails(SystemCall kind, Call call) {
+    constexpr int kError = EXDEV;  // one that none of them gives by itself here
+    bool failed = false;
+    run_with_failing_calls({{kind, kError}}, [&] {
+      errno = 0;
+      failed = call() == -1 && errno == kError;
+    });
+    return failed;
+  }
+
+  static constexpr const char* kPath = "/tmp/failing-calls-test";
+  int first_;
+  int second_;
+};
+
+TEST_F(FailingCalls, FailUnderAllTheirNames) {
+  EXPECT_TRUE(fails(SystemCall::kChangeModeByName, [] { return ::chmod(kPath, 0644); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kChangeModeByName, [] { return ::fchmodat(AT_FDCWD, kPath, 0644, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kChangeModeByName,
+                    [] { return ::fchmodat(AT_FDCWD, kPath, 0644, AT_SYMLINK_NOFOLLOW); }));
+  EXPECT_TRUE(fails(SystemCall::kChangeModeByDescriptor, [&] { return ::fchmod(first_, 0644); }));
+  EXPECT_EQ(mode(), 0600U);
+  EXPECT_TRUE(fails(SystemCall::kClose, [&] { return ::close(first_); }));
+  EXPECT_TRUE(fails(SystemCall::kCopyRange,
+                    [&] { return ::copy_file_range(first_, nullptr, second_, nullptr, 4, 0); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kSendfile, [&] { return ::sendfile(second_, first_, nullptr, 4); }));
+  char byte = 0;
+  EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::read(first_, &byte, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kList, [] {
+    DIR* const stream = ::opendir("/");
+    const int result = ::readdir(stream) == nullptr ? -1 : 0;
+    const int error = errno;
+    ::closedir(stream);
+    errno = error;
+    return result;
+  }));
+}
+
+TEST_F(FailingCalls, GiveZeroWithoutDoingAnythingForError0) {
+  int result = -1;
+  run_with_failing_calls({{SystemCall::kChangeModeByDescriptor, 0}},
+                         [&] { result = ::fchmod(first_, 0644); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(mode(), 0600U);
+}
+
+TEST_F(FailingCalls, FailEachWithItsOwnError) {
+  int errors[2] = {};
+  run_with_failing_calls(
+      {{SystemCall::kChangeModeByDescriptor, EXDEV}, {SystemCall::kRead, EILSEQ}}, [&] {
+        if (::fchmod(first_, 0644) == -1) errors[0] = errno;
+        char byte = 0;
+        if (::read(first_, &byte, 1) == -1) errors[1] = errno;
+      });
+  EXPECT_EQ(errors[0], EXDEV);
+  EXPECT_EQ(errors[1], EILSEQ);
+}
+
+TEST_F(FailingCalls, LeaveOtherCallsAndThreadsAlone) {
+  int result = -1;
+  run_with_failing_calls({{SystemCall::kChangeModeByName, EPERM}},
+                         [&] { result = ::fchmod(first_, 0644); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(mode(), 0644U);
+  EXPECT_EQ(::chmod(kPath, 0640), 0);
+  EXPECT_EQ(mode(), 0640U);
+}
+
+}  // namespace
