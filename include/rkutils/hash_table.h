@@ -33,8 +33,8 @@
 
 #include <cstdint>
 
-/* How a number becomes its hash. There is one way, the number itself. */
-enum HashFunctionType { HASH_FUNCTION_IDENTITY = 0 };
+/* How a number becomes its hash. There is one way, the number itself; other values mean it too. */
+enum HashFunctionType : int { HASH_FUNCTION_IDENTITY = 0 };
 
 /*
  * A table whose keys are texts. They are copied and compared byte by byte. A key may be empty; a
@@ -137,8 +137,8 @@ class RK_API INUInt32HashTable {
  public:
   /*
    * Makes an empty table with as many buckets as INStringHashTable of that `size`, and throws as it
-   * does. `function` is accepted and ignored: programs pass it, but a number is always its own
-   * hash.
+   * does. `function` may be any value and is ignored: programs pass it, but a number is always
+   * its own hash.
    */
   explicit INUInt32HashTable(unsigned long size,
                              HashFunctionType function = HASH_FUNCTION_IDENTITY);

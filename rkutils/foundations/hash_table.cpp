@@ -41,6 +41,22 @@ struct INUInt32HashTable::Node {
 
 namespace {
 
+// Where three fields are that follow each other, and the size of the whole.
+struct Layout {
+  std::size_t first;
+  std::size_t second;
+  std::size_t third;
+  std::size_t size;
+};
+
+constexpr bool operator==(const Layout& a, const Layout& b) {
+  return a.first == b.first && a.second == b.second && a.third == b.third && a.size == b.size;
+}
+
+constexpr std::size_t kWord = sizeof(void*);
+constexpr Layout kNodeLayout = {0, kWord, 2 * kWord, 3 * kWord};  // 12 bytes on the target
+constexpr Layout kTableLayout = {0, kWord, kWord + 4, kWord + 8};
+
 std::uint32_t bucket_count_for(unsigned long size) {
   // About as many pointers as an array can hold on a 32-bit host.
   constexpr std::uint32_t kMostBuckets = 0x1FFFFFFE;
@@ -175,14 +191,11 @@ class Buckets {
 
 INStringHashTable::INStringHashTable(unsigned long size)
     : buckets_(nullptr), bucket_count_(bucket_count_for(size)), mask_(bucket_count_ - 1) {
-  static_assert(sizeof(Node) == 3 * sizeof(void*));  // 12 bytes on the target
-  static_assert(offsetof(Node, key) == 0);
-  static_assert(offsetof(Node, value) == sizeof(void*));
-  static_assert(offsetof(Node, next) == 2 * sizeof(void*));
-  static_assert(offsetof(INStringHashTable, buckets_) == 0);
-  static_assert(offsetof(INStringHashTable, bucket_count_) == sizeof(void*));
-  static_assert(offsetof(INStringHashTable, mask_) == sizeof(void*) + 4);
-  static_assert(sizeof(INStringHashTable) == sizeof(void*) + 8);
+  using Table = INStringHashTable;
+  static_assert(Layout{offsetof(Node, key), offsetof(Node, value), offsetof(Node, next),
+                       sizeof(Node)} == kNodeLayout);
+  static_assert(Layout{offsetof(Table, buckets_), offsetof(Table, bucket_count_),
+                       offsetof(Table, mask_), sizeof(Table)} == kTableLayout);
   buckets_ = new Node*[bucket_count_]();
 }
 
@@ -232,14 +245,11 @@ unsigned long INStringHashTable::getLongestChain() const noexcept {
 
 INUInt32HashTable::INUInt32HashTable(unsigned long size, HashFunctionType /*function*/)
     : buckets_(nullptr), bucket_count_(bucket_count_for(size)), mask_(bucket_count_ - 1) {
-  static_assert(sizeof(Node) == 3 * sizeof(void*));  // 12 bytes on the target
-  static_assert(offsetof(Node, key) == 0);
-  static_assert(offsetof(Node, value) == sizeof(void*));
-  static_assert(offsetof(Node, next) == 2 * sizeof(void*));
-  static_assert(offsetof(INUInt32HashTable, buckets_) == 0);
-  static_assert(offsetof(INUInt32HashTable, bucket_count_) == sizeof(void*));
-  static_assert(offsetof(INUInt32HashTable, mask_) == sizeof(void*) + 4);
-  static_assert(sizeof(INUInt32HashTable) == sizeof(void*) + 8);
+  using Table = INUInt32HashTable;
+  static_assert(Layout{offsetof(Node, key), offsetof(Node, value), offsetof(Node, next),
+                       sizeof(Node)} == kNodeLayout);
+  static_assert(Layout{offsetof(Table, buckets_), offsetof(Table, bucket_count_),
+                       offsetof(Table, mask_), sizeof(Table)} == kTableLayout);
   buckets_ = new Node*[bucket_count_]();
 }
 

@@ -677,10 +677,12 @@ TEST(UInt32HashTable, TakesKeysModulo32Bits) {
 }
 
 TEST(UInt32HashTable, IgnoresTheHashFunction) {
-  INUInt32HashTable table(4, static_cast<HashFunctionType>(1));
-  for (const unsigned long key : {9UL, 2UL, 5UL}) table.addEntry(key, place(key));
-  EXPECT_EQ(table.getLongestChain(), 2U);
-  EXPECT_THAT(all_values(table), ElementsAre(place(9), place(5), place(2)));
+  for (const int function : {1, -1, INT_MAX}) {
+    INUInt32HashTable table(4, static_cast<HashFunctionType>(function));
+    for (const unsigned long key : {9UL, 2UL, 5UL}) table.addEntry(key, place(key));
+    EXPECT_EQ(table.getLongestChain(), 2U);
+    EXPECT_THAT(all_values(table), ElementsAre(place(9), place(5), place(2)));
+  }
 }
 
 // ---- Any calls in any order ----
