@@ -24,6 +24,9 @@
  *
  * Blocking. Nothing waits but for the medium, and for the other end of a FIFO that is written, read
  * or copied. Interrupted system calls are repeated, so that a signal handler ends no such wait.
+ * When the reader of a FIFO goes away before all is written or copied to it, there is SIGPIPE, as
+ * with any write: that ends the process, unless the program ignores or handles it; then the write
+ * has failed.
  *
  * Threads and signals. readfile() returns a buffer that belongs to the library; it is for one
  * thread at a time. All others keep no state; but umask and working folder are the process's.
@@ -53,7 +56,8 @@ RK_API extern const int32_t READFILE_OUT_OF_MEMORY;
 /*
  * Reads a file into `buffer` of `size` bytes, at most size - 1 characters of it, and removes white
  * space (space, tab, carriage return, newline) from both ends of the text. What a larger file has
- * beyond that is not read. A NUL in the file hides what follows it in its line.
+ * beyond that is not read. A NUL in the file hides what follows it in its line; but of a long line
+ * only as many characters as there was room for when it came, and the text goes on after them.
  *
  * Returns `buffer`, with the text at its front: the empty text when `path` is NULL or the file is
  * not readable (asked with access(2): for the real user) or is a directory; what was read until
@@ -88,7 +92,8 @@ RK_API int dropfile(const char* path);
  *
  * Returns 0, for an empty text always; or -1: a NULL argument; the file cannot be opened, logged as
  * LOG_ERR "unable to open %s for writing"; writing or closing failed, which is not logged and
- * leaves a part of the text or none.
+ * leaves a part of the text or none. errno is cleared first: it tells what failed, and is 0 after a
+ * text was written.
  *
  * Not atomic: a reader can find the file empty for a moment.
  */
@@ -111,10 +116,12 @@ RK_API int delete_regular_file(const char* path);
  * unlinked (a file, a dangling link) and create_directory() does the rest. That happens also when
  * it then turns out that the source cannot be opened.
  *
- * Returns 0; or -1: an argument NULL or empty; a destination of more than 4095 bytes; source or
- * destination cannot be opened; the copy would go onto the source itself, under whatever name, or
- * into it (the source or something in it is the destination's folder, or would be replaced by it).
- * The last changes nothing.
+ * Returns 0; or -1: an argument NULL or empty; a destination of more than 4095 bytes (errno
+ * ENAMETOOLONG); source or destination cannot be opened. Also -1, with nothing changed: the copy
+ * would go onto the source itself, under whatever name, or into it (the source or something in it
+ * is the destination's folder, or would be replaced by it); or the folder has yet to be made, and
+ * there is a ".." in its path after something that would be made a directory, as in
+ * "missing/../file/copy": once there is "missing", that could lead to the source.
  *
  * A copy that ends early, because the disk is full or reading fails, gives 0 all the same: where
  * that matters compare sizes. A directory copies as an empty file. A FIFO is read to its end, which
@@ -128,11 +135,13 @@ RK_API int copy_file(const char* source, const char* destination);
  * Creates a directory and those above it that are missing, as far as nine levels up. Each one
  * created ends with mode 0555 whatever the umask; those that exist are left as they are. Anything
  * else on the way is removed for a directory: files, and LINKS, also those that lead to a
- * directory, except with a slash at the end of `path`.
+ * directory. With a slash at the end of `path` the last level is different: a link to a directory
+ * is followed and stays, and a file or a link that leads nowhere makes it fail (EEXIST).
  *
  * Returns 0, also when all is there already; or -1 with what was created so far left behind: NULL
- * or empty; a path of more than 4095 bytes, before anything is changed; mkdir(2) failed (errno),
- * because a tenth ancestor is missing too, for instance.
+ * or empty; a path of more than 4095 bytes (errno ENAMETOOLONG), before anything is changed;
+ * mkdir(2) failed (errno), because a tenth ancestor is missing too, for instance. That a mode
+ * cannot be set is not reported.
  *
  * Mode 0555 keeps ordinary users from creating anything in the new directory, the next level
  * included: for them only one level can be missing. (Until the final mode is set, for a moment, a
@@ -143,14 +152,16 @@ RK_API int create_directory(const char* path);
 
 /*
  * Deletes a directory with all that is in it, or a single file of whatever kind. A link is removed
- * alone and never followed, with or without slashes at the end of `path`, which do not count.
+ * alone and never followed, with or without slashes at the end of `path`. A file that is named with
+ * a slash at the end is not found and stays.
  *
  * Returns 0; or -1: NULL or empty; an entry of the directory itself could not be examined (the
  * directory may not be searched, a path beyond 4095 bytes, another program has just removed the
- * entry), and the rest of it stays; the directory cannot be listed, or there is no memory for its
- * names.
+ * entry), and the rest of it stays; the directory was opened but listing it fails, or there is no
+ * memory for its names.
  *
- * 0 does not mean that it is gone: nothing tells of entries that cannot be removed, of
+ * 0 does not mean that it is gone: nothing tells of entries that cannot be removed, of a directory
+ * that cannot be opened (not readable, no descriptors left) and so cannot be emptied, of
  * subdirectories that cannot be opened, examined or listed, nor of a path that did not exist or
  * that is too long.
  */
@@ -169,7 +180,8 @@ RK_API int delete_directory_contents(const char* path);
  * Tells whether a directory holds nothing but "." and "..". A link is followed.
  *
  * Returns 1 if it is empty, and for what cannot be opened as a directory (missing, a file, not
- * readable); 0 if it is not; -1 for NULL or the empty text.
+ * readable); 0 if it is not, or if listing it fails before that is known; -1 for NULL or the empty
+ * text.
  */
 RK_API int empty_directory(const char* path);
 
@@ -184,11 +196,12 @@ RK_API int empty_directory(const char* path);
  * FIFOs and devices are read as there. Inside the destination no link is followed: one in the place
  * of a file or directory to be copied makes the copy fail.
  *
- * Returns 0; or -1, at the first failure and with the rest not copied: an argument NULL; the
- * destination cannot be created, or exists and is no directory; the source cannot be opened or
- * listed (the destination has been created by then); an entry cannot be examined or copied, a path
- * beyond 4095 bytes among them; no memory; or the destination is the source or lies in it, which
- * changes nothing. (Where only a mount shows the destination inside the source, that comes out in
+ * Returns 0; or -1, at the first failure and with the rest not copied: an argument NULL; a
+ * destination that is empty or has more than 4095 bytes (errno ENAMETOOLONG), cannot be created or
+ * given its mode, or exists and is no directory; the source cannot be opened or listed (the
+ * destination has been created by then); an entry cannot be examined or copied, a path beyond 4095
+ * bytes among them; no memory; or the destination is the source or lies in it, which changes
+ * nothing. (Where only a mount shows the destination inside the source, that comes out in
  * the middle.)
  *
  * As with copy_file(), 0 does not tell that the disk was large enough.

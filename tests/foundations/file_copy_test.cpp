@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -18,14 +20,17 @@
 
 #include "file_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 
 namespace {
 
+using support::SystemCall;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 
 // Text without a period that a cut or a repeated piece could hide in.
@@ -257,6 +262,130 @@ TEST_F(CopyFile, IntoItselfIsRefusedAndChangesNothing) {
   EXPECT_EQ(tree(), before);
 }
 
+// What is missing before the ".." would be made, and then the path would lead to the source.
+TEST_F(CopyFile, ToAPathThatGoesUpFromAMissingFolderIsRefusedAndChangesNothing) {
+  put(at("one"), "text");
+  put(at("file"), "text");
+  make_folders(at("folder/a"));
+  make_link("folder/a", at("link"));
+  const Tree before = tree();
+  EXPECT_EQ(copy("one", "missing/../one"), -1);
+  EXPECT_EQ(copy("one", "missing/../one/two"), -1);
+  EXPECT_EQ(copy("one", "missing/a/./../../one/two"), -1);
+  EXPECT_EQ(copy("one", "file/../one/two"), -1);
+  EXPECT_EQ(copy("one", "link/../one/two"), -1);  // the link would become a directory
+  EXPECT_EQ(copy("folder", "missing/../folder/two"), -1);
+  std::filesystem::current_path(folder_);
+  EXPECT_EQ(copy_file("one", "missing/../one"), -1);
+  EXPECT_EQ(copy_file("one", "missing/../one/two"), -1);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(CopyFile, ToAPathThatGoesUpFromWhatIsThereIsAllowed) {
+  put(at("one"), "text");
+  make_folders(at("folder/a"));
+  make_link("folder/a", at("link"));
+  EXPECT_EQ(copy("one", "folder/a/../b/two"), 0);
+  EXPECT_EQ(copy("one", "link/../two"), 0);
+  EXPECT_EQ(contents_of(at("folder/b/two")), "text");
+  EXPECT_EQ(contents_of(at("folder/two")), "text");
+  EXPECT_EQ(tree().at("link"), "link folder/a");
+}
+
+TEST_F(CopyFile, OfADirectoryThroughALinkIntoItIsRefusedAndChangesNothing) {
+  make_folders(at("folder/a"));
+  make_folders(at("other"));
+  make_link("folder/new", at("link"));
+  make_link("../link", at("other/link to link"));
+  make_link(at("folder/a/new"), at("absolute"));
+  make_link("loop", at("loop"));
+  const Tree before = tree();
+  for (const char* name : {"link", "other/link to link", "absolute", "loop"}) {
+    EXPECT_EQ(copy("folder", name), -1) << name;
+  }
+  EXPECT_EQ(tree(), before);
+  put(at("one"), "text");
+  EXPECT_EQ(copy("one", "other/link to link"), 0);
+  EXPECT_EQ(contents_of(at("folder/new")), "text");
+}
+
+TEST_F(CopyFile, UnlinksWhatIsInItsFoldersPlaceAlsoBehindALink) {
+  make_folders(at("folder"));
+  put(at("folder/file"), "text");
+  put(at("one"), "1");
+  make_link("folder", at("link"));
+  EXPECT_EQ(copy("one", "link/file/two"), 0);
+  EXPECT_THAT(tree(), ElementsAre(Pair("folder", "dir 755"), Pair("link", "dir 555"),
+                                  Pair("link/file", "dir 555"), Pair("link/file/two", "file 644 1"),
+                                  Pair("one", "file 644 1")));
+}
+
+// The kernel's ways to copy are left where they do not work.
+TEST_F(CopyFile, CopiesWholeWhereTheKernelCannotOrGivesNothing) {
+  const std::string text = varied_text(100000);
+  put(at("one"), text);
+  for (const int range : {EXDEV, ENOSYS, 0}) {
+    for (const int sendfile : {EINVAL, 0}) {
+      int result = -1;
+      support::run_with_failing_calls(
+          {{SystemCall::kCopyRange, range}, {SystemCall::kSendfile, sendfile}},
+          [&] { result = copy("one", "two"); });
+      EXPECT_EQ(result, 0);
+      EXPECT_TRUE(contents_of(at("two")) == text) << range << " " << sendfile;
+      std::filesystem::remove(at("two"));
+    }
+  }
+}
+
+TEST_F(CopyFile, LetsTheKernelCopyFromOneDiskToAnother) {
+  const std::string text = varied_text(100000);
+  put(at("one"), text);
+  int result = -1;
+  support::run_with_failing_calls({{SystemCall::kCopyRange, EXDEV}, {SystemCall::kRead, EIO}},
+                                  [&] { result = copy("one", "two"); });
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(contents_of(at("two")) == text);
+}
+
+// While the copy waits for a FIFO's data, all that it has open is there to be seen.
+class CopyDescriptors : public FileTest {
+ protected:
+  template <typename Copy>
+  static void expect_closed_on_exec(const std::string& fifo, std::size_t count, Copy copy) {
+    make_fifo(fifo);
+    const auto before = support::open_descriptors();
+    int result = -1;
+    std::thread copier([&] { result = copy(); });
+    const int writer = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+    std::map<int, std::string> open;
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (open.size() < count && std::chrono::steady_clock::now() < give_up) {
+      open = support::open_descriptors();
+      open.erase(writer);
+      for (const auto& [descriptor, target] : before) open.erase(descriptor);
+    }
+    EXPECT_EQ(open.size(), count);
+    for (const auto& [descriptor, target] : open) {
+      EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << target;
+    }
+    ::close(writer);
+    copier.join();
+    EXPECT_EQ(result, 0);
+  }
+};
+
+TEST_F(CopyDescriptors, OfAFileAreClosedOnExec) {
+  expect_closed_on_exec(at("fifo"), 2,
+                        [&] { return copy_file(at("fifo").c_str(), at("two").c_str()); });
+}
+
+TEST_F(CopyDescriptors, OfATreeAreClosedOnExec) {
+  make_folders(at("from/a/b"));
+  // Three levels on each side, and the file.
+  expect_closed_on_exec(at("from/a/b/fifo"), 8,
+                        [&] { return copy_directory(at("from").c_str(), at("to").c_str()); });
+}
+
 TEST_F(CopyFile, TakesPathsOf4095BytesAndNoLonger) {
   const std::string longest = path_of_length(folder_, 4095);
   const std::string folder = longest.substr(0, longest.rfind('/'));
@@ -313,6 +442,79 @@ TEST_F(CopyDirectory, GivesDirectoriesMode0755WhateverTheUmask) {
     EXPECT_EQ(copy("from", to), 0);
     EXPECT_EQ(mode_of(at(to)), 0755U);
     EXPECT_EQ(mode_of(at(to + "/a")), 0755U);
+  }
+}
+
+// The umask keeps the owner from opening the directory until it has its mode.
+TEST_F(CopyDirectory, GivesOrdinaryUsersMode0755WhateverTheUmask) {
+  make_folders(at("from/a/b"));
+  for (const mode_t mask : {mode_t{0400}, mode_t{0700}, mode_t{0777}}) {
+    ::umask(mask);
+    const std::string to = "to" + std::to_string(mask);
+    int result = -1;
+    run_without_override([&] { result = copy("from", to); });
+    EXPECT_EQ(result, 0) << mask;
+    EXPECT_THAT(tree_of(at(to)), ElementsAre(Pair("a", "dir 755"), Pair("a/b", "dir 755")));
+    EXPECT_EQ(mode_of(at(to)), 0755U);
+  }
+}
+
+TEST_F(CopyDirectory, FailsWhereTheModeCannotBeSet) {
+  make_folders(at("from/a"));
+  put(at("from/file"), "text");
+  int result = 0;
+  support::run_with_failing_calls(
+      {{SystemCall::kChangeModeByName, EPERM}, {SystemCall::kChangeModeByDescriptor, EPERM}},
+      [&] { result = copy("from", "to"); });
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(mode_of(at("to")), 01505U);  // 0x755 less the umask and the set-group-id bit
+  EXPECT_THAT(tree_of(at("to")), IsEmpty());
+}
+
+TEST_F(CopyDirectory, SetsTheModeWhereItCannotBeDoneByName) {
+  make_folders(at("from/a"));
+  int result = -1;
+  support::run_with_failing_calls({{SystemCall::kChangeModeByName, EOPNOTSUPP}},
+                                  [&] { result = copy("from", "to"); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(mode_of(at("to")), 0755U);
+  EXPECT_EQ(mode_of(at("to/a")), 0755U);
+}
+
+TEST_F(CopyDirectory, TakesSlashesAtTheEnds) {
+  make_folders(at("from/a"));
+  EXPECT_EQ(copy("from//", "to//"), 0);
+  EXPECT_EQ(mode_of(at("to")), 0755U);
+  EXPECT_EQ(mode_of(at("to/a")), 0755U);
+}
+
+TEST_F(CopyDirectory, FailsWhereListingDoes) {
+  make_folders(at("from/a"));
+  int result = 0;
+  support::run_with_failing_calls({{SystemCall::kList, EIO}}, [&] { result = copy("from", "to"); });
+  EXPECT_EQ(result, -1);
+  EXPECT_THAT(tree_of(at("to")), IsEmpty());
+}
+
+// While the copy waits for a FIFO's data, a directory above it is moved away, far enough down to
+// have been closed.
+TEST_F(CopyDirectory, FailsWhereItCannotFindBack) {
+  for (const std::string side : {"from", "to"}) {
+    std::string way;
+    for (int i = 0; i < 35; ++i) way += "/d";
+    make_folders(at("from" + way + "/d/d/d/d/d"));
+    make_fifo(at("from" + way + "/d/d/d/d/d/fifo"));
+    int result = 0;
+    std::thread copier([&] { result = copy("from", "to"); });
+    const std::string fifo = at("from" + way + "/d/d/d/d/d/fifo");
+    const int writer = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(std::rename(at(side + way).c_str(), at("moved").c_str()), 0);
+    ::close(writer);
+    copier.join();
+    EXPECT_EQ(result, -1) << side;
+    std::filesystem::remove_all(at("from"));
+    std::filesystem::remove_all(at("to"));
+    std::filesystem::remove_all(at("moved"));
   }
 }
 
@@ -402,6 +604,36 @@ TEST_F(CopyDirectory, TouchesNothingOutsideWhenTheDestinationChangesUnderneath) 
   swapper.join();
   EXPECT_EQ(tree_of(at("outside")), outside);
   EXPECT_EQ(copy("from", "to"), 0);
+}
+
+// A directory of the source that becomes a link after it was examined.
+TEST_F(CopyDirectory, ReadsNothingOutsideWhenTheSourceChangesUnderneath) {
+  make_folders(at("outside"));
+  put(at("outside/secret"), "secret");
+  for (int i = 0; i < 2; ++i) {
+    const std::string folder = "from/a" + std::to_string(i);
+    make_folders(at(folder + "/folder"));
+    put(at(folder + "/file"), "text");
+  }
+  make_link(at("outside"), at("link"));
+  std::atomic<bool> stop = false;
+  std::thread swapper([&] {
+    for (int i = 0; !stop; i = (i + 1) % 2) {
+      const std::string folder = at("from/a" + std::to_string(i));
+      for (int twice = 0; twice < 2; ++twice) {
+        ::renameat2(AT_FDCWD, folder.c_str(), AT_FDCWD, at("link").c_str(), RENAME_EXCHANGE);
+      }
+    }
+  });
+  for (int round = 0; round < 2000; ++round) {
+    copy("from", "to");
+    for (const auto& [path, description] : tree_of(at("to"))) {
+      EXPECT_THAT(path, Not(testing::HasSubstr("secret")));
+    }
+    std::filesystem::remove_all(at("to"));
+  }
+  stop = true;
+  swapper.join();
 }
 
 TEST_F(CopyDirectory, OntoAFileFailsAndCopiesNothing) {
@@ -586,6 +818,7 @@ TEST_F(CopyDirectory, FailsAtAnEntryWithAPathOf4096Bytes) {
 TEST_F(CopyDirectory, RefusesADestinationOf4096Bytes) {
   make_folders(at("from"));
   EXPECT_EQ(copy_directory(at("from").c_str(), path_of_length(folder_, 4096).c_str()), -1);
+  EXPECT_EQ(errno, ENAMETOOLONG);
   EXPECT_THAT(tree(), ElementsAre(Pair("from", "dir 755")));
 }
 

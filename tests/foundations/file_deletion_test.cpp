@@ -1,8 +1,11 @@
 // delete_directory() and delete_directory_contents().
 
 #include <rkutils/file.h>
+#include <rkutils/internal/unique_fd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -10,6 +13,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -17,11 +21,15 @@
 
 #include "file_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 
 namespace {
 
+using namespace std::string_literals;
+
+using rkutils::internal::UniqueFd;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -87,6 +95,16 @@ TEST_F(DeleteDirectory, TakesSlashesAtTheEnd) {
   make_folders(at("top/a"));
   EXPECT_EQ(delete_directory(at("top//").c_str()), 0);
   EXPECT_THAT(tree(), IsEmpty());
+}
+
+TEST_F(DeleteDirectory, LeavesAFileNamedWithASlashAtTheEnd) {
+  put(at("file"), "text");
+  make_fifo(at("fifo"));
+  const Tree before = tree();
+  for (const char* path : {"file/", "file//", "fifo/"}) {
+    EXPECT_EQ(delete_directory(at(path).c_str()), 0) << path;
+  }
+  EXPECT_EQ(tree(), before);
 }
 
 TEST_F(DeleteDirectory, SucceedsWhereThereIsNothing) {
@@ -157,17 +175,42 @@ TEST_F(DeleteDirectory, DoesNotTellOfFailuresFurtherDown) {
                           Pair("top/unsearched/a", "dir 755")));
 }
 
-TEST_F(DeleteDirectory, WithoutADescriptorRemovesOnlyAnEmptyOne) {
+// Also where the last descriptor goes for a directory that then cannot be listed.
+TEST_F(DeleteDirectory, WithoutDescriptorsRemovesOnlyAnEmptyOne) {
   make_folders(at("top/a"));
-  make_folders(at("empty"));
   const std::string top = at("top");
   const std::string empty = at("empty");
-  {
-    const support::NoMoreDescriptors none;
-    EXPECT_EQ(delete_directory(top.c_str()), 0);
-    EXPECT_EQ(delete_directory(empty.c_str()), 0);
+  for (const unsigned spare : {0U, 1U}) {
+    make_folders(empty);
+    {
+      const support::NoMoreDescriptors none(spare);
+      EXPECT_EQ(delete_directory(top.c_str()), 0);
+      EXPECT_EQ(delete_directory(empty.c_str()), 0);
+    }
+    EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755"), Pair("top/a", "dir 755"))) << spare;
   }
-  EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755"), Pair("top/a", "dir 755")));
+}
+
+TEST_F(DeleteDirectory, WithDescriptorsForOneLevelDeletesThatFar) {
+  make_folders(at("top/a/b"));
+  make_folders(at("top/empty"));
+  put(at("top/file"), "text");
+  const std::string top = at("top");
+  {
+    const support::NoMoreDescriptors none(2);
+    EXPECT_EQ(delete_directory(top.c_str()), 0);
+  }
+  EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755"), Pair("top/a", "dir 755"),
+                                  Pair("top/a/b", "dir 755")));
+}
+
+TEST_F(DeleteDirectory, FailsWhereListingDoes) {
+  make_folders(at("top"));
+  int result = 0;
+  support::run_with_failing_calls({{support::SystemCall::kList, EIO}},
+                                  [&] { result = delete_directory(at("top").c_str()); });
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(exists(at("top")));
 }
 
 TEST_F(DeleteDirectory, WithoutMemoryFailsOrLeavesASubdirectory) {
@@ -222,6 +265,56 @@ TEST_F(DeleteDirectory, DeletesADeepTreeWithASmallStackAndFewDescriptors) {
   ::setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(result, 0);
   EXPECT_THAT(tree(), IsEmpty());
+}
+
+TEST_F(DeleteDirectory, GetsBackOutOfAnUnsearchableDirectoryDeepDown) {
+  for (const int depth : {29, 30, 31, 32, 33, 40}) {
+    std::string deep = at("top");
+    for (int i = 0; i < depth; ++i) deep += "/d";
+    make_folders(deep + "/x");
+    ::chmod(deep.c_str(), 0444);
+    // Whatever the order of the entries, some come after the one that is left.
+    for (const char* name : {"aa", "mm", "zz"}) {
+      make_folders(at("top/"s + name));
+      put(at("top/d/"s + name), "");
+    }
+    int result = -1;
+    run_without_override([&] { result = delete_directory(at("top").c_str()); });
+    EXPECT_EQ(result, 0) << depth;
+    EXPECT_EQ(tree().size(), static_cast<std::size_t>(depth) + 2) << depth;  // the way to "x"
+    std::filesystem::remove_all(at("top"));
+  }
+}
+
+// A directory above the one that is walked is moved away, far enough down to have been closed.
+TEST_F(DeleteDirectory, FailsWhereItCannotFindBack) {
+  constexpr int kDepth = 40;
+  constexpr int kFiles = 20000;  // they give the mover time
+  int result = 0;
+  for (int attempt = 0; attempt < 20 && result == 0; ++attempt) {
+    std::string moved = at("top");
+    for (int i = 0; i < kDepth - 5; ++i) moved += "/d";
+    const std::string deep = moved + "/d/d/d/d/d";
+    make_folders(deep);
+    for (int i = 0; i < kFiles; ++i) put(deep + "/" + std::to_string(i), "");
+    const UniqueFd events(::inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(events.get(), deep.c_str(), IN_DELETE), 0);
+    std::thread mover([&] {
+      char event[sizeof(inotify_event) + NAME_MAX + 1];
+      EXPECT_GT(::read(events.get(), event, sizeof event), 0);
+      std::rename(moved.c_str(), at("moved").c_str());  // in vain when it is all gone by then
+    });
+    result = delete_directory(at("top").c_str());
+    mover.join();
+    EXPECT_TRUE(result == -1 || !exists(at("moved")) || !exists(at("top")));
+    if (result == -1) {
+      EXPECT_TRUE(exists(at("moved")));
+      EXPECT_TRUE(exists(at("top")));
+    }
+    std::filesystem::remove_all(at("top"));
+    std::filesystem::remove_all(at("moved"));
+  }
+  EXPECT_EQ(result, -1);
 }
 
 TEST_F(DeleteDirectory, FindsItsWayInABroadTree) {
@@ -351,17 +444,53 @@ TEST_F(DeleteDirectoryContents, DeletesADeepTreeWithASmallStack) {
   EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755")));
 }
 
-TEST_F(DeleteDirectoryContents, WithoutMemoryFails) {
+// The first allocation is fdopendir(3)'s, without which the directory cannot be opened.
+TEST_F(DeleteDirectoryContents, WithoutMemoryToOpenFindsNothing) {
   make_folders(at("top/a"));
   const std::string path = at("top");
-  int result = 0;
+  int result = -1;
   {
     const support::FailingAllocation no_memory(1);
     result = delete_directory_contents(path.c_str());
     EXPECT_TRUE(no_memory.happened());
   }
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(exists(at("top/a")));
+}
+
+TEST_F(DeleteDirectoryContents, WithoutDescriptorsFindsNothing) {
+  make_folders(at("top/a"));
+  const std::string path = at("top");
+  for (const unsigned spare : {0U, 1U}) {
+    int result = -1;
+    {
+      const support::NoMoreDescriptors none(spare);
+      result = delete_directory_contents(path.c_str());
+    }
+    EXPECT_EQ(result, 0) << spare;
+    EXPECT_TRUE(exists(at("top/a")));
+  }
+}
+
+TEST_F(DeleteDirectoryContents, FailsWhereListingDoes) {
+  make_folders(at("top/a"));
+  int result = 0;
+  support::run_with_failing_calls({{support::SystemCall::kList, EIO}},
+                                  [&] { result = delete_directory_contents(at("top").c_str()); });
   EXPECT_EQ(result, -1);
   EXPECT_TRUE(exists(at("top/a")));
+}
+
+TEST_F(DeleteDirectoryContents, FailsAtAnEntryWithAPathOf4096Bytes) {
+  const std::string folder = path_of_length(folder_, 4091);
+  make_folders(folder);
+  put(folder + "/abc", "fits");
+  EXPECT_EQ(delete_directory_contents(folder.c_str()), 0);
+  EXPECT_THAT(tree_of(folder), IsEmpty());
+  const UniqueFd directory(::open(folder.c_str(), O_PATH | O_CLOEXEC));
+  ASSERT_EQ(::mkdirat(directory.get(), "abcd", 0755), 0);
+  EXPECT_EQ(delete_directory_contents(folder.c_str()), -1);
+  EXPECT_EQ(::unlinkat(directory.get(), "abcd", AT_REMOVEDIR), 0);
 }
 
 }  // namespace

@@ -2,21 +2,27 @@
 
 #include <rkutils/file.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <string>
+#include <thread>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "file_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 
 namespace {
 
+using support::SystemCall;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -49,6 +55,47 @@ TEST_F(CreateDirectory, GivesMode0555WhateverTheUmask) {
     EXPECT_EQ(mode_of(path), 0555U);
     EXPECT_EQ(mode_of(path + "/b"), 0555U);
   }
+}
+
+// What is seen of the mode that a directory is created with: 0x755 less the umask, without the
+// set-group-id bit, which mkdir(2) does not take.
+TEST_F(CreateDirectory, SucceedsThoughTheModeCannotBeSet) {
+  int result = -1;
+  support::run_with_failing_calls(
+      {{SystemCall::kChangeModeByName, EPERM}, {SystemCall::kChangeModeByDescriptor, EPERM}},
+      [&] { result = create_directory(at("a/b").c_str()); });
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(tree(), ElementsAre(Pair("a", "dir 1505"), Pair("a/b", "dir 1505")));
+}
+
+TEST_F(CreateDirectory, SetsTheModeWhereItCannotBeDoneByName) {
+  int result = -1;
+  support::run_with_failing_calls({{SystemCall::kChangeModeByName, EOPNOTSUPP}},
+                                  [&] { result = create_directory(at("a/b").c_str()); });
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(tree(), ElementsAre(Pair("a", "dir 555"), Pair("a/b", "dir 555")));
+}
+
+// Between being created and getting its mode, the directory becomes a link.
+TEST_F(CreateDirectory, SetsNoModeThroughALink) {
+  put(at("target"), "text");
+  const std::string path = at("a");
+  const std::string link = at("link");
+  std::atomic<bool> stop = false;
+  std::thread swapper([&] {
+    while (!stop) ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+  });
+  for (int round = 0; round < 20000 && mode_of(at("target")) == 0644; ++round) {
+    make_link("target", link);
+    create_directory((path + "///").c_str());
+    while (exists(path) || exists(link)) {  // what is swapped meanwhile may stay
+      std::remove(path.c_str());
+      std::remove(link.c_str());
+    }
+  }
+  stop = true;
+  swapper.join();
+  EXPECT_EQ(mode_of(at("target")), 0644U);
 }
 
 TEST_F(CreateDirectory, TakesNoSetGroupIdFromItsParent) {
@@ -99,6 +146,17 @@ TEST_F(CreateDirectory, LooksThroughALinkWithASlashAfterIt) {
   make_link("target", at("link"));
   EXPECT_EQ(create_directory(at("link/").c_str()), 0);
   EXPECT_THAT(tree(), ElementsAre(Pair("link", "link target"), Pair("target", "dir 755")));
+}
+
+TEST_F(CreateDirectory, FailsAtAFileOrDanglingLinkWithASlashAfterIt) {
+  put(at("file"), "text");
+  make_link("nowhere", at("link"));
+  const Tree before = tree();
+  for (const char* path : {"file/", "link/"}) {
+    EXPECT_EQ(create_directory(at(path).c_str()), -1) << path;
+    EXPECT_EQ(errno, EEXIST) << path;
+  }
+  EXPECT_EQ(tree(), before);
 }
 
 TEST_F(CreateDirectory, TakesRelativePathsAndManySlashes) {
@@ -202,6 +260,15 @@ TEST_F(CreateDirectory, ChangesNothingForALongerPath) {
 }
 
 using EmptyDirectory = FileTest;
+
+// Who deletes what is empty must not be told so of what is not known.
+TEST_F(EmptyDirectory, IsNotOneThatCannotBeListed) {
+  make_folders(at("a"));
+  int result = -1;
+  support::run_with_failing_calls({{SystemCall::kList, EIO}},
+                                  [&] { result = empty_directory(at("a").c_str()); });
+  EXPECT_EQ(result, 0);
+}
 
 TEST_F(EmptyDirectory, TellsWhetherThereIsAnEntry) {
   make_folders(at("a"));

@@ -2,7 +2,6 @@
 
 #include <rkutils/file.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -11,12 +10,12 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "file_fixture.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 
@@ -46,6 +45,15 @@ TEST_F(Dropfile, LeavesAFileThatIsNotReadable) {
   ::chmod(at("one").c_str(), 0200);
   int result = 0;
   run_without_override([&] { result = dropfile(at("one").c_str()); });
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(exists(at("one")));
+}
+
+TEST_F(Dropfile, AsksForTheRealUser) {
+  put(at("one"), "text");
+  ::chmod(at("one").c_str(), 0600);
+  int result = 0;
+  run_for_nobody([&] { result = dropfile(at("one").c_str()); });
   EXPECT_EQ(result, -1);
   EXPECT_TRUE(exists(at("one")));
 }
@@ -126,6 +134,15 @@ TEST_F(Writefile, OfAnEmptyTextSucceedsThoughAnUnreadableFileStays) {
   ::chmod(at("one").c_str(), 0200);
   int result = -1;
   run_without_override([&] { result = writefile(at("one").c_str(), ""); });
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(exists(at("one")));
+}
+
+TEST_F(Writefile, OfAnEmptyTextAsksForTheRealUser) {
+  put(at("one"), "text");
+  ::chmod(at("one").c_str(), 0600);
+  int result = -1;
+  run_for_nobody([&] { result = writefile(at("one").c_str(), ""); });
   EXPECT_EQ(result, 0);
   EXPECT_TRUE(exists(at("one")));
 }
@@ -222,27 +239,74 @@ TEST_F(Writefile, WritesALineInOnePiece) {
   ::close(ends[1]);
 }
 
-std::atomic<int> signals_seen = 0;
-
-// A handler without SA_RESTART ends every wait of the thread with EINTR.
 TEST_F(Writefile, WaitsForAFifosReaderThroughSignals) {
   make_fifo(at("fifo"));
-  struct sigaction action = {};
-  action.sa_handler = [](int) { ++signals_seen; };
-  struct sigaction before;
-  ::sigaction(SIGUSR1, &action, &before);
-  signals_seen = 0;
+  const Interruption interruption;
   int result = -1;
   std::thread writer([&] { result = writefile(at("fifo").c_str(), "text"); });
-  for (int i = 1; i <= 5; ++i) {
-    ::usleep(20000);
-    ::pthread_kill(writer.native_handle(), SIGUSR1);
-    while (signals_seen < i) ::usleep(1000);
-  }
+  for (int i = 0; i < 5; ++i) Interruption::send(writer);
   EXPECT_EQ(contents_of(at("fifo")), "text\n");
   writer.join();
-  ::sigaction(SIGUSR1, &before, nullptr);
   EXPECT_EQ(result, 0);
+}
+
+// Interrupted, a write to a full FIFO tells of a part, or of nothing yet.
+TEST_F(Writefile, WritesAllToAFifoThroughSignals) {
+  make_fifo(at("fifo"));
+  const Interruption interruption;
+  const std::string text = std::string(500000, 'x') + std::string(500000, 'y');
+  int result = -1;
+  std::thread writer([&] { result = writefile(at("fifo").c_str(), text.c_str()); });
+  const int fifo = ::open(at("fifo").c_str(), O_RDONLY | O_CLOEXEC);
+  std::string received;
+  std::string piece(20000, '#');
+  for (int i = 0;; ++i) {
+    if (i < 5) {
+      Interruption::send(writer);  // with room for a piece at most since the last time
+      Interruption::send(writer);  // with none
+    }
+    const ssize_t count = ::read(fifo, piece.data(), piece.size());
+    if (count <= 0) break;
+    received.append(piece, 0, static_cast<std::size_t>(count));
+  }
+  ::close(fifo);
+  writer.join();
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(received == text + "\n");
+}
+
+TEST_F(Writefile, FailsWhereAFifosReaderGoesAwayAndSigpipeIsIgnored) {
+  make_fifo(at("fifo"));
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  const std::string text(1000000, 'x');
+  int result = 0;
+  std::thread writer([&] { result = writefile(at("fifo").c_str(), text.c_str()); });
+  const int fifo = ::open(at("fifo").c_str(), O_RDONLY | O_CLOEXEC);
+  char byte = 0;
+  EXPECT_EQ(::read(fifo, &byte, 1), 1);
+  ::close(fifo);
+  writer.join();
+  std::signal(SIGPIPE, before);
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(Writefile, FailsWhereClosingDoes) {
+  const std::string path = at("one");
+  const auto before = support::open_descriptors();
+  int result = 0;
+  support::run_with_failing_calls({{support::SystemCall::kClose, EIO}},
+                                  [&] { result = writefile(path.c_str(), "text"); });
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(contents_of(path), "text\n");
+  for (const auto& [descriptor, target] : support::open_descriptors()) {
+    if (before.count(descriptor) == 0) ::close(descriptor);  // which was not done
+  }
+}
+
+TEST_F(Writefile, ClearsErrno) {
+  errno = 77;
+  EXPECT_EQ(writefile(at("one").c_str(), "text"), 0);
+  EXPECT_EQ(errno, 0);
 }
 
 TEST_F(Writefile, TakesAPathOf4095BytesAndNoLonger) {

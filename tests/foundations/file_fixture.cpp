@@ -1,5 +1,6 @@
 #include "file_fixture.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -9,8 +10,10 @@
 #include <system_error>
 #include <utility>
 
+#include <pthread.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "support/open_descriptors.h"
@@ -20,6 +23,8 @@ namespace {
 void check(bool done, const std::string& step) {
   if (!done) throw std::system_error(errno, std::generic_category(), step);
 }
+
+std::atomic<int> interruptions = 0;
 
 std::string octal(mode_t mode) {
   char text[16];
@@ -122,4 +127,35 @@ std::string path_of_length(const std::string& folder, std::size_t length) {
   if (length - path.size() > kNameLength + 1) path += "/" + std::string(kNameLength / 2, 'd');
   path += "/";
   return path + std::string(length - path.size(), 'e');
+}
+
+void run_for_nobody(const std::function<void()>& action) {
+  // Users too are a thread's own, as long as it is not the C library that changes them.
+#ifdef SYS_setresuid32
+  constexpr long kSetresuid = SYS_setresuid32;
+#else
+  constexpr long kSetresuid = SYS_setresuid;
+#endif
+  constexpr uid_t kNobody = 65534;
+  std::thread thread([&] {
+    check(::syscall(kSetresuid, kNobody, uid_t{0}, uid_t{0}) == 0, "setresuid");
+    action();
+  });
+  thread.join();
+}
+
+Interruption::Interruption() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { ++interruptions; };
+  check(::sigaction(SIGUSR1, &action, &before_) == 0, "sigaction");
+}
+
+Interruption::~Interruption() { ::sigaction(SIGUSR1, &before_, nullptr); }
+
+void Interruption::send(std::thread& thread) {
+  const int before = interruptions;
+  ::usleep(20000);
+  ::pthread_kill(thread.native_handle(), SIGUSR1);
+  for (int waits = 0; interruptions == before && waits < 5000; ++waits) ::usleep(1000);
+  EXPECT_NE(interruptions, before) << "the thread has ended";
 }

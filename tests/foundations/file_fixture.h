@@ -3,8 +3,11 @@
 #ifndef TESTS_FOUNDATIONS_FILE_FIXTURE_H
 #define TESTS_FOUNDATIONS_FILE_FIXTURE_H
 
+#include <csignal>
+#include <functional>
 #include <map>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <sys/types.h>
@@ -66,5 +69,24 @@ void make_fifo(const std::string& path);
 std::string path_of_length(const std::string& folder, std::size_t length);
 
 using support::run_without_override;
+
+// Calls `action` on a thread whose real user is nobody and whose effective user is root, as in a
+// set-user-id program, and returns when it has ended.
+void run_for_nobody(const std::function<void()>& action);
+
+// Interrupts threads in what they wait for: with a signal whose handler ends it with EINTR.
+class Interruption {
+ public:
+  Interruption();
+  ~Interruption();
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+
+  // Gives the thread a moment to come to its wait, and returns when the handler has run in it.
+  static void send(std::thread& thread);
+
+ private:
+  struct sigaction before_ = {};
+};
 
 #endif

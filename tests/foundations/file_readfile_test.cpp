@@ -3,17 +3,13 @@
 #include <rkutils/file.h>
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include <gmock/gmock.h>
-#include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "file_fixture.h"
 #include "support/case_name.h"
@@ -139,6 +135,14 @@ TEST_F(ReadfileR, GivesTheEmptyTextForAnUnreadableFile) {
   EXPECT_STREQ(buffer, "");
 }
 
+TEST_F(ReadfileR, AsksForTheRealUser) {
+  put(at("one"), "abc");
+  ::chmod(at("one").c_str(), 0600);
+  char buffer[16] = "before";
+  run_for_nobody([&] { readfile_r(at("one").c_str(), buffer, sizeof buffer); });
+  EXPECT_STREQ(buffer, "");
+}
+
 TEST_F(ReadfileR, WithoutADescriptorGivesTheEmptyText) {
   put(at("one"), "abc");
   const std::string path = at("one");
@@ -169,31 +173,19 @@ TEST_F(ReadfileR, ReadsFilesThatTheKernelMakesUp) {
   EXPECT_EQ("nodev\t" + filesystems.substr(6) + "\n", contents_of("/proc/filesystems"));
 }
 
-std::atomic<int> signals_seen = 0;
-
 TEST_F(ReadfileR, ReadsAFifoToItsEndThroughSignals) {
   make_fifo(at("fifo"));
-  struct sigaction action = {};
-  action.sa_handler = [](int) { ++signals_seen; };
-  struct sigaction before;
-  ::sigaction(SIGUSR1, &action, &before);
-  signals_seen = 0;
+  const Interruption interruption;
   char buffer[32] = "";
   std::thread reader([&] { readfile_r(at("fifo").c_str(), buffer, sizeof buffer); });
-  const auto interrupt = [&](int count) {
-    ::usleep(20000);
-    ::pthread_kill(reader.native_handle(), SIGUSR1);
-    while (signals_seen < count) ::usleep(1000);
-  };
-  interrupt(1);  // while it opens
+  Interruption::send(reader);  // while it opens
   std::FILE* fifo = std::fopen(at("fifo").c_str(), "we");
   std::fputs("abc\n", fifo);
   std::fflush(fifo);
-  interrupt(2);  // while it reads
+  Interruption::send(reader);  // while it reads
   std::fputs("def\n", fifo);
   std::fclose(fifo);
   reader.join();
-  ::sigaction(SIGUSR1, &before, nullptr);
   EXPECT_STREQ(buffer, "abc\ndef");
 }
 

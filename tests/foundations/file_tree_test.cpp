@@ -5,8 +5,10 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,12 +19,14 @@
 
 #include "file_fixture.h"
 #include "support/case_name.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 
 namespace {
 
 using rkutils::file::DirectoryChain;
 using rkutils::file::EntryNames;
+using rkutils::file::open_stream;
 using rkutils::file::PathText;
 using rkutils::internal::UniqueFd;
 using testing::ElementsAre;
@@ -56,28 +60,99 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(PathText, RefusesWhatDoesNotFit) {
   PathText path;
-  EXPECT_TRUE(path.assign(std::string(4095, 'x').c_str(), 4095));
+  EXPECT_TRUE(path.assign(std::string(4095, 'x').c_str()));
   EXPECT_EQ(path.get(), std::string(4095, 'x'));
-  EXPECT_FALSE(path.assign(std::string(4096, 'x').c_str(), 4096));
+  errno = 0;
+  EXPECT_FALSE(path.assign(std::string(4096, 'y').c_str()));
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(path.get(), std::string(4095, 'x'));
 }
 
 TEST(PathText, GoesUpToTheFirstFolder) {
   PathText path;
-  ASSERT_TRUE(path.assign("a/b", 3));
+  ASSERT_TRUE(path.assign("a/b"));
   EXPECT_TRUE(path.go_to_parent());
   EXPECT_STREQ(path.get(), "a");
   EXPECT_FALSE(path.go_to_parent());
   EXPECT_STREQ(path.get(), ".");
-  ASSERT_TRUE(path.assign("/a", 2));
+  ASSERT_TRUE(path.assign("/a"));
   EXPECT_FALSE(path.go_to_parent());
   EXPECT_STREQ(path.get(), "/");
 }
 
-TEST(LengthWithoutSlashes, LeavesTheRoot) {
-  EXPECT_EQ(rkutils::file::length_without_slashes("a/b//"), 3U);
-  EXPECT_EQ(rkutils::file::length_without_slashes("a/b"), 3U);
-  EXPECT_EQ(rkutils::file::length_without_slashes("/"), 1U);
-  EXPECT_EQ(rkutils::file::length_without_slashes(""), 0U);
+TEST(PathText, DropsTheSlashesAtItsEndButNotTheRoot) {
+  for (const auto& [given, expected] :
+       {std::pair("a/b//", "a/b"), {"a/b", "a/b"}, {"/", "/"}, {"", ""}}) {
+    PathText path;
+    ASSERT_TRUE(path.assign(given));
+    path.drop_slashes();
+    EXPECT_STREQ(path.get(), expected);
+    EXPECT_EQ(path.length(), std::strlen(expected));
+  }
+}
+
+TEST(PathText, EndsWhereItIsToldAndIsWholeAgain) {
+  PathText path;
+  ASSERT_TRUE(path.assign("a//bc/d"));
+  for (const auto& [length, expected] :
+       {std::pair(1U, "a"), {5U, "a//bc"}, {7U, "a//bc/d"}, {5U, "a//bc"}, {7U, "a//bc/d"}}) {
+    path.end_at(length);
+    EXPECT_STREQ(path.get(), expected);
+  }
+}
+
+TEST(PathText, TellsWhetherItEndsInDotDot) {
+  for (const auto& [given, expected] : {std::pair("..", true),
+                                        {"a/..", true},
+                                        {"/..", true},
+                                        {"...", false},
+                                        {"a..", false},
+                                        {"../a", false},
+                                        {".", false},
+                                        {"", false}}) {
+    PathText path;
+    ASSERT_TRUE(path.assign(given));
+    EXPECT_EQ(path.ends_in_dot_dot(), expected) << given;
+  }
+}
+
+using PathTextTest = FileTest;
+
+TEST_F(PathTextTest, FollowsALinkFromWhereItIs) {
+  make_folders(at("a"));
+  make_link("../b/c", at("a/relative"));
+  make_link("/b/c", at("a/absolute"));
+  make_link("c", at("one"));
+  PathText path;
+  ASSERT_TRUE(path.assign(at("a/relative").c_str()));
+  ASSERT_TRUE(path.follow_link());
+  EXPECT_EQ(path.get(), at("a/../b/c"));
+  ASSERT_TRUE(path.assign(at("a/absolute").c_str()));
+  ASSERT_TRUE(path.follow_link());
+  EXPECT_STREQ(path.get(), "/b/c");
+  std::filesystem::current_path(folder_);
+  ASSERT_TRUE(path.assign("one"));
+  ASSERT_TRUE(path.follow_link());
+  EXPECT_STREQ(path.get(), "c");
+  EXPECT_EQ(path.length(), 1U);
+}
+
+TEST_F(PathTextTest, DoesNotFollowWhatIsNoLinkOrTooLong) {
+  put(at("file"), "text");
+  const std::string folder = path_of_length(folder_, 4000);
+  make_folders(folder);
+  const std::string fits(94, 'x');
+  make_link(fits, folder + "/fits");
+  make_link(fits + "x", folder + "/too long");
+  PathText path;
+  for (const std::string& given : {at("file"), at("missing"), folder + "/too long"}) {
+    ASSERT_TRUE(path.assign(given.c_str()));
+    EXPECT_FALSE(path.follow_link());
+    EXPECT_EQ(path.get(), given);
+  }
+  ASSERT_TRUE(path.assign((folder + "/fits").c_str()));
+  ASSERT_TRUE(path.follow_link());
+  EXPECT_EQ(path.get(), folder + "/" + fits);
 }
 
 UniqueFd open_folder(int directory, const std::string& name) {
@@ -159,11 +234,11 @@ TEST_F(EntryNamesTest, AreThoseOfTheDirectoryEnteredLast) {
   const UniqueFd a = open_folder(top.get(), "a");
   const UniqueFd b = open_folder(a.get(), "b");
   EntryNames names;
-  ASSERT_TRUE(names.enter(top.get()));
+  ASSERT_TRUE(names.enter(open_stream(top.get())));
   EXPECT_STREQ(names.next(), "a");
-  ASSERT_TRUE(names.enter(a.get()));
+  ASSERT_TRUE(names.enter(open_stream(a.get())));
   const std::string first = names.next();
-  ASSERT_TRUE(names.enter(b.get()));
+  ASSERT_TRUE(names.enter(open_stream(b.get())));
   EXPECT_THAT(rest_of(names), ElementsAre("file"));
   names.leave();
   EXPECT_EQ(names.current(), first);
@@ -179,9 +254,13 @@ TEST_F(EntryNamesTest, AreNotThoseOfWhatCannotBeRead) {
   make_folders(at("a"));
   const UniqueFd top = open_folder(AT_FDCWD, folder_);
   EntryNames names;
-  ASSERT_TRUE(names.enter(top.get()));
+  ASSERT_TRUE(names.enter(open_stream(top.get())));
   EXPECT_STREQ(names.next(), "a");
-  EXPECT_FALSE(names.enter(-1));
+  EXPECT_FALSE(names.enter(open_stream(-1)));
+  support::run_with_failing_calls({{support::SystemCall::kList, EIO}}, [&] {
+    const UniqueFd a = open_folder(top.get(), "a");
+    EXPECT_FALSE(names.enter(open_stream(a.get())));
+  });
   EXPECT_STREQ(names.current(), "a");
   EXPECT_EQ(names.next(), nullptr);
 }

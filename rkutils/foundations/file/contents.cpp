@@ -43,7 +43,7 @@ bool copy_in_kernel(int source, int destination, ssize_t (*copy)(int, int)) {
 }
 
 bool make_empty(int descriptor, const struct stat& status) {
-  if (!S_ISREG(status.st_mode) || status.st_size == 0) return true;
+  if (status.st_size == 0) return true;  // as FIFOs and devices say, which cannot be cut
   while (::ftruncate(descriptor, 0) != 0) {
     if (errno != EINTR) return false;
   }

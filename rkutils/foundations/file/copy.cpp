@@ -8,6 +8,7 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -22,17 +23,14 @@ using rkutils::file::copy_file_at;
 using rkutils::file::DirectoryChain;
 using rkutils::file::EntryNames;
 using rkutils::file::is_same_file;
+using rkutils::file::kListed;
+using rkutils::file::kPassed;
 using rkutils::file::open_at;
+using rkutils::file::open_stream;
 using rkutils::file::PathText;
 using rkutils::internal::UniqueFd;
 
-// Hexadecimal, where one expects octal: deliberately kept. It is the mode that a directory has for
-// the moment until it gets its final one.
-constexpr mode_t kCreationMode = 0x755;
 constexpr mode_t kFinalMode = 0755;
-
-constexpr int kListed = O_RDONLY | O_DIRECTORY;
-constexpr int kPassed = O_PATH | O_DIRECTORY;
 
 bool is_directory(const char* path) {
   struct stat status;
@@ -60,8 +58,13 @@ bool is_directory_within(const char* path, const struct stat& top) {
 bool is_copy_into_itself(const char* source, PathText destination) {
   struct stat from;
   if (::stat(source, &from) != 0) return false;
+  struct stat to;
+  // A link that leads nowhere yet leads to where the destination is going to be.
+  constexpr int kMostLinks = 40;  // as in the kernel
+  for (int links = 0; links < kMostLinks; ++links) {
+    if (::stat(destination.get(), &to) == 0 || !destination.follow_link()) break;
+  }
   for (;;) {
-    struct stat to;
     if (::stat(destination.get(), &to) == 0) {
       if (is_same_file(from, to)) return true;
       if (S_ISDIR(to.st_mode)) {
@@ -72,21 +75,36 @@ bool is_copy_into_itself(const char* source, PathText destination) {
   }
 }
 
-// Makes `path` a directory where it is none, whatever was there.
-void provide_directory(const char* path) {
-  if (is_directory(path)) return;
-  ::unlink(path);
-  create_directory(path);
+// Whether the path goes up again, by "..", from something that create_directory() would make a
+// directory. Where it leads from there cannot be seen before: back to the source, maybe.
+bool goes_up_from_new_level(PathText folder) {
+  bool goes_up = false;
+  do {
+    struct stat status;
+    const bool stays = ::lstat(folder.get(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (goes_up && !stays) return true;
+    goes_up = goes_up || folder.ends_in_dot_dot();
+  } while (folder.go_to_parent());
+  return false;
+}
+
+// Makes `folder` a directory where it is none, whatever was there. False, with nothing changed,
+// where that might do away with the source of the copy. Other failures show later, in opening.
+bool provide_directory(const PathText& folder) {
+  if (is_directory(folder.get())) return true;
+  if (goes_up_from_new_level(folder)) return false;
+  ::unlink(folder.get());
+  static_cast<void>(create_directory(folder.get()));
+  return true;
 }
 
 // Opens a directory of the destination, creating it where it is missing.
 UniqueFd provide_directory_at(int directory, const char* name, int flags) {
-  if (::mkdirat(directory, name, kCreationMode) != 0) {
+  if (::mkdirat(directory, name, rkutils::file::kCreationMode) != 0) {
     return errno == EEXIST ? open_at(directory, name, kPassed | flags) : UniqueFd();
   }
-  UniqueFd created = open_at(directory, name, kListed | O_NOFOLLOW);
-  if (created && ::fchmod(created.get(), kFinalMode) != 0) created.reset();
-  return created;
+  if (!rkutils::file::set_directory_mode(directory, name, kFinalMode)) return {};
+  return open_at(directory, name, kPassed | O_NOFOLLOW);
 }
 
 // A tree being copied into another, entry by entry.
@@ -101,7 +119,7 @@ class TreeCopy {
 
   // False at the first entry that cannot be copied.
   bool run() {
-    if (!names_.enter(sources_.current())) return false;
+    if (!names_.enter(open_stream(sources_.current()))) return false;
     for (;;) {
       const char* name = names_.next();
       if (name != nullptr) {
@@ -131,7 +149,7 @@ class TreeCopy {
     UniqueFd destination = provide_directory_at(destinations_.current(), name, O_NOFOLLOW);
     if (!destination) return false;
     UniqueFd source = open_at(sources_.current(), name, kListed | O_NOFOLLOW);
-    if (!source || !names_.enter(source.get())) return false;
+    if (!source || !names_.enter(open_stream(source.get()))) return false;
     destinations_.enter(std::move(destination), length);
     sources_.enter(std::move(source), length);
     return true;
@@ -149,31 +167,24 @@ int copy_file(const char* source, const char* destination) {
   if (source == nullptr || destination == nullptr) return -1;
   if (*source == '\0' || *destination == '\0') return -1;
   PathText folder;
-  if (!folder.assign(destination, std::strlen(destination))) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  if (is_copy_into_itself(source, folder)) return -1;
+  if (!folder.assign(destination) || is_copy_into_itself(source, folder)) return -1;
   folder.go_to_parent();
-  provide_directory(folder.get());
+  if (!provide_directory(folder)) return -1;
   return copy_file_at(AT_FDCWD, source, AT_FDCWD, destination, 0) ? 0 : -1;
 }
 
 int copy_directory(const char* source, const char* destination) {
-  if (source == nullptr || destination == nullptr) return -1;
+  if (source == nullptr || destination == nullptr || *destination == '\0') return -1;
   PathText path;
-  if (!path.assign(destination, std::strlen(destination))) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  if (*destination == '\0' || is_copy_into_itself(source, path)) return -1;
-  UniqueFd to = provide_directory_at(AT_FDCWD, destination, 0);
+  if (!path.assign(destination) || is_copy_into_itself(source, path)) return -1;
+  const std::size_t length = path.length();
+  path.drop_slashes();  // with one at its end, a link would be followed
+  UniqueFd to = provide_directory_at(AT_FDCWD, path.get(), 0);
   if (!to) return -1;
   UniqueFd from = open_at(AT_FDCWD, source, kListed);
   if (!from) return -1;
   try {
-    return TreeCopy(std::move(from), std::strlen(source), std::move(to), path.length()).run() ? 0
-                                                                                              : -1;
+    return TreeCopy(std::move(from), std::strlen(source), std::move(to), length).run() ? 0 : -1;
   } catch (const std::bad_alloc&) {
     return -1;
   }

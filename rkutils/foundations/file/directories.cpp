@@ -2,14 +2,16 @@
 
 #include <rkutils/file.h>
 #include <rkutils/foundations/file/path_text.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/unique_dir.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
@@ -18,20 +20,17 @@ using rkutils::file::PathText;
 using rkutils::internal::UniqueDir;
 
 constexpr std::size_t kMostLevels = 10;  // the path and nine of its ancestors
-
-// Hexadecimal, where one expects octal: deliberately kept. It is the mode that a directory has for
-// the moment until it gets its final one.
-constexpr mode_t kCreationMode = 0x755;
 constexpr mode_t kFinalMode = 0555;
 
-bool create_level(const char* path) {
+bool create_level(PathText& path) {
   struct stat status;
-  if (::lstat(path, &status) == 0) {
+  if (::lstat(path.get(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) return true;
-    std::remove(path);
+    std::remove(path.get());
   }
-  if (::mkdir(path, kCreationMode) != 0) return false;
-  static_cast<void>(::chmod(path, kFinalMode));
+  if (::mkdir(path.get(), rkutils::file::kCreationMode) != 0) return false;
+  path.drop_slashes();  // with one at its end, a link would be followed
+  static_cast<void>(rkutils::file::set_directory_mode(AT_FDCWD, path.get(), kFinalMode));
   return true;
 }
 
@@ -39,21 +38,18 @@ bool create_level(const char* path) {
 
 int create_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
-  const std::size_t length = std::strlen(path);
-  if (length >= rkutils::file::kPathSize) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  std::size_t lengths[kMostLevels] = {length};
+  PathText level;
+  if (!level.assign(path)) return -1;
+  std::size_t lengths[kMostLevels] = {level.length()};
   std::size_t count = 1;
   while (count < kMostLevels) {
     const std::size_t shorter = rkutils::file::parent_length(path, lengths[count - 1]);
     if (shorter == 0) break;
     lengths[count++] = shorter;
   }
-  PathText level;
   while (count > 0) {
-    if (!level.assign(path, lengths[--count]) || !create_level(level.get())) return -1;
+    level.end_at(lengths[--count]);
+    if (!create_level(level)) return -1;
   }
   return 0;
 }
@@ -62,9 +58,12 @@ int empty_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
   const UniqueDir stream(::opendir(path));
   if (!stream) return 1;
-  while (const dirent* entry = ::readdir(stream.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = ::readdir(stream.get());
+    // Callers delete on 1, so what cannot be listed to its end is not called empty.
+    if (entry == nullptr) return errno == 0 ? 1 : 0;
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") return 0;
   }
-  return 1;
 }

@@ -13,17 +13,27 @@ constexpr std::size_t kPathSize = 4096;
 // "a/b/c", "a/b/c/" and "a/b//c". 0 where that is "." or "/", which are always there.
 [[nodiscard]] std::size_t parent_length(const char* path, std::size_t length) noexcept;
 
-// The length of the path without the slashes that end it; those of "/" stay.
-[[nodiscard]] std::size_t length_without_slashes(const char* path) noexcept;
-
 // A path of its own, to be shortened. Paths that do not fit are refused, never cut.
 class PathText {
  public:
-  // Holds the first `length` bytes of `path`. False when they do not fit; nothing is held then.
-  [[nodiscard]] bool assign(const char* path, std::size_t length) noexcept;
+  // Holds `path`. False when it does not fit, with errno ENAMETOOLONG; nothing has changed then.
+  [[nodiscard]] bool assign(const char* path) noexcept;
 
   // Becomes its own parent. False when that is "." or "/": it becomes this one.
   bool go_to_parent() noexcept;
+
+  // Leaves out the slashes that end it; "/" stays.
+  void drop_slashes() noexcept;
+
+  // Ends after `length` bytes, at a slash of the path that assign() took, or is whole again.
+  void end_at(std::size_t length) noexcept;
+
+  // Becomes the path that the link at it holds, as read from where the link is. False when there is
+  // no link, or the new path does not fit; nothing has changed then.
+  [[nodiscard]] bool follow_link() noexcept;
+
+  // Whether its last name is "..".
+  [[nodiscard]] bool ends_in_dot_dot() const noexcept;
 
   [[nodiscard]] const char* get() const noexcept { return text_; }
   [[nodiscard]] std::size_t length() const noexcept { return length_; }

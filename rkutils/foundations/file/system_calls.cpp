@@ -36,6 +36,13 @@ bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept {
   return true;
 }
 
+bool set_directory_mode(int directory, const char* name, mode_t mode) noexcept {
+  if (::fchmodat(directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return true;
+  // Kernels before 6.6 leave that to the C library, which needs /proc for it.
+  const UniqueFd opened = open_at(directory, name, kListed | O_NOFOLLOW);
+  return opened && ::fchmod(opened.get(), mode) == 0;
+}
+
 bool is_same_file(const struct stat& a, const struct stat& b) noexcept {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }

@@ -1,7 +1,6 @@
 #include <rkutils/foundations/file/path_text.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/file/tree.h>
-#include <rkutils/internal/unique_dir.h>
 
 #include <cerrno>
 #include <cstring>
@@ -18,18 +17,10 @@ namespace {
 using internal::UniqueDir;
 using internal::UniqueFd;
 
-// A directory this far down, or further, is closed while one below it is walked, and opened again
-// through that one's "..". Those above stay open: a walk gets back out of a directory that may be
-// read but not searched.
+// How many directories are open at most. On the way further down the last but two is closed, and
+// opened again through the ".." of the one below when the walk comes back. The one above the last
+// stays open, because the last may be one that can be read but not searched.
 constexpr std::size_t kHeldLevels = 32;
-
-UniqueDir open_stream(int directory) {
-  UniqueFd own(::fcntl(directory, F_DUPFD_CLOEXEC, 0));
-  if (!own) return nullptr;
-  UniqueDir stream(::fdopendir(own.get()));
-  if (stream) static_cast<void>(own.release());
-  return stream;
-}
 
 }  // namespace
 
@@ -45,7 +36,7 @@ void DirectoryChain::push(UniqueFd directory, std::size_t path_length) {
 
 void DirectoryChain::enter(UniqueFd child, std::size_t name_length) {
   push(std::move(child), levels_.back().path_length + 1 + name_length);
-  if (levels_.size() > kHeldLevels) levels_[levels_.size() - 2].directory.reset();
+  if (levels_.size() > kHeldLevels) levels_[levels_.size() - 3].directory.reset();
 }
 
 bool DirectoryChain::leave() {
@@ -65,9 +56,17 @@ bool DirectoryChain::fits(std::size_t name_length) const {
   return levels_.back().path_length + 1 + name_length < kPathSize;
 }
 
-bool EntryNames::enter(int directory) {
+UniqueDir open_stream(int directory) noexcept {
+  UniqueFd own(::fcntl(directory, F_DUPFD_CLOEXEC, 0));
+  if (!own) return nullptr;
+  UniqueDir stream(::fdopendir(own.get()));
+  if (stream) static_cast<void>(own.release());
+  return stream;
+}
+
+bool EntryNames::enter(UniqueDir listing) {
   const std::size_t begin = text_.size();
-  if (!read(directory)) {
+  if (!listing || !read(listing.get())) {
     text_.resize(begin);
     return false;
   }
@@ -75,12 +74,10 @@ bool EntryNames::enter(int directory) {
   return true;
 }
 
-bool EntryNames::read(int directory) {
-  const UniqueDir stream = open_stream(directory);
-  if (!stream) return false;
+bool EntryNames::read(DIR* listing) {
   for (;;) {
     errno = 0;
-    const dirent* entry = ::readdir(stream.get());
+    const dirent* const entry = ::readdir(listing);
     if (entry == nullptr) return errno == 0;
     const std::string_view name = entry->d_name;
     if (name == "." || name == "..") continue;

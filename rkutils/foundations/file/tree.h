@@ -6,6 +6,7 @@
 #ifndef RKUTILS_FOUNDATIONS_FILE_TREE_H
 #define RKUTILS_FOUNDATIONS_FILE_TREE_H
 
+#include <rkutils/internal/unique_dir.h>
 #include <rkutils/internal/unique_fd.h>
 
 #include <cstddef>
@@ -49,13 +50,17 @@ class DirectoryChain {
   std::vector<Level> levels_;
 };
 
+// A stream of the entries of a directory that was opened for reading; the descriptor stays the
+// caller's. NULL when there is no other descriptor or no memory for it.
+[[nodiscard]] internal::UniqueDir open_stream(int directory) noexcept;
+
 // The names of the entries in the directories of a chain. Each directory is read when it is
 // entered, so the walk may change it. Members throw std::bad_alloc.
 class EntryNames {
  public:
-  // Reads the names in a directory that was opened for reading, "." and ".." left out. False when
-  // it cannot be read; nothing is entered then.
-  [[nodiscard]] bool enter(int directory);
+  // Reads the names in a directory, "." and ".." left out. False when there is no stream or it
+  // fails; nothing is entered then.
+  [[nodiscard]] bool enter(internal::UniqueDir listing);
 
   // Forgets the names of the directory entered last.
   void leave();
@@ -74,7 +79,7 @@ class EntryNames {
     std::size_t next;
   };
 
-  [[nodiscard]] bool read(int directory);
+  [[nodiscard]] bool read(DIR* listing);
 
   std::string text_;  // the names, each with its NUL; those of the directory entered last are last
   std::vector<Level> levels_;
