@@ -21,13 +21,17 @@
  * its String keeps it.
  *
  * Errors: positions out of range, negative counts, null pointers and NUL characters make an
- * operation do nothing or give the empty text, as said with each. A process that runs out of memory
- * here, or appends or inserts up to a text of 2 GiB, is aborted. Nothing throws.
+ * operation do nothing or give the empty text, as said with each. The process is aborted when
+ * memory runs out, and when a text, or the room asked for it, would be longer than INT32_MAX - 256
+ * characters, whatever the operation. Nothing throws.
  *
- * NULs: bytes beyond a NUL inside of a text count in its length, and are kept by copying and
- * editing. What goes by the C library's idea of a text ends there: making a String from characters,
- * substring() with two arguments, searching for texts, regionMatches(), ignoring case, and the
- * operators that compare.
+ * NULs: bytes beyond a NUL inside of a text count in its length, are kept by copying and editing,
+ * and are seen by getChars(), substring() with one argument, startsWith(), endsWith(),
+ * lastIndexOf() of a character, equals() of a String, and comparing with a character. All else goes
+ * by the C library's idea of a text and ends at a NUL: a char const *, substring() with two
+ * arguments, toInteger(), indexOf(), and comparing otherwise, though Strings of different lengths
+ * are not == and not equal. A search that ignores case or goes backwards tries the positions behind
+ * a NUL too, and compares at each up to the next one.
  *
  * Threads and signals: the reference counts are plain integers. A String and all copies of it, and
  * the copies are not visible in a program's text, are for one thread at a time; a text for another
@@ -39,6 +43,7 @@
 
 #include <rkutils/export.h>
 
+#include <cstdarg>
 #include <cstdint>
 
 class RK_API String {
@@ -50,7 +55,7 @@ class RK_API String {
     std::int32_t length;   /* characters in use */
     char chars[1];         /* capacity + 1 of them; chars[length] is NUL */
 
-    /* The buffer that empty Strings share. It counts one more than the handles and is never freed. */
+    /* The buffer that empty Strings share. Counts one more than the handles; is never freed. */
     static StringBuffer* EMPTY();
   };
 
@@ -85,7 +90,7 @@ class RK_API String {
 
   ~String() { release(buffer_); }
 
-  /* Shares the buffer of `other`, which may be this String: it is counted before the old one goes. */
+  /* Shares the buffer of `other`, which may be this String: counted before the old one goes. */
   /* NOLINTNEXTLINE(bugprone-unhandled-self-assignment) */
   String& operator=(String const& other) {
     StringBuffer* const old = buffer_;
@@ -151,8 +156,10 @@ class RK_API String {
   long toInteger() const;
 
   /*
-   * Copies the characters from `begin` to before `end` to `dst`, without a NUL. `begin` is brought
-   * into the text and `end` behind it. Does nothing when `dst` is NULL.
+   * Copies the characters from `begin` to before `end` to `dst`, without a NUL. A negative `begin`
+   * means 0, an `end` beyond the text its length; where `end` is not behind `begin`, nothing is
+   * copied. `dst` needs room for end - begin characters, after that, and may overlap the text. Does
+   * nothing when `dst` is NULL.
    */
   void getChars(long begin, long end, char* dst) const;
 
@@ -167,7 +174,7 @@ class RK_API String {
 
   /* ---- Appending ---- */
 
-  /* Appends a text, which may be part of this String's own; nothing for NULL and for an empty one. */
+  /* Appends a text, which may be part of this String's own; nothing for NULL and an empty one. */
   String& concat(String const& t);
   /* Appends exactly `n` bytes from `s`, NULs included; nothing for NULL and for n below 1. */
   String& concat(char const* s, long n);
@@ -186,11 +193,14 @@ class RK_API String {
    * Where measuring and writing disagree, the text is cut or filled with NULs: %p where the C
    * library writes pointers in another way, a precision with a NULL %s, a "%" at the end.
    *
-   * A text above INT_MAX counts as empty. A %n needs a format that cannot be written to, a literal:
-   * the C library may end the process otherwise. NULL is the empty format.
+   * A text above INT_MAX counts as empty; one below, but too long for a String, aborts as
+   * everywhere. A %n needs a format that cannot be written to, a literal: the C library may end the
+   * process otherwise. NULL is the empty format.
    *
-   * A value may be this String's own text only when the buffer is shared or too small for the
-   * result; otherwise it is overwritten while it is read, and what comes out is anything.
+   * The format may be this String's own text, if it is fit to be a format. A value may be its own
+   * text only when the buffer is shared or too small for the result: otherwise it is overwritten
+   * while it is read, and the text is one of the same length made of old characters, new ones and
+   * NULs.
    */
 
   /* Replaces the text. The shared empty text when there is nothing to write. */
@@ -208,7 +218,10 @@ class RK_API String {
   String& insert(long pos, String const& t);
   String& insert(long pos, char const* s);
 
-  /* Keeps the first `from` characters, none for a negative `from`; an empty text keeps its own buffer. */
+  /*
+   * Keeps the first `from` characters, none for a negative `from`, in the same buffer; instead of a
+   * shared one, in a new one of its own, for no characters too. Nothing to remove changes nothing.
+   */
   String& deleteRegion(long from);
   /* Removes the characters from `from` to before `to`, as far as they are in the text. */
   String& deleteRegion(long from, long to);
@@ -217,7 +230,7 @@ class RK_API String {
   String& toLowerCase();
   String& toUpperCase();
 
-  /* Makes every character `from` a `to`; nothing when `to` is NUL. Copies a shared buffer as above. */
+  /* Makes every character `from` a `to`; nothing for a NUL `to`. Copies a shared buffer too. */
   String& replace(char from, char to);
 
   /*
@@ -288,7 +301,9 @@ class RK_API String {
   RK_LOCAL void take_empty();
   RK_LOCAL void make_private_copy();
   RK_LOCAL void set_length(long length);
-  RK_LOCAL void end_own_text();
+  RK_LOCAL void write_behind(long kept, long added, char const* fmt, va_list values)
+      RK_PRINTF(4, 0);
+  RK_LOCAL void end_own_text(long new_length);
   RK_LOCAL String& internalConcat(char const* s, long n);
   RK_LOCAL String& internalInsert(long pos, char const* s, long n);
 

@@ -11,9 +11,7 @@ namespace {
 // Leaves room in a buffer's 32-bit fields for the rule's rounding.
 constexpr long kLongest = std::numeric_limits<std::int32_t>::max() - 256;
 
-std::size_t block_size(long capacity) {
-  return offsetof(Buffer, chars) + static_cast<std::size_t>(capacity) + 1;
-}
+std::size_t block_size(long capacity) { return offsetof(Buffer, chars) + as_size(capacity) + 1; }
 
 // What the callers cannot do anything about.
 Buffer* or_abort(void* block) {
@@ -51,7 +49,7 @@ Buffer* make_buffer_for(long length) {
 
 Buffer* make_buffer_of(const char* bytes, long length) {
   Buffer* const buffer = make_buffer_for(length);
-  std::memcpy(buffer->chars, bytes, static_cast<std::size_t>(length));
+  std::memcpy(buffer->chars, bytes, as_size(length));
   return buffer;
 }
 

@@ -15,6 +15,9 @@ static_assert(offsetof(Buffer, capacity) == 4);
 static_assert(offsetof(Buffer, length) == 8);
 static_assert(offsetof(Buffer, chars) == 12, "programs read the characters behind three words");
 
+// A length, which is never negative, as the C library takes it.
+constexpr std::size_t as_size(long length) { return static_cast<std::size_t>(length); }
+
 // The room, in characters, of a buffer that is made for a text of `length` characters.
 constexpr long capacity_for(long length) {
   return length < 128 ? ((length + 8) & ~15L) + 7 : ((length - 64) & ~63L) + 127;

@@ -1,11 +1,14 @@
 // String: comparing.
 
+#include <rkutils/foundations/string/buffer.h>
 #include <rkutils/string.h>
 #include <rkutils/text.h>
 
 #include <cstring>
 
 namespace {
+
+using rkutils::text::as_size;
 
 bool is_shared(String const& a, String const& b) { return a.c_str() == b.c_str(); }
 
@@ -14,8 +17,6 @@ int compare(String const& left, char const* right) {
   if (right == nullptr) return left.length() == 0 ? 0 : 1;
   return std::strcmp(left.c_str(), right);
 }
-
-std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
 
 }  // namespace
 

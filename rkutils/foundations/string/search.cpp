@@ -1,5 +1,7 @@
 // String: finding characters and texts.
 
+#include <rkutils/foundations/string/buffer.h>
+#include <rkutils/foundations/text/ascii.h>
 #include <rkutils/string.h>
 #include <rkutils/text.h>
 
@@ -8,15 +10,14 @@
 
 namespace {
 
+using rkutils::text::as_size;
+
 // How a needle is compared with the text at one position; 0 where they are the same.
 using Compare = int (*)(const char*, const char*, std::size_t);
 
-std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
-
 char other_case(char character) {
-  if (character >= 'a' && character <= 'z') return static_cast<char>(character - 'a' + 'A');
-  if (character >= 'A' && character <= 'Z') return static_cast<char>(character - 'A' + 'a');
-  return character;
+  return rkutils::text::is_lower(character) ? rkutils::text::to_upper(character)
+                                            : rkutils::text::to_lower(character);
 }
 
 // The first such character in a range; `end` where there is none.

@@ -1,6 +1,7 @@
 // String: making, appending, formatting and editing.
 
 #include <rkutils/foundations/string/buffer.h>
+#include <rkutils/foundations/text/ascii.h>
 #include <rkutils/string.h>
 #include <rkutils/text.h>
 
@@ -16,6 +17,7 @@ namespace text = rkutils::text;
 
 namespace {
 
+using text::as_size;
 using text::Buffer;
 
 // Empty, and never freed. Constant-initialised: it is there before any code runs.
@@ -35,7 +37,10 @@ long length_of(const char* s) {
   return static_cast<long>(std::min<std::size_t>(std::strlen(s), std::numeric_limits<long>::max()));
 }
 
-std::size_t as_size(long count) { return static_cast<std::size_t>(count); }
+// Where `s` lies in a buffer's characters; beyond its room for what lies elsewhere.
+std::size_t offset_in(Buffer const& buffer, char const* s) {
+  return reinterpret_cast<std::uintptr_t>(s) - reinterpret_cast<std::uintptr_t>(buffer.chars);
+}
 
 Buffer* buffer_of_character(char c) {
   if (c == '\0') return share_empty();
@@ -75,14 +80,6 @@ bool is_white(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-// The value of a digit, in bases up to 16; 16 for other characters.
-unsigned digit_value(char character) {
-  if (character >= '0' && character <= '9') return static_cast<unsigned>(character - '0');
-  if (character >= 'a' && character <= 'f') return static_cast<unsigned>(character - 'a' + 10);
-  if (character >= 'A' && character <= 'F') return static_cast<unsigned>(character - 'A' + 10);
-  return 16;
-}
-
 // What %i of C99 reads into an int. The C library is not asked: newer ones know "0b" too, some take
 // a lone "0x" for 0, and they differ in what becomes of numbers that an int cannot hold.
 long read_integer(const char* s) {
@@ -98,23 +95,13 @@ long read_integer(const char* s) {
   const char* const digits = s;
   std::uint64_t magnitude = 0;
   bool too_large = false;
-  for (; digit_value(*s) < base; ++s) {
+  for (; text::hex_value(*s) < base; ++s) {
     too_large = __builtin_mul_overflow(magnitude, base, &magnitude) || too_large;
-    too_large = __builtin_add_overflow(magnitude, digit_value(*s), &magnitude) || too_large;
+    too_large = __builtin_add_overflow(magnitude, text::hex_value(*s), &magnitude) || too_large;
   }
   if (s == digits) return kNoNumber;
   if (too_large) magnitude = std::numeric_limits<std::uint64_t>::max();
   return static_cast<std::int32_t>(negative && !too_large ? 0 - magnitude : magnitude);
-}
-
-char to_lower(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                              : character;
-}
-
-char to_upper(char character) {
-  return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A')
-                                              : character;
 }
 
 }  // namespace
@@ -260,8 +247,7 @@ String String::substring(long from, long to) const {
   }
   if (new_length > capacity()) {
     // What is appended may be part of this text, and moves with it.
-    const auto offset =
-        reinterpret_cast<std::uintptr_t>(s) - reinterpret_cast<std::uintptr_t>(buffer_->chars);
+    const std::size_t offset = offset_in(*buffer_, s);
     const bool own = offset <= as_size(capacity());
     buffer_ = text::grow(buffer_, new_length);
     if (own) s = buffer_->chars + offset;
@@ -311,9 +297,37 @@ String operator+(char left, String const& right) { return String(left) += right;
 
 // ---- Formatting ----
 
-// A value that is this String's own text loses its NUL while it is read. Reading then ends at the
-// end of the buffer, where formatted characters never come.
-void String::end_own_text() { buffer_->chars[capacity()] = '\0'; }
+// Writes `added` formatted characters behind the first `kept` ones of the text.
+void String::write_behind(long kept, long added, char const* fmt, va_list values) {
+  const long new_length = text::add_lengths(kept, added);
+  if (!is_private() || new_length > capacity()) {
+    // The old buffer goes last, for the format and the values may be in it.
+    Buffer* const written = text::make_buffer_for(new_length);
+    std::memcpy(written->chars, c_str(), as_size(kept));
+    write_formatted(written->chars + kept, added, fmt, values);
+    take(written);
+    return;
+  }
+  if (offset_in(*buffer_, fmt) <= as_size(capacity())) {
+    // A format that is part of this text must not change while it is read.
+    const String copy(fmt);
+    fmt = copy.c_str();
+    write_behind(kept, added, fmt, values);
+    return;
+  }
+  end_own_text(new_length);
+  write_formatted(buffer_->chars + kept, added, fmt, values);
+  set_length(new_length);
+}
+
+// A value that is part of this text loses its NUL while it is read. It ends then at the next
+// character that is not written yet, and never behind the buffer: some C libraries use the last
+// byte that they are given before they put the NUL there.
+void String::end_own_text(long new_length) {
+  const long unused = new_length - length();
+  if (unused > 0) std::memset(buffer_->chars + length(), '\0', as_size(unused) + 1);
+  buffer_->chars[capacity()] = '\0';
+}
 
 String& String::format(char const* fmt, ...) {
   va_list values;
@@ -325,16 +339,7 @@ String& String::format(char const* fmt, ...) {
     return *this;
   }
   va_start(values, fmt);
-  if (is_private() && length <= capacity()) {
-    end_own_text();
-    write_formatted(buffer_->chars, length, fmt, values);
-    set_length(length);
-  } else {
-    // The old buffer goes last, for the values may be in it.
-    Buffer* const formatted = text::make_buffer_for(length);
-    write_formatted(formatted->chars, length, fmt, values);
-    take(formatted);
-  }
+  write_behind(0, length, fmt, values);
   va_end(values);
   return *this;
 }
@@ -345,19 +350,8 @@ String& String::concatf(char const* fmt, ...) {
   const long added = fmt == nullptr ? 0 : vstrlenf(fmt, values);
   va_end(values);
   if (added < 1) return *this;
-  const long old_length = length();
-  const long new_length = text::add_lengths(old_length, added);
   va_start(values, fmt);
-  if (is_private() && new_length <= capacity()) {
-    end_own_text();
-    write_formatted(buffer_->chars + old_length, added, fmt, values);
-    set_length(new_length);
-  } else {
-    Buffer* const joined = text::make_buffer_for(new_length);
-    std::memcpy(joined->chars, c_str(), as_size(old_length));
-    write_formatted(joined->chars + old_length, added, fmt, values);
-    take(joined);
-  }
+  write_behind(length(), added, fmt, values);
   va_end(values);
   return *this;
 }
@@ -378,14 +372,12 @@ String& String::internalInsert(long pos, char const* s, long n) {
     return *this;
   }
   char* const gap = buffer_->chars + pos;
-  // Of what is inserted, the part that lies behind the position, if any, moves away with the tail.
-  const auto distance = static_cast<std::intptr_t>(reinterpret_cast<std::uintptr_t>(gap) -
-                                                   reinterpret_cast<std::uintptr_t>(s));
-  const bool own = distance <= pos && distance >= -tail;
-  const long unmoved = own ? std::clamp<long>(distance, 0, n) : n;
   std::memmove(gap + n, gap, as_size(tail));
-  std::memmove(gap, s, as_size(unmoved));
-  std::memmove(gap + unmoved, s + unmoved + n, as_size(n - unmoved));
+  // Own text from behind the position has moved away with the tail. What begins before it or there
+  // ends before gap + n, so that the tail has not overwritten it.
+  const std::size_t offset = offset_in(*buffer_, s);
+  const bool moved = offset > as_size(pos) && offset < as_size(old_length);
+  std::memmove(gap, moved ? s + n : s, as_size(n));
   set_length(new_length);
   return *this;
 }
@@ -431,14 +423,14 @@ String& String::deleteRegion(long from, long to) {
 String& String::toLowerCase() {
   if (length() < 1) return *this;
   make_private_copy();
-  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, to_lower);
+  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, text::to_lower);
   return *this;
 }
 
 String& String::toUpperCase() {
   if (length() < 1) return *this;
   make_private_copy();
-  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, to_upper);
+  std::transform(buffer_->chars, buffer_->chars + length(), buffer_->chars, text::to_upper);
   return *this;
 }
 
