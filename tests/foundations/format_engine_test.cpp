@@ -356,6 +356,31 @@ TEST(FormatEngine, GoesOnInAListOfValues) {
   EXPECT_EQ(first, 42);
 }
 
+// A conversion's text has an order: what does not follow it ends the conversion, as an unknown one.
+TEST(FormatEngine, FindsACountBehindAFullWindowAsItDoesInARoomyOne) {
+  for (const char* format : {"abc%+n", "abc%#n", "abc% n", "abc%0n", "abc%-+ #05.3lln", "abc%5-%n",
+                             "abc%.-%n", "abc%l %n", "abc%h*%n", "abc%5%%n", "abc%hl5%n",
+                             "abc%.3.%n", "abc%%n%n", "abc%5-n", "abc%l-n", "abc%%n", "abc%5%n"}) {
+    long long roomy = -1;
+    long long full = -1;
+    const std::string text = window(0, 64, format, &roomy);
+    EXPECT_EQ(window(0, 3, format, &full), "ab") << format;
+    EXPECT_EQ(full, roomy) << format;
+    long long counted = -1;
+    EXPECT_EQ(measured(format, &counted), static_cast<int>(text.size())) << format;
+    EXPECT_EQ(counted, roomy) << format;
+  }
+  int behind_width = -1;
+  EXPECT_EQ(window(0, 3, "abc%*n", 5, &behind_width), "ab");
+  EXPECT_EQ(behind_width, 3);
+  int behind_both = -1;
+  EXPECT_EQ(window(0, 3, "abc%-*.*n", 5, 2, &behind_both), "ab");
+  EXPECT_EQ(behind_both, 3);
+  int behind_unknown = -1;
+  EXPECT_EQ(window(0, 3, "abc%5-%n", &behind_unknown), "ab");
+  EXPECT_EQ(behind_unknown, 4);
+}
+
 TEST(FormatEngine, PrintsTheNulCharacter) {
   EXPECT_EQ(engine("a%cb", 0), std::string("a\0b", 3));
   EXPECT_EQ(engine("%3c", 0), std::string("  \0", 3));
@@ -401,6 +426,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, FormatEngineRefuses,
                                          TooLong{"%.2147483647d", -1}, TooLong{"%2147483648d", 1},
                                          TooLong{"%99999999999999999999d", 1},
                                          TooLong{"%.99999999999999999999d", 1},
+                                         TooLong{"%*.99999999999999999999d", -5},
                                          TooLong{"%*d", INT_MIN}, TooLong{"%*da", INT_MAX}));
 
 TEST(FormatEngine, LeavesAnEmptyTextWhereItRefuses) {

@@ -54,7 +54,9 @@ bool print(const char* format, Arguments& arguments, Writer& writer) noexcept {
       format = rest;
       continue;
     }
-    format = rkutils::format::parse(percent + 1, arguments, conversion);
+    format = rkutils::format::parse(percent + 1, conversion);
+    if (conversion.takes_width) rkutils::format::take_width(arguments, conversion);
+    if (conversion.takes_precision) rkutils::format::take_precision(arguments, conversion);
     if (conversion.too_wide) break;
     convert_with_options(conversion, arguments, writer);
   }

@@ -34,16 +34,22 @@ struct Conversion {
   bool space = false;
   bool alternate = false;
   bool zero = false;
-  bool too_wide = false;  // its width or precision is above INT_MAX
+  bool too_wide = false;         // its width or precision is above INT_MAX
+  bool takes_width = false;      // "*": a value before the conversion's own
+  bool takes_precision = false;  // ".*": likewise, behind that of the width
   Length length = Length::kInt;
   char kind = '\0';  // the conversion's character; NUL where the format ends before it
   int width = 0;
   int precision = kNoPrecision;
 };
 
-// Reads the conversion that begins at `format`, after its percent sign, and the values of its "*".
-// Returns where the format goes on.
-const char* parse(const char* format, Arguments& arguments, Conversion& conversion) noexcept;
+// Reads the conversion that begins at `format`, after its percent sign. Returns where the format
+// goes on.
+const char* parse(const char* format, Conversion& conversion) noexcept;
+
+// Take the value of a "*".
+void take_width(Arguments& arguments, Conversion& conversion) noexcept;
+void take_precision(Arguments& arguments, Conversion& conversion) noexcept;
 
 // The same for a conversion of its kind alone, or of "l" and its kind, as most are. NULL, with
 // nothing read, for others: flags, digits, "." and "*" all come before the letters.
