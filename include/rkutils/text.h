@@ -111,8 +111,8 @@ RK_API char* strformat(const char* fmt, ...) RK_PRINTF(1, 2);
 
 /*
  * The text between the first "<tag>" in `text` and the first "</tag>" after it. Not an XML parser:
- * no attributes, no entities, no nesting. Both `text` and `tag` may be, or be part of, the result of
- * an earlier call.
+ * no attributes, no entities, no nesting. Both `text` and `tag` may be, or be part of, the result
+ * of an earlier call.
  *
  * Returns a buffer of the library's; or NULL when `text` or `tag` is NULL or empty, the opening tag
  * is missing or last, or the closing tag is missing from the 1023 characters that follow the
@@ -230,11 +230,14 @@ RK_API long jiffy(void);
 RK_API char* timeformat(const time_t* t);
 
 /*
- * Reads a local time "26-11-21 09:05:59" or "2026-11-21 09:05:59"; what follows is ignored.
+ * Reads a local time "26-11-21 09:05:59" or "2026-11-21 09:05:59" as strptime(3) does; what follows
+ * is ignored. Two digits of a year below 69 are of the years 2000 to 2068, the others of 1969 to
+ * 1999; four digits may be any year, "0025" the year 25. Days 1 to 31 are taken in every month, and
+ * those that it does not have count on in the next: 2025-02-31 is 2025-03-03.
  *
  * Returns not that time but mktime(gmtime(&that_time)): shifted once more by the distance to UTC.
- * Callers rely on it. 0 for NULL, the empty text,
- * and a text in neither form.
+ * Callers rely on it. 0 for NULL, the empty text, and a text in neither form; a time that time_t
+ * cannot hold becomes -1 in mktime(3), and is shifted as that.
  */
 RK_API time_t timeparse(const char* s);
 
@@ -257,17 +260,18 @@ RK_API time_difference diffts(const struct timespec* a, const struct timespec* b
 RK_API int64_t uselapsed(const struct timespec* a, const struct timespec* b);
 
 /*
- * A number to tell one request from another: the time of day in seconds, modulo 65535, in the upper
- * 16 bits, and the same of random() in the lower ones. Neither unique nor secret.
+ * A number to tell one request from another: in the upper 16 bits the low 16 bits, modulo 65535, of
+ * the time in seconds since 1970; in the lower ones the same of random(). So neither half is ever
+ * 65535. Neither unique nor secret.
  */
 RK_API uint32_t mkid(void);
 
 /*
  * 0 when `s` begins with a time stamp "2026-11-21T09:05:59", a date "2026-11-21" or a time of day
- * "09:05:59"; -1 otherwise, and for NULL. Fields are numbers as scanf's %d reads them: blanks and a
- * plus sign before a number are allowed, leading zeros are not needed; what follows the last one is
- * ignored. Years are 1999 to 2035, months 1 to 12, days 1 to 31 in every month, hours 0 to 23,
- * minutes and seconds 0 to 59.
+ * "09:05:59"; -1 otherwise, and for NULL. Fields are numbers as scanf's %d reads them: white space
+ * and a sign before a number are allowed ("-0" is 0), leading zeros are not needed; what follows
+ * the last one is ignored. Years are 1999 to 2035, months 1 to 12, days 1 to 31 in every month,
+ * hours 0 to 23, minutes and seconds 0 to 59.
  */
 RK_API int validateTimeString(const char* s);
 RK_API int validateDate(const char* s);
@@ -292,11 +296,12 @@ RK_API char* format_rate(int64_t bytesPerSecond);
 /* ---- Formatting engine ----
  *
  * A subset of printf without floating point, with the same result on every C library: flags
- * "-+ #0", width and precision as numbers or "*", lengths "hh", "h", "l" and "ll", conversions d i u o
- * x X c s p n and %%. It follows C99, but for wide characters: %lc and %ls are %c and %s, and take
- * a char and a char *. Where C99 leaves it open, a null string reads "(null)"; a pointer is "0x"
- * and lower-case digits, for NULL too; a conversion that it does not know prints its own character
- * and takes no value; a format that ends in the middle of a conversion prints nothing for it.
+ * "-+ #0", width and precision as numbers or "*", lengths "hh", "h", "l" and "ll", conversions d i
+ * u o x X c s p n and %%. It follows C99, but for wide characters: %lc and %ls are %c and %s, and
+ * take a char and a char *. Where C99 leaves it open, a null string reads "(null)"; a pointer is
+ * "0x" and lower-case digits, for NULL too; a conversion that it does not know prints its own
+ * character and takes no value; a format that ends in the middle of a conversion prints nothing for
+ * it.
  */
 
 /*

@@ -301,6 +301,27 @@ TEST(ValidRangeValueOf, IncludesItsBounds) {
   EXPECT_EQ(ok, -1);
 }
 
+TEST(ValidRangeValueOf, RefusesWhatIsInRangeButNotValid) {
+  int ok = 7;
+  validRangeValueOf32(&ok, "007", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  u_validRangeValueOf32(&ok, "007", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  validRangeValueOf16(&ok, "007", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  u_validRangeValueOf16(&ok, "007", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  // These are read as 1.
+  validRangeValueOf32(&ok, "4294967297", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  u_validRangeValueOf32(&ok, "4294967297", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  validRangeValueOf16(&ok, "65537", 0, 10);
+  EXPECT_EQ(std::exchange(ok, 7), -1);
+  u_validRangeValueOf16(&ok, "65537", 0, 10);
+  EXPECT_EQ(ok, -1);
+}
+
 TEST(ValidRangeValueOf, WithoutAPlaceForItsAnswerDoesNothing) {
   validRangeValueOf32(nullptr, "1", 0, 1);
   u_validRangeValueOf32(nullptr, "1", 0, 1);
@@ -385,6 +406,30 @@ TEST(DataChunk2String, NeedsNoAlignment) {
   EXPECT_STREQ(out, "0x01020304 \n\n");
 }
 
+// The text by its rules, spelled out.
+std::string dump_by_rules(std::uint32_t byte_count, std::uint32_t bytes_per_line) {
+  std::string text;
+  for (std::uint32_t at = 0; at < byte_count; at += 4) {
+    text += "0x";
+    for (std::uint32_t byte = at; byte < at + 4; ++byte) text += binToHexLut[byte];
+    text += ' ';
+    if (bytes_per_line != 0 && (at + 4) % bytes_per_line == 0) text += '\n';
+  }
+  return text + '\n';
+}
+
+TEST(DataChunk2String, EndsLinesOfEveryLength) {
+  for (std::uint32_t byte_count = 0; byte_count <= 128; ++byte_count) {
+    for (std::uint32_t per_line = 0; per_line <= 130; ++per_line) {
+      ASSERT_EQ(dump(byte_count, per_line), dump_by_rules(byte_count, per_line))
+          << byte_count << ' ' << per_line;
+    }
+  }
+  for (const std::uint32_t per_line : {UINT32_MAX, UINT32_MAX - 3, 0x80000000U}) {
+    EXPECT_EQ(dump(64, per_line), dump_by_rules(64, 0));
+  }
+}
+
 TEST(NbrOfCharsForDataChunk2String, WithoutALineLengthIsForOneLine) {
   EXPECT_EQ(nbrOfChars_forDataChunk2String(12, 0), 11U * 3 + 2 + 1);
 }
@@ -394,6 +439,7 @@ TEST(NbrOfCharsForDataChunk2String, FollowsItsFormula) {
   EXPECT_EQ(nbrOfChars_forDataChunk2String(17, 8), 3U * 24 + 1);
   EXPECT_EQ(nbrOfChars_forDataChunk2String(4, 4), 14U);
   EXPECT_EQ(nbrOfChars_forDataChunk2String(100, 32), 4U * (88 + 2) + 1);
+  EXPECT_EQ(nbrOfChars_forDataChunk2String(8, 7), 2U * (11 + 2) + 1) << "whole words of a line";
 }
 
 TEST(NbrOfCharsForDataChunk2String, IsAlwaysEnough) {

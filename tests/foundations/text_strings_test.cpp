@@ -198,6 +198,15 @@ TEST(Strformat, TakesItsOwnResultAsAValue) {
   EXPECT_STREQ(strformat("<%s>", strformat("%s", "a")), "<a>");
 }
 
+TEST(Strformat, KeepsWhatStandsBehindANul) {
+  const auto result = [](const char* text) { return std::string(text, 6); };
+  strformat("%s", "######");
+  EXPECT_EQ(result(strformat("a%cbcd", 0)), "a\0bcd\0"s);
+  strformat("%s", std::string(2047, '#').c_str());
+  const char* cut = strformat("%c%3000d", 0, 1);
+  EXPECT_EQ(std::string(cut, 2048), "\0"s + std::string(2046, ' ') + "\0"s);
+}
+
 TEST(Strformat, IsEmptyForNullAndForWhatCannotBeFormatted) {
   strformat("%s", "before");
   EXPECT_STREQ(unchecked_strformat(nullptr), "");

@@ -3,8 +3,8 @@
 #ifndef RKUTILS_FOUNDATIONS_FORMAT_CONVERTER_H
 #define RKUTILS_FOUNDATIONS_FORMAT_CONVERTER_H
 
-#include <rkutils/foundations/format/digits.h>
 #include <rkutils/foundations/format/parser.h>
+#include <rkutils/foundations/text/digits.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,8 +23,8 @@ struct Number {
 
 // Digits of `value` in `base`, 8, 10 or 16; at least one.
 inline unsigned count_digits(std::uint64_t value, unsigned base) noexcept {
-  if (base == 10) return count_decimal_digits(value);
-  return base == 16 ? count_digits_of_bits(value, 4) : count_digits_of_bits(value, 3);
+  if (base == 10) return text::count_decimal_digits(value);
+  return text::count_digits_of_bits(value, base == 16 ? 4 : 3);
 }
 
 inline std::int64_t signed_value(Length length, Arguments& arguments) noexcept {

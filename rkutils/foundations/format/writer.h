@@ -5,6 +5,8 @@
 #ifndef RKUTILS_FOUNDATIONS_FORMAT_WRITER_H
 #define RKUTILS_FOUNDATIONS_FORMAT_WRITER_H
 
+#include <rkutils/foundations/text/digits.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,14 +14,13 @@
 
 namespace rkutils::format {
 
-// Writes the digits of `value` so that the last one lies before `end`, and returns the first.
-inline char* write_digits(char* end, std::uint64_t value, unsigned base, bool upper) noexcept {
-  const char* const digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-  do {
-    *--end = digits[value % base];
-    value /= base;
-  } while (value != 0);
-  return end;
+// Writes the digits of `value` in base 8, 10 or 16 so that the last one lies before `end`.
+inline void write_digits(char* end, std::uint64_t value, unsigned base, bool upper) noexcept {
+  if (base == 10) {
+    text::write_decimal(end, value);
+  } else {
+    text::write_power_of_two(end, value, base == 16 ? 4 : 3, upper);
+  }
 }
 
 // Only counts.

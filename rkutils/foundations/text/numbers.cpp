@@ -1,6 +1,7 @@
 // Numbers as text with a radix suffix, and hexadecimal dumps.
 
-#include <rkutils/foundations/format/digits.h>
+#include <rkutils/foundations/text/ascii.h>
+#include <rkutils/foundations/text/digits.h>
 #include <rkutils/text.h>
 
 #include <algorithm>
@@ -13,43 +14,22 @@ namespace {
 // valueOf32() looks at no more of a text.
 constexpr std::size_t kSignificant = 33;
 
-constexpr char kDigits[] = "0123456789ABCDEF";
-
-// "00" to "99", so that two decimal digits cost one division.
-constexpr char kPairs[] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-    "8081828384858687888990919293949596979899";
-
 // Writes a decimal number with its NUL.
 char* write_decimal(char* buffer, bool negative, std::uint32_t magnitude) {
-  constexpr std::uint32_t kPairRadix = 100;
-  char* at = buffer;
-  if (negative) *at++ = '-';
-  at += rkutils::format::count_decimal_digits(magnitude);
-  *at = '\0';
-  for (; magnitude >= kPairRadix; magnitude /= kPairRadix) {
-    at -= 2;
-    std::memcpy(at, &kPairs[std::size_t{magnitude % kPairRadix} * 2], 2);
-  }
-  if (magnitude >= 10) {
-    std::memcpy(at - 2, &kPairs[std::size_t{magnitude} * 2], 2);
-  } else {
-    at[-1] = static_cast<char>('0' + magnitude);
-  }
+  char* const first = negative ? buffer + 1 : buffer;
+  char* const end = first + rkutils::text::count_decimal_digits(magnitude);
+  rkutils::text::write_decimal(end, magnitude);
+  *end = '\0';
+  if (negative) *buffer = '-';
   return buffer;
 }
 
 // Writes a number in digits of 1, 3 or 4 bits, with the suffix and a NUL.
 char* write_digits_of_bits(char* buffer, std::uint32_t value, unsigned bits, char suffix) {
-  const std::uint32_t mask = (1U << bits) - 1;
-  char* at = buffer + rkutils::format::count_digits_of_bits(value, bits);
-  at[0] = suffix;
-  at[1] = '\0';
-  do {
-    *--at = kDigits[value & mask];
-    value >>= bits;
-  } while (at != buffer);
+  char* const end = buffer + rkutils::text::count_digits_of_bits(value, bits);
+  rkutils::text::write_power_of_two(end, value, bits, true);
+  end[0] = suffix;
+  end[1] = '\0';
   return buffer;
 }
 
@@ -73,16 +53,11 @@ std::uint32_t magnitude_of(std::int32_t value) {
 }
 
 std::uint32_t digit_value(char character, std::uint32_t base) {
-  if (base == 16 && character >= 'a' && character <= 'f') {
-    return static_cast<std::uint32_t>(character - 'a' + 10);
-  }
-  if (base == 16 && character >= 'A' && character <= 'F') {
-    return static_cast<std::uint32_t>(character - 'A' + 10);
+  if (base == 16 && rkutils::text::hex_value(character) < 16) {
+    return rkutils::text::hex_value(character);
   }
   return static_cast<std::uint32_t>(static_cast<unsigned char>(character)) - '0';
 }
-
-bool is_lower_case(char character) { return character >= 'a' && character <= 'z'; }
 
 // The digits from `begin` to `end` as a number, in the base of the suffix at `end`.
 std::uint32_t read_with_suffix(const char* begin, const char* end) {
@@ -95,6 +70,12 @@ std::uint32_t read_with_suffix(const char* begin, const char* end) {
   return value;
 }
 
+// The 32-bit words that hold so many bytes.
+std::uint32_t count_words(std::uint32_t bytes) {
+  constexpr std::uint32_t kWordSize = sizeof(std::uint32_t);
+  return bytes / kWordSize + (bytes % kWordSize != 0 ? 1 : 0);
+}
+
 // The first `most` characters of a text as a number, suffix included. Read as a decimal one, until
 // the last character shows that it is something else.
 std::uint32_t read_number(const char* text, std::size_t most) {
@@ -103,7 +84,7 @@ std::uint32_t read_number(const char* text, std::size_t most) {
   for (; length < most && text[length] != '\0'; ++length) {
     value = value * 10 + digit_value(text[length], 10);
   }
-  if (length == 0 || !is_lower_case(text[length - 1])) return value;
+  if (length == 0 || !rkutils::text::is_lower(text[length - 1])) return value;
   return read_with_suffix(text, text + length - 1);
 }
 
@@ -116,7 +97,7 @@ bool is_printed_number(const char* text, std::int64_t min, std::int64_t max) {
   if (*text == '0') return !negative && text[1] == '\0';
   std::int64_t value = 0;
   int digits = 0;
-  for (; *text >= '0' && *text <= '9'; ++text) {
+  for (; rkutils::text::is_digit(*text); ++text) {
     if (++digits > kMostDigits) return false;
     value = value * 10 + (*text - '0');
   }
@@ -238,14 +219,24 @@ void convBinToHex(uint32_t value, char* out) {
 
 void dataChunk2String(const void* data, char* out, uint32_t byteCount, uint32_t bytesPerLine) {
   constexpr std::size_t kWordText = 10;
+  constexpr std::uint32_t kWordSize = sizeof(std::uint32_t);
   const auto* bytes = static_cast<const unsigned char*>(data);
-  for (std::uint64_t at = 0; at < byteCount; at += sizeof(std::uint32_t)) {
+  std::uint32_t left_in_line = bytesPerLine;
+  for (std::uint32_t words = count_words(byteCount); words > 0; --words) {
     std::uint32_t word = 0;
-    std::memcpy(&word, bytes + at, sizeof word);
+    std::memcpy(&word, bytes, kWordSize);
+    bytes += kWordSize;
     convBinToHex(word, out);
     out += kWordText;
     *out++ = ' ';
-    if (bytesPerLine != 0 && (at + sizeof word) % bytesPerLine == 0) *out++ = '\n';
+    if (left_in_line > kWordSize) {
+      left_in_line -= kWordSize;
+    } else if (bytesPerLine != 0) {
+      // The end of one line or, where lines are no whole words, of several.
+      const std::uint32_t in_next_line = (kWordSize - left_in_line) % bytesPerLine;
+      if (in_next_line == 0) *out++ = '\n';
+      left_in_line = bytesPerLine - in_next_line;
+    }
   }
   *out++ = '\n';
   *out = '\0';
@@ -254,7 +245,7 @@ void dataChunk2String(const void* data, char* out, uint32_t byteCount, uint32_t 
 uint32_t nbrOfChars_forDataChunk2String(uint32_t byteCount, uint32_t bytesPerLine) {
   constexpr std::uint64_t kWordSize = sizeof(std::uint32_t);
   constexpr std::uint64_t kWordText = 11;
-  const std::uint64_t words = (byteCount + kWordSize - 1) / kWordSize;
+  const std::uint64_t words = count_words(byteCount);
   const std::uint64_t per_line = bytesPerLine == 0 ? words * kWordSize : bytesPerLine;
   const std::uint64_t lines = per_line == 0 ? 1 : (byteCount + per_line - 1) / per_line;
   const std::uint64_t regular = lines * (kWordText * (per_line / kWordSize) + 2) + 1;

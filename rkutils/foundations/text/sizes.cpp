@@ -10,9 +10,10 @@ namespace {
 
 constexpr char kUnits[] = " KMGT";
 
-// Divides by 1024 with rounding, without overflow at the top of the range.
-std::int64_t divide_by_1024(std::int64_t value) {
-  return (value >> 10U) + ((value & 0x200) != 0 ? 1 : 0);
+// A number that is not negative by 1024, with rounding, without overflow at the top of the range.
+template <typename Integer>
+Integer divide_by_1024(Integer value) {
+  return value / 1024 + value % 1024 / 512;
 }
 
 }  // namespace
@@ -41,7 +42,7 @@ char* format_rate(int64_t bytesPerSecond) {
   std::uint64_t hundredths = magnitude / 32 * 25 + (magnitude % 32 * 25 + 16) / 32;
   const char* unit = kUnits + 1;
   for (; hundredths > kLargest && *unit != 'T'; ++unit) {
-    hundredths = (hundredths >> 10U) + ((hundredths & 0x200U) != 0 ? 1 : 0);
+    hundredths = divide_by_1024(hundredths);
   }
   hundredths += 5;
   std::snprintf(result, sizeof result, "%s%" PRIu64 ".%" PRIu64 " %cbit/s",

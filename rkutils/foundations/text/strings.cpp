@@ -1,5 +1,6 @@
 // Plain strings: case, trimming, comparing, escaping.
 
+#include <rkutils/foundations/text/ascii.h>
 #include <rkutils/text.h>
 
 #include <algorithm>
@@ -15,13 +16,6 @@ constexpr std::size_t kFormatSize = 2048;
 constexpr std::size_t kAttributeSize = 1024;
 
 bool is_empty(const char* s) { return s == nullptr || *s == '\0'; }
-
-bool is_decimal_digit(char character) { return character >= '0' && character <= '9'; }
-
-unsigned char fold_case(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte - 'A' + 'a') : byte;
-}
 
 // The letter that follows the backslash; NUL for a byte without such a form.
 char escape_letter(unsigned char byte) {
@@ -85,8 +79,8 @@ int strnicmp(const char* a, const char* b, size_t n) {
   if (a == nullptr) a = "";
   if (b == nullptr) b = "";
   for (; n > 0; --n, ++a, ++b) {
-    const unsigned char left = fold_case(*a);
-    const unsigned char right = fold_case(*b);
+    const auto left = static_cast<unsigned char>(rkutils::text::to_lower(*a));
+    const auto right = static_cast<unsigned char>(rkutils::text::to_lower(*b));
     if (left != right) return left < right ? -1 : 1;
     if (left == '\0') return 0;
   }
@@ -119,14 +113,19 @@ char* escape(const char* src, size_t srcLen, char* dst, size_t dstSize) {
 char* strformat(const char* fmt, ...) {
   static char result[kFormatSize];
   // Formatted elsewhere first, for the values may point into the last result.
-  char text[kFormatSize] = "";
+  char text[kFormatSize];
+  int length = -1;
   if (fmt != nullptr) {
     va_list values;
     va_start(values, fmt);
-    if (std::vsnprintf(text, sizeof text, fmt, values) < 0) text[0] = '\0';
+    length = std::vsnprintf(text, sizeof text, fmt, values);
     va_end(values);
   }
-  std::memcpy(result, text, std::strlen(text) + 1);
+  // Not measured again: a %c may have written a NUL.
+  const std::size_t stored =
+      length < 0 ? 0 : std::min(static_cast<std::size_t>(length), sizeof text - 1);
+  std::memcpy(result, text, stored);
+  result[stored] = '\0';
   return result;
 }
 
@@ -154,8 +153,8 @@ char* xml_readattr(const char* text, const char* tag) {
 int e164Number(const char* s) {
   if (s == nullptr) return -1;
   for (; *s != '\0'; ++s) {
-    const bool letter = *s >= 'A' && *s <= 'Z';
-    if (!is_decimal_digit(*s) && !letter && *s != '*' && *s != '#' && *s != '?') return -1;
+    const bool letter_or_digit = rkutils::text::is_upper(*s) || rkutils::text::is_digit(*s);
+    if (!letter_or_digit && *s != '*' && *s != '#' && *s != '?') return -1;
   }
   return 0;
 }
