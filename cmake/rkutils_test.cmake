@@ -1,27 +1,37 @@
 # Test programs.
 #
-#   rkutils_test(NAME [OUTSIDE] [SOURCES file...] [LAYERS layer...])
+#   rkutils_test(NAME [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...])
 #
 # Builds NAME from NAME.cpp and the other sources, and registers each of its tests with ctest. Every
 # program starts itself again in a private router, so that its tests use the installed library at the
 # router's paths; a router that the kernel refuses makes the tests count as skipped.
 #
 # OUTSIDE leaves the test on the host, where it must not change anything.
+# SHARED loads the shared library on the board too, see below; for tests of plain functions.
 # LAYERS gives the test the internals of these layers, which the library does not export.
 
+# Tests with the label build-machine look at what was built, with the tools of the machine that builds;
+# the others run on the machine that the library is built for.
+
+# The cross compiler puts a C++ runtime into every shared library, and an exception of one runtime is
+# not caught by type in another. So programs that test the classes link the static library there.
 # What runs longer than this hangs.
 set(RKUTILS_TEST_TIMEOUT 120)
 
 function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE" "" "SOURCES;LAYERS")
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS")
   add_executable(${name} ${name}.cpp ${TEST_SOURCES})
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
+  set(library rkutils::rkutils)
+  if(CMAKE_CROSSCOMPILING AND NOT TEST_SHARED)
+    set(library rkutils::static)
+  endif()
   set(testing rkutils_testing)
   if(TEST_OUTSIDE)
     set(testing rkutils_testing_outside)
   endif()
   target_link_libraries(
-    ${name} PRIVATE ${TEST_LAYERS} rkutils::rkutils ${testing} rkutils_warnings
+    ${name} PRIVATE ${TEST_LAYERS} ${library} ${testing} rkutils_warnings
                     rkutils_hardening rkutils_sanitizers)
   gtest_discover_tests(
     ${name}
@@ -31,28 +41,23 @@ endfunction()
 
 #   rkutils_command_test(NAME COMMAND word...)
 #
-# Registers a command that succeeds or fails.
+# Registers a command of the building machine that succeeds or fails.
 function(rkutils_command_test name)
   cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "COMMAND")
-  add_test(NAME ${name} COMMAND ${TEST_COMMAND})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
+  add_test(NAME ${name} COMMAND ${TEST_COMMAND} COMMAND_EXPAND_LISTS)
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77
+                                          LABELS build-machine)
 endfunction()
 
 #   rkutils_router_test(NAME COMMAND word...)
 #
-# The same in a private router with the library installed.
+# Registers a command that succeeds or fails in a private router with the library installed.
 function(rkutils_router_test name)
   cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "COMMAND")
-  rkutils_command_test(
-    ${name}
+  add_test(
+    NAME ${name}
     COMMAND
-    $<TARGET_FILE:private-router>
-    --overlay
-    "${RKUTILS_STAGE}"
-    --keep
-    "${PROJECT_SOURCE_DIR}"
-    --keep
-    "${PROJECT_BINARY_DIR}"
-    --
-    ${TEST_COMMAND})
+      $<TARGET_FILE:private-router> --overlay "${RKUTILS_STAGE}" --keep "${PROJECT_SOURCE_DIR}" --keep
+      "${PROJECT_BINARY_DIR}" -- ${TEST_COMMAND})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
 endfunction()

@@ -3,11 +3,44 @@
 #include <rkutils/rkutils.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 #include <type_traits>
 
 #include <gtest/gtest.h>
 
 namespace {
+
+#if UINTPTR_MAX == UINT32_MAX
+// In bytes as the router's programs know them.
+static_assert(sizeof(long) == 4 && sizeof(std::size_t) == 4);
+static_assert(sizeof(time_t) == 8 && alignof(std::int64_t) == 8);
+static_assert(sizeof(list_node) == 8);
+static_assert(sizeof(configd_query) == 1288 && offsetof(configd_query, value) == 264);
+static_assert(sizeof(mem_stream) == 8);
+static_assert(sizeof(String) == 4);
+static_assert(offsetof(String::StringBuffer, chars) == 12);
+static_assert(sizeof(INStringHashTable) == 12 && sizeof(INUInt32HashTable) == 12);
+#endif
+
+TEST(Layout, OfATimeDifference) {
+  static_assert(offsetof(time_difference, seconds) == 0);
+  static_assert(offsetof(time_difference, nanoseconds) == 4);
+  static_assert(sizeof(time_difference) == 8);
+}
+
+TEST(Layout, OfAString) {
+  static_assert(sizeof(String) == sizeof(void*));
+  static_assert(offsetof(String::StringBuffer, refCount) == 0);
+  static_assert(offsetof(String::StringBuffer, capacity) == 4);
+  static_assert(offsetof(String::StringBuffer, length) == 8);
+  static_assert(offsetof(String::StringBuffer, chars) == 12);
+}
+
+TEST(Layout, OfAHashTable) {
+  static_assert(sizeof(INStringHashTable) == sizeof(void*) + 8);
+  static_assert(sizeof(INUInt32HashTable) == sizeof(void*) + 8);
+}
 
 TEST(Layout, OfAQuery) {
   static_assert(offsetof(configd_query, links) == 0);

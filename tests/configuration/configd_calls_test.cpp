@@ -36,10 +36,12 @@ Call call_of(std::size_t size, int flags, const sockaddr* address, socklen_t len
 
 }  // namespace
 
-// Stand before the C library's and make the system calls themselves.
+// Stand before the C library's and make the system calls themselves. C libraries differ in whether
+// they declare bind() noexcept.
 // NOLINTBEGIN(readability-redundant-declaration,readability-inconsistent-declaration-parameter-name)
 extern "C" {
-RK_API int bind(int socket, const sockaddr* address, socklen_t length) noexcept;
+RK_API int bind(int socket, const sockaddr* address,
+                socklen_t length) noexcept(noexcept(::bind(socket, address, length)));
 RK_API ssize_t sendto(int socket, const void* buffer, std::size_t size, int flags,
                       const sockaddr* address, socklen_t length);
 RK_API ssize_t recvfrom(int socket, void* buffer, std::size_t size, int flags, sockaddr* address,
@@ -49,7 +51,8 @@ RK_API ssize_t __recvfrom_chk(int socket, void* buffer, std::size_t size, std::s
                               int flags, sockaddr* address, socklen_t* length);
 }
 
-int bind(int socket, const sockaddr* address, socklen_t length) noexcept {
+int bind(int socket, const sockaddr* address,
+         socklen_t length) noexcept(noexcept(::bind(socket, address, length))) {
   binds.push_back(call_of(0, 0, address, length));
   return static_cast<int>(::syscall(SYS_bind, socket, address, length));
 }

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -117,6 +118,12 @@ void make_link(const std::string& target, const std::string& path) {
 
 void make_fifo(const std::string& path) {
   check(::mkfifo(path.c_str(), 0644) == 0, "mkfifo " + path);
+}
+
+void exchange_paths(const std::string& one, const std::string& other) {
+  // Not every C library has renameat2() and its constants.
+  constexpr unsigned kRenameExchange = 2;
+  ::syscall(SYS_renameat2, AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), kRenameExchange);
 }
 
 std::string path_of_length(const std::string& folder, std::size_t length) {

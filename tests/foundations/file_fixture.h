@@ -63,6 +63,8 @@ mode_t mode_of(const std::string& path);
 void make_folders(const std::string& path);
 void make_link(const std::string& target, const std::string& path);
 void make_fifo(const std::string& path);
+// Lets two paths change places in one step. It is nothing worth failing for when one is gone.
+void exchange_paths(const std::string& one, const std::string& other);
 
 // A path of this length in an existing folder, of names of at most 200 bytes. The last name has at
 // least two.

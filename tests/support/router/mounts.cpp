@@ -42,7 +42,8 @@ void mount_at(const std::string& source, const std::string& target, const char* 
             target);
 }
 
-void bind(const std::string& source, const std::string& target) {
+// Not bind(): for strings that would be std::bind() where <functional> is included, which does nothing.
+void bind_mount(const std::string& source, const std::string& target) {
   mount_at(source, target, nullptr, MS_BIND | MS_REC);
 }
 
@@ -150,7 +151,7 @@ void make_devices(const std::string& root) {
     if (::access(host.c_str(), F_OK) != 0) continue;
     const UniqueFd file(::open(ours.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
     if (!file) fail("create " + ours);
-    bind(host, ours);
+    bind_mount(host, ours);
   }
   make_folder(dev + "/shm", 01777);
   mount_at("tmpfs", dev + "/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
@@ -184,7 +185,7 @@ void mount_kernel_folders(const std::string& root, const OldFolder& old_sys) {
   make_folder(root + "/sys", 0555);
   if (::mount("sysfs", (root + "/sys").c_str(), "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC,
               nullptr) != 0) {
-    bind(old_sys.path(), root + "/sys");
+    bind_mount(old_sys.path(), root + "/sys");
   }
 }
 
@@ -204,7 +205,7 @@ void carry_over(const std::string& root, const OldRoot& old, const Options& opti
       overlay(root, "usr", lower + folder.path(), {"bin", "lib", "local/sbin", "sbin"});
     } else {
       make_folder(root + path);
-      if (path != root) bind(folder.path(), root + path);
+      if (path != root) bind_mount(folder.path(), root + path);
     }
   }
 }
@@ -250,7 +251,7 @@ std::string checked_keep(const std::string& path) {
 // Folders that the new root would hide, in /tmp for instance, at their old places.
 void keep(const std::string& root, const std::string& path, const OldFolder& folder) {
   make_folders(root + path);
-  bind(folder.path(), root + path);
+  bind_mount(folder.path(), root + path);
 }
 
 void switch_root(const std::string& root) {
