@@ -64,6 +64,19 @@ __attribute__((no_sanitize("address", "undefined"))) bool fails_now(std::size_t 
   return true;
 }
 
+// While the C library is inside calloc() or realloc(): musl's call malloc(), which is no allocation of
+// the caller's then.
+thread_local bool inside = false;
+
+template <typename Action>
+void* call_inside(Action action) noexcept {
+  const bool before = inside;
+  inside = true;
+  void* const memory = action();
+  inside = before;
+  return memory;
+}
+
 // The function of this name in the next library.
 template <typename Function>
 Function* next(std::atomic<Function*>& cached, const char* name) noexcept {
@@ -139,17 +152,19 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
 extern "C" {
 
 RK_API void* malloc(std::size_t size) noexcept(noexcept(std::malloc(size))) {
-  return fails_now(size) ? nullptr : real_malloc(size);
+  return !inside && fails_now(size) ? nullptr : real_malloc(size);
 }
 
 RK_API void* calloc(std::size_t count,
                     std::size_t size) noexcept(noexcept(std::calloc(count, size))) {
-  return fails_now(count * size) ? nullptr : real_calloc(count, size);
+  if (!inside && fails_now(count * size)) return nullptr;
+  return call_inside([=] { return real_calloc(count, size); });
 }
 
 RK_API void* realloc(void* memory,
                      std::size_t size) noexcept(noexcept(std::realloc(memory, size))) {
-  return fails_now(size) ? nullptr : real_realloc(memory, size);
+  if (!inside && fails_now(size)) return nullptr;
+  return call_inside([=] { return real_realloc(memory, size); });
 }
 
 }  // extern "C"

@@ -28,7 +28,22 @@ constexpr std::array<std::string_view, 8> kLevelNames = {"emerg",   "alert",  "c
 // More than the longest message that the library can make, a reply of the configuration daemon's.
 constexpr std::size_t kLongestMessage = 65536;
 
+#ifdef __GLIBC__
+constexpr bool kEndsMessages = false;
+#else
+constexpr bool kEndsMessages = true;
+#endif
+
+std::string_view without_end(std::string_view text) {
+  if (kEndsMessages && !text.empty() && text.back() == '\n') text.remove_suffix(1);
+  return text;
+}
+
 }  // namespace
+
+bool operator==(const LogLine& a, const LogLine& b) {
+  return a.level == b.level && without_end(a.text) == without_end(b.text);
+}
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << level_name(line.level) << " \"" << line.text << '"';
@@ -55,7 +70,7 @@ LogLine parse_log_line(std::string_view message) {
     line.program = std::string(message.substr(0, std::min(message.find('['), colon)));
     message.remove_prefix(colon + 2);
   }
-  line.text = std::string(message);
+  line.text = std::string(without_end(message));
   return line;
 }
 

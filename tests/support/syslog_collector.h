@@ -14,15 +14,15 @@
 namespace support {
 
 // One message: its level (LOG_ERR and so on) and its text, which are compared; and who logged it.
+// Some C libraries, musl among them, end every message with a newline that has none. With those a
+// newline at the end says nothing and is not compared.
 struct LogLine {
   int level;
   std::string text;
   int facility = -1;
   std::string program = {};
 
-  friend bool operator==(const LogLine& a, const LogLine& b) {
-    return a.level == b.level && a.text == b.text;
-  }
+  friend bool operator==(const LogLine& a, const LogLine& b);
   friend std::ostream& operator<<(std::ostream& out, const LogLine& line);
 };
 
