@@ -9,8 +9,12 @@ set(CMAKE_CXX_COMPILER "${rkutils_tool}c++")
 set(CMAKE_AR "${rkutils_tool}ar")
 set(CMAKE_RANLIB "${rkutils_tool}ranlib")
 
-# Without it programs are static, cannot load modules, and bring the compiler's own C library.
-string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -dynamic")
+# Without -dynamic programs are static, cannot load modules, and bring the compiler's own C library. They
+# are position-independent, as the hardened programs of the router are; and the compiler links others
+# wrongly: all variables of the C library that such a program copies get one address, stdout that of
+# stderr.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -dynamic -pie")
 
 # The cache, as scripts/board/cache has it.
 if(DEFINED ENV{RKUTILS_BOARD_CACHE})
