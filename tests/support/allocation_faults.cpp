@@ -54,9 +54,16 @@ thread_local bool recording = false;
 thread_local std::size_t recorded_count = 0;
 thread_local std::size_t recorded[kMostRecorded];
 
-// Counts an allocation; true when it is to fail. The first ones come before the sanitizer is ready
-// to check anything.
-__attribute__((no_sanitize("address", "undefined"))) bool fails_now(std::size_t size) noexcept {
+// While the C library is inside calloc() or realloc(): musl's call malloc(), which is no allocation of
+// the caller's then.
+thread_local bool inside = false;
+
+// What the allocator's first callers reach, before the sanitizer is ready to check anything.
+#define UNCHECKED [[gnu::no_sanitize("address", "undefined")]]
+
+// Counts an allocation; true when it is to fail.
+UNCHECKED bool fails_now(std::size_t size) noexcept {
+  if (inside) return false;
   ++allocations;
   if (recording && recorded_count < kMostRecorded) recorded[recorded_count++] = size;
   if (allocations != failing) return false;
@@ -64,12 +71,8 @@ __attribute__((no_sanitize("address", "undefined"))) bool fails_now(std::size_t 
   return true;
 }
 
-// While the C library is inside calloc() or realloc(): musl's call malloc(), which is no allocation of
-// the caller's then.
-thread_local bool inside = false;
-
 template <typename Action>
-void* call_inside(Action action) noexcept {
+UNCHECKED void* call_inside(Action action) noexcept {
   const bool before = inside;
   inside = true;
   void* const memory = action();
@@ -152,18 +155,18 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
 extern "C" {
 
 RK_API void* malloc(std::size_t size) noexcept(noexcept(std::malloc(size))) {
-  return !inside && fails_now(size) ? nullptr : real_malloc(size);
+  return fails_now(size) ? nullptr : real_malloc(size);
 }
 
 RK_API void* calloc(std::size_t count,
                     std::size_t size) noexcept(noexcept(std::calloc(count, size))) {
-  if (!inside && fails_now(count * size)) return nullptr;
+  if (fails_now(count * size)) return nullptr;
   return call_inside([=] { return real_calloc(count, size); });
 }
 
 RK_API void* realloc(void* memory,
                      std::size_t size) noexcept(noexcept(std::realloc(memory, size))) {
-  if (!inside && fails_now(size)) return nullptr;
+  if (fails_now(size)) return nullptr;
   return call_inside([=] { return real_realloc(memory, size); });
 }
 
