@@ -377,7 +377,7 @@ String& String::internalInsert(long pos, char const* s, long n) {
   // ends before gap + n, so that the tail has not overwritten it.
   const std::size_t offset = offset_in(*buffer_, s);
   const bool moved = offset > as_size(pos) && offset < as_size(old_length);
-  std::memmove(gap, moved ? s + n : s, as_size(n));
+  std::memmove(gap, moved ? buffer_->chars + n + offset : s, as_size(n));
   set_length(new_length);
   return *this;
 }
