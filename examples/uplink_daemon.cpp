@@ -1,13 +1,16 @@
-// uplink-daemon: a daemon as a router has many, reduced to what it does with the configuration.
+// uplink-daemon: a daemon as a router has many, reduced to what it does with its settings.
 //
 //     uplink-daemon [ROUNDS]
 //
-// It reads its settings in one batch, stores what it decided, ends the change set, and then looks
-// after its settings twice a second, for ROUNDS rounds or for ever. When the configuration daemon
-// is away it goes on with what it knows, and with the same connection once the daemon is back.
+// It looks after its settings twice a second, for ROUNDS rounds or for ever: reads them in one
+// batch from the configuration daemon, stores there what it has decided, once, and ends the change
+// set. While the configuration daemon is away, it goes by a file of its own; the connection stays
+// good for when it is back.
 
+#include <rkutils/cfread.h>
 #include <rkutils/configd.h>
 #include <rkutils/memory.h>
+#include <rkutils/systeminfo.h>
 
 #include <array>
 #include <chrono>
@@ -21,10 +24,17 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr char kFile[] = "/etc/uplink/uplink.conf";
+
 struct CloseConnection {
   void operator()(configd_connection* connection) const { configd_close(connection); }
 };
 using Connection = std::unique_ptr<configd_connection, CloseConnection>;
+
+struct CloseTable {
+  void operator()(cfread_table* table) const { cfread_close(table); }
+};
+using Table = std::unique_ptr<cfread_table, CloseTable>;
 
 struct Settings {
   std::string apn;
@@ -43,6 +53,24 @@ bool fetch_settings(configd_connection* config, Settings& settings) {
   return true;
 }
 
+// Reads them from the file and those that it includes. False, with `settings` as they were, when it
+// cannot be read; the log says why.
+bool read_settings(Settings& settings) {
+  const Table table(cfread_open(kFile));
+  if (table == nullptr) return false;
+  const auto value = [&](const char* key) {
+    const cfread_entry* const entry = cfread_find_entry(table.get(), key);
+    return std::string(entry != nullptr ? entry->value : "");
+  };
+  settings = {value("uplink.apn"), value("uplink.user"), value("uplink.mtu")};
+  return true;
+}
+
+void print(const char* source, const Settings& settings) {
+  std::printf("%s: apn %s, user %s, mtu %s\n", source, settings.apn.c_str(), settings.user.c_str(),
+              settings.mtu.c_str());
+}
+
 configd_query assignment(const char* key, const char* value) {
   configd_query entry = {};
   strlcpy(entry.key, key, sizeof entry.key);
@@ -52,6 +80,7 @@ configd_query assignment(const char* key, const char* value) {
 
 // Stores two values and puts them in force.
 bool store_state(configd_connection* config, const Settings& settings) {
+  std::puts("storing two values");
   const std::array<configd_query, 3> changes = {
       assignment("uplink.state", "up"), assignment("uplink.apn.used", settings.apn.c_str()), {}};
   if (configd_set(config, changes.data()) != 0) return false;
@@ -62,37 +91,31 @@ bool store_state(configd_connection* config, const Settings& settings) {
     std::this_thread::sleep_for(300ms);
     result = configd_done(config);
   }
+  if (result == 0) std::puts("the changes are in force");
   return result == 0;
-}
-
-void look_after_settings(configd_connection* config, Settings settings, long rounds) {
-  for (long round = 0; rounds == 0 || round < rounds; ++round) {
-    std::this_thread::sleep_for(500ms);
-    if (fetch_settings(config, settings)) {
-      std::printf("settings are fresh: apn %s\n", settings.apn.c_str());
-    } else {
-      std::printf("no settings to be had, going on with apn %s\n", settings.apn.c_str());
-    }
-  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  const long rounds = argc > 1 ? std::atol(argv[1]) : 0;
   const Connection config(configd_open());
   if (config == nullptr) return EXIT_FAILURE;  // the log says why
 
-  std::puts("reading three settings in one batch");
+  std::printf("looking after the uplink of a %s\n", get_product());
   Settings settings;
-  if (!fetch_settings(config.get(), settings)) return EXIT_FAILURE;
-  std::printf("apn %s, user %s, mtu %s\n", settings.apn.c_str(), settings.user.c_str(),
-              settings.mtu.c_str());
-
-  std::puts("storing two values");
-  if (!store_state(config.get(), settings)) return EXIT_FAILURE;
-  std::puts("the changes are in force");
-
-  look_after_settings(config.get(), settings, argc > 1 ? std::atol(argv[1]) : 0);
-  return EXIT_SUCCESS;
+  bool stored = false;
+  for (long round = 1;; ++round) {
+    if (fetch_settings(config.get(), settings)) {
+      print("settings from configd", settings);
+      if (!stored) stored = store_state(config.get(), settings);
+    } else if (read_settings(settings)) {
+      print("no configd, settings from the file", settings);
+    } else {
+      print("neither configd nor the file, going on with", settings);
+    }
+    if (round == rounds) return EXIT_SUCCESS;
+    std::this_thread::sleep_for(500ms);
+  }
 }

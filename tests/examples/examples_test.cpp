@@ -133,25 +133,85 @@ TEST_F(ConfigurationFile, FailsForAMissingKeyOrFile) {
   EXPECT_THAT(log.take(), ElementsAre(expected, expected));
 }
 
-TEST(Demo, ShowsABatchChangesABusyDaemonAndARestart) {
+class UplinkDaemon : public testing::Test {
+ protected:
+  UplinkDaemon() {
+    std::filesystem::copy(source_file("examples/uplink"), kFolder);
+    daemon_.set_value("uplink.apn", "internet.example");
+  }
+  ~UplinkDaemon() override { std::filesystem::remove_all(kFolder); }
+
+  static support::Outcome run(const std::string& rounds) {
+    return run_program({built_program("examples/uplink-daemon"), rounds});
+  }
+
+  static constexpr char kFolder[] = "/etc/uplink";
+  support::ConfigdStandIn daemon_;
+  support::SyslogCollector log_;
+};
+
+TEST_F(UplinkDaemon, StoresItsStateOnce) {
+  const auto [output, status] = run("2");
+  EXPECT_EQ(output,
+            "looking after the uplink of a DW\n"
+            "settings from configd: apn internet.example, user , mtu \n"
+            "storing two values\n"
+            "the changes are in force\n"
+            "settings from configd: apn internet.example, user , mtu \n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(daemon_.saved_values()["uplink.state"], "up");
+  EXPECT_EQ(daemon_.saved_values()["uplink.apn.used"], "internet.example");
+}
+
+TEST_F(UplinkDaemon, GoesByItsFilesWithoutConfigd) {
+  daemon_.kill();
+  const auto [output, status] = run("1");
+  EXPECT_EQ(output,
+            "looking after the uplink of a DW\n"
+            "no configd, settings from the file: apn fallback.example, user guest, mtu 1280\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(log_.take(), ElementsAre(support::LogLine{LOG_ERR, "unable to send query to configd"},
+                                       support::LogLine{LOG_ERR, "configd_get failed"}));
+}
+
+TEST_F(UplinkDaemon, GoesOnWithWhatItKnowsWithoutAFile) {
+  daemon_.kill();
+  std::filesystem::remove_all(kFolder);
+  const auto [output, status] = run("1");
+  EXPECT_EQ(output,
+            "looking after the uplink of a DW\n"
+            "neither configd nor the file, going on with: apn , user , mtu \n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(
+      log_.take(),
+      ElementsAre(support::LogLine{LOG_ERR, "unable to send query to configd"},
+                  support::LogLine{LOG_ERR, "configd_get failed"},
+                  support::LogLine{LOG_ERR, "cfread: unable to open /etc/uplink/uplink.conf"}));
+}
+
+TEST(Demo, ShowsABatchChangesABusyDaemonAFallbackAndARestart) {
   const auto [output, status] =
       run_program({built_program("tests/support/demo-stage"),
-                   built_program("examples/uplink-daemon"), source_file("examples/uplink.conf")});
+                   built_program("examples/uplink-daemon"), source_file("examples/uplink")});
   EXPECT_EQ(status, 0);
-  const std::array<std::string, 14> scenes = {
+  const std::array<std::string, 18> scenes = {
       "uplink.state=down",
+      "include provider.conf",
+      "uplink.apn = fallback.example",
+      "looking after the uplink of a DW4600\n",
       "-> configd    \"?uplink.apn\\n\\0\"",
       "<- configd    \"internet.example\\n\\0\"",
       "-> configd    \"?uplink.mtu\\n\\0\"",
-      "apn internet.example, user router, mtu 1430",
+      "settings from configd: apn internet.example, user router, mtu 1430\n",
       "-> configd    \"uplink.state=up\\nuplink.apn.used=internet.example\\n\\0\"",
       "-> configd    \"Done\\n\"",
       "<- configd    \"Busy\"",
       "<- configd    \"Ready\"",
       "configd is killed",
       "syslog err      unable to send query to configd",
+      "no configd, settings from the file: apn fallback.example, user guest, mtu 1280\n",
       "configd is started again",
-      "settings are fresh",
+      "settings from configd: apn internet.example, user router, mtu 1430\n",
       "uplink.state=up",
   };
   std::size_t at = 0;

@@ -1,9 +1,10 @@
 // The demo: an example daemon on a private router, with everything that it says and hears.
 //
-//   demo-stage DAEMON CONFIGURATION
+//   demo-stage DAEMON FOLDER
 //
-// Starts DAEMON beside the stand-in for the configuration daemon, which begins with the file
-// CONFIGURATION, is busy once, and is killed and started again on the way.
+// Starts DAEMON beside the stand-in for the configuration daemon, which begins with FOLDER's
+// configd.conf, is busy once, and is killed and started again on the way. The router is of the
+// product DW4600, and FOLDER is its /etc/uplink.
 
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -23,6 +25,7 @@
 #include <unistd.h>
 
 #include "support/configd_stand_in.h"
+#include "support/kernel_folder.h"
 #include "support/private_router.h"
 #include "support/stopwatch.h"
 #include "support/syslog_collector.h"
@@ -33,6 +36,7 @@ using rkutils::internal::UniqueFd;
 using support::ConfigdStandIn;
 
 constexpr char kValues[] = "/var/lib/configd/values";
+constexpr char kUplink[] = "/etc/uplink";
 constexpr char kRounds[] = "3";
 
 // How each kind of line looks; empty where the output is not a terminal.
@@ -49,7 +53,7 @@ Colours colours() {
   return {"\033[1m", "\033[36m", "\033[31m", "\033[33m", "\033[0m"};
 }
 
-void print_file(const char* heading, const char* path) {
+void print_file(const char* heading, const std::string& path) {
   std::printf("%s\n", heading);
   std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
@@ -83,7 +87,7 @@ class Script {
 // and what the daemon prints. So the lines stand in the order in which things happened.
 class Stage {
  public:
-  Stage(const char* daemon_program, const char* configuration)
+  Stage(const char* daemon_program, const std::string& configuration)
       : inbox_(support::open_log_socket()),
         outlet_(connect_to_inbox()),
         configd_({configuration, kValues, "", outlet_.get()}),
@@ -149,11 +153,10 @@ class Stage {
 
   // What happens around the daemon, each at a line of its.
   void direct(const std::string& line) {
-    if (line.find("are fresh") != std::string::npos && !killed_) {
+    if (line.find("in force") != std::string::npos) {
       script_.stage("configd is killed");
       configd_.kill();
-      killed_ = true;
-    } else if (line.find("no settings") != std::string::npos) {
+    } else if (line.find("no configd") != std::string::npos) {
       script_.stage("configd is started again; the daemon keeps the handle it has");
       configd_.start();
     }
@@ -165,21 +168,28 @@ class Stage {
   const char* daemon_program_;
   Script script_;
   pid_t daemon_ = -1;
-  bool killed_ = false;
 };
 
-int play(const char* daemon_program, const char* configuration) {
+int play(const char* daemon_program, const std::string& folder) {
+  const support::KernelFolder proc("/proc");
+  proc.put("sysinfo/bd/0/prod_name", "4600\n");
+  std::filesystem::copy(folder, kUplink);
+  const std::string configuration = folder + "/configd.conf";
+
   print_file("The configuration, as configd holds it:\n", configuration);
+  print_file("\nWhat the daemon goes by without configd, uplink.conf in /etc/uplink,\n",
+             folder + "/uplink.conf");
+  print_file("\nand provider.conf:\n", folder + "/provider.conf");
   std::printf(
-      "\nuplink-daemon reads and changes it through librkutils. The datagrams are shown as they\n"
-      "are, with \\n for a newline and \\0 for a NUL.\n\n");
+      "\nuplink-daemon reads and changes the configuration through librkutils. The datagrams are\n"
+      "shown as they are, with \\n for a newline and \\0 for a NUL.\n\n");
   const int status = Stage(daemon_program, configuration).run();
   std::printf("\n");
   print_file("The configuration afterwards:\n", kValues);
   std::printf(
-      "\nFour calls did this: configd_add_query and configd_fetch, configd_set, configd_done. The\n"
-      "daemon handled no socket, no time-out and no reconnection; see "
-      "examples/uplink_daemon.cpp.\n");
+      "\nA few calls did this: configd_add_query and configd_fetch, configd_set, configd_done;\n"
+      "cfread_open and cfread_find_entry; get_product. The daemon handled no socket, no time-out\n"
+      "and no reconnection, and parsed no file; see examples/uplink_daemon.cpp.\n");
   return status;
 }
 
@@ -187,7 +197,7 @@ int play(const char* daemon_program, const char* configuration) {
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fputs("usage: demo-stage DAEMON CONFIGURATION\n", stderr);
+    std::fputs("usage: demo-stage DAEMON FOLDER\n", stderr);
     return EXIT_FAILURE;
   }
   support::enter_private_router(argv);
