@@ -162,8 +162,9 @@ void keep_works_with(const std::string& text) {
             all.end());
 }
 
-std::string add(const std::string& name, const Body& body) {
-  benchmark::RegisterBenchmark(name.c_str(), body);
+std::string add(const std::string& name, const Body& body, Clock clock) {
+  auto* const added = benchmark::RegisterBenchmark(name.c_str(), body);
+  if (clock == Clock::kReal) added->UseRealTime();
   return name;
 }
 
@@ -179,16 +180,13 @@ Reference floor(const std::string& name, double goal, Body body) {
   return {"floor: " + name, goal, std::move(body)};
 }
 
-void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references) {
-  const std::string name = add(work, ours);
+void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references,
+             Clock clock) {
+  const std::string name = add(work, ours, clock);
   for (const Reference& each : references) {
-    const std::string reference = add(work + " - " + each.name, each.body);
+    const std::string reference = add(work + " - " + each.name, each.body, clock);
     comparisons().push_back({work, name, reference, each.name, each.goal});
   }
-}
-
-void compare(const std::string& ours, const std::string& reference, double goal) {
-  comparisons().push_back({ours, ours, reference, reference, goal});
 }
 
 int run(int argc, char** argv) {

@@ -15,8 +15,7 @@
 
 namespace bench {
 
-// A benchmark's function. Its figure is the processor's time that it takes, in which other programs
-// of a busy machine do not count, or the bytes that it reports.
+// A benchmark's function. Its figure is the time that it takes, or the bytes that it reports.
 using Body = std::function<void(benchmark::State&)>;
 
 // Makes `bytes` the figure of a benchmark.
@@ -35,12 +34,15 @@ Reference peer(const std::string& name, double goal, Body body);
 // The same work done with the least that it takes.
 Reference floor(const std::string& name, double goal, Body body);
 
-// Registers a row of the table: a kind of work as we do it and as the references do.
-void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references);
+enum class Clock {
+  kProcessor,  // the time of this process alone, in which other programs of a busy machine do not
+               // count
+  kReal,       // for work in which other processes take part
+};
 
-// The same of two benchmarks that are registered with Google Benchmark already, for real time where
-// other processes take part. Their names are those given there, without the suffix "/real_time".
-void compare(const std::string& ours, const std::string& reference, double goal);
+// Registers a row of the table: a kind of work as we do it and as the references do.
+void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references,
+             Clock clock = Clock::kProcessor);
 
 // Runs the benchmarks of all rows on a private router, each once in every round, ours and its
 // references one after the other, and prints a table of the medians. Among the arguments

@@ -9,27 +9,29 @@
 
 #include <benchmark/benchmark.h>
 
+#include "configuration/rows.h"
 #include "support/comparison.h"
 
+namespace bench::configuration {
 namespace {
+
+using benchmark::State;
 
 constexpr int kSettings = 10000;
 constexpr const char* kPath = "/tmp/settings.conf";
-
-std::string key(int number) { return "interface." + std::to_string(number) + ".address"; }
 
 // With a comment now and then, and blanks as people write them.
 void write_settings() {
   std::ofstream file(kPath);
   for (int i = 0; i < kSettings; ++i) {
     if (i % 20 == 0) file << "# interfaces from " << i << " on\n";
-    file << key(i) << " = 192.0.2." << i % 256 << "\n";
+    file << key(i) << " = " << value(i) << '\n';
   }
 }
 
 // To the destruction of what was read, in both.
 
-void read_10000_settings(benchmark::State& state) {
+void read_10000_settings(State& state) {
   write_settings();
   for (auto _ : state) {
     ConfigReader reader;
@@ -37,7 +39,6 @@ void read_10000_settings(benchmark::State& state) {
     benchmark::DoNotOptimize(reader);
   }
 }
-BENCHMARK(read_10000_settings)->Unit(benchmark::kMillisecond);
 
 bool is_blank(char byte) { return static_cast<unsigned char>(byte) <= ' '; }
 
@@ -47,7 +48,7 @@ std::string stripped(const std::string& text, std::size_t begin, std::size_t end
   return text.substr(begin, end - begin);
 }
 
-void getline_and_unordered_map(benchmark::State& state) {
+void getline_and_unordered_map(State& state) {
   write_settings();
   for (auto _ : state) {
     std::unordered_map<std::string, std::string> settings;
@@ -65,11 +66,12 @@ void getline_and_unordered_map(benchmark::State& state) {
     benchmark::DoNotOptimize(settings);
   }
 }
-BENCHMARK(getline_and_unordered_map)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  bench::compare("read_10000_settings", "getline_and_unordered_map", 1.4);
-  return bench::run(argc, argv);
+void add_config_reader_rows() {
+  compare("ConfigReader::initialize, 10,000 lines", read_10000_settings,
+          {peer("getline, std::unordered_map", 1.4, getline_and_unordered_map)});
 }
+
+}  // namespace bench::configuration

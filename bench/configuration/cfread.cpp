@@ -19,17 +19,17 @@
 #include <glib.h>
 #include <ini.h>
 
+#include "configuration/rows.h"
 #include "support/comparison.h"
 
+namespace bench::configuration {
 namespace {
 
+using benchmark::State;
 using rkutils::internal::UniqueFile;
 
 constexpr char kPath[] = "/tmp/bench.conf";
 constexpr int kLines = 10000;
-
-std::string key(int number) { return "interface." + std::to_string(number) + ".address"; }
-std::string value(int number) { return "192.0.2." + std::to_string(number % 256); }
 
 // One file for all: a group for those that want one, which the others read as a key without value.
 bool write_file() {
@@ -50,16 +50,15 @@ struct CloseTable {
 };
 using Table = std::unique_ptr<cfread_table, CloseTable>;
 
-void open_table(benchmark::State& state) {
+void open_table(State& state) {
   path();
   for (auto _ : state) {
     const Table table(cfread_open(path()));
     if (table == nullptr || table->count != kLines) state.SkipWithError("not read");
   }
 }
-BENCHMARK(open_table)->Unit(benchmark::kMillisecond);
 
-void open_gkeyfile(benchmark::State& state) {
+void open_gkeyfile(State& state) {
   path();
   for (auto _ : state) {
     GKeyFile* const file = g_key_file_new();
@@ -69,7 +68,6 @@ void open_gkeyfile(benchmark::State& state) {
     g_key_file_free(file);
   }
 }
-BENCHMARK(open_gkeyfile)->Unit(benchmark::kMillisecond);
 
 // A line taken apart in one pass over its bytes, with the rules and the limits.
 struct ScannedLine {
@@ -174,7 +172,7 @@ class LeastTable {
   std::vector<std::uint32_t> buckets_;
 };
 
-void open_least(benchmark::State& state) {
+void open_least(State& state) {
   path();
   for (auto _ : state) {
     LeastTable table;
@@ -182,7 +180,6 @@ void open_least(benchmark::State& state) {
     if (table.size() != kLines) state.SkipWithError("not read");
   }
 }
-BENCHMARK(open_least)->Unit(benchmark::kMillisecond);
 
 // All keys in an order that is not the file's.
 std::vector<std::string> shuffled_keys() {
@@ -195,7 +192,7 @@ std::vector<std::string> shuffled_keys() {
   return keys;
 }
 
-void lookup(benchmark::State& state) {
+void lookup(State& state) {
   const std::vector<std::string> keys = shuffled_keys();
   const Table table(cfread_open(path()));
   auto next = keys.begin();
@@ -205,9 +202,8 @@ void lookup(benchmark::State& state) {
     if (++next == keys.end()) next = keys.begin();
   }
 }
-BENCHMARK(lookup);
 
-void lookup_unordered_map(benchmark::State& state) {
+void lookup_unordered_map(State& state) {
   const std::vector<std::string> keys = shuffled_keys();
   std::unordered_map<std::string, std::string> map;
   for (int i = 0; i < kLines; ++i) map[key(i)] = value(i);
@@ -218,14 +214,13 @@ void lookup_unordered_map(benchmark::State& state) {
     if (++next == keys.end()) next = keys.begin();
   }
 }
-BENCHMARK(lookup_unordered_map);
 
 int count_entry(const char* /*key*/, const char* /*value*/, void* count) {
   ++*static_cast<int*>(count);
   return 0;
 }
 
-void parse(benchmark::State& state) {
+void parse(State& state) {
   path();
   for (auto _ : state) {
     int count = 0;
@@ -233,7 +228,6 @@ void parse(benchmark::State& state) {
     if (count != kLines) state.SkipWithError("not read");
   }
 }
-BENCHMARK(parse)->Unit(benchmark::kMillisecond);
 
 int count_ini_entry(void* count, const char* /*section*/, const char* /*name*/,
                     const char* /*value*/) {
@@ -241,7 +235,7 @@ int count_ini_entry(void* count, const char* /*section*/, const char* /*name*/,
   return 1;
 }
 
-void parse_inih(benchmark::State& state) {
+void parse_inih(State& state) {
   path();
   for (auto _ : state) {
     int count = 0;
@@ -249,9 +243,8 @@ void parse_inih(benchmark::State& state) {
     if (count != kLines) state.SkipWithError("not read");
   }
 }
-BENCHMARK(parse_inih)->Unit(benchmark::kMillisecond);
 
-void parse_least(benchmark::State& state) {
+void parse_least(State& state) {
   path();
   // Called as a program's function is.
   int (*volatile callback)(const char*, const char*, void*) = count_entry;
@@ -261,7 +254,6 @@ void parse_least(benchmark::State& state) {
     if (count != kLines) state.SkipWithError("not read");
   }
 }
-BENCHMARK(parse_least)->Unit(benchmark::kMillisecond);
 
 void free_lines(list_node& list) {
   list_node* link = nullptr;
@@ -273,7 +265,7 @@ void free_lines(list_node& list) {
   }
 }
 
-void lines(benchmark::State& state) {
+void lines(State& state) {
   path();
   for (auto _ : state) {
     list_node list = LIST_NODE_INIT(list);
@@ -281,9 +273,8 @@ void lines(benchmark::State& state) {
     free_lines(list);
   }
 }
-BENCHMARK(lines)->Unit(benchmark::kMillisecond);
 
-void lines_getline(benchmark::State& state) {
+void lines_getline(State& state) {
   path();
   for (auto _ : state) {
     std::list<std::string> list;
@@ -293,9 +284,8 @@ void lines_getline(benchmark::State& state) {
     if (list.size() != kLines + 1) state.SkipWithError("not read");
   }
 }
-BENCHMARK(lines_getline)->Unit(benchmark::kMillisecond);
 
-void lines_least(benchmark::State& state) {
+void lines_least(State& state) {
   path();
   for (auto _ : state) {
     list_node list = LIST_NODE_INIT(list);
@@ -313,17 +303,19 @@ void lines_least(benchmark::State& state) {
     free_lines(list);
   }
 }
-BENCHMARK(lines_least)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  bench::compare("open_table", "open_gkeyfile", 0.8);
-  bench::compare("open_table", "open_least", 1.1);
-  bench::compare("lookup", "lookup_unordered_map", 1.2);
-  bench::compare("parse", "parse_inih", 0.22);
-  bench::compare("parse", "parse_least", 1.1);
-  bench::compare("lines", "lines_getline", 1.3);
-  bench::compare("lines", "lines_least", 1.05);
-  return bench::run(argc, argv);
+void add_cfread_rows() {
+  compare("cfread_open, 10,000 lines", open_table,
+          {peer("GKeyFile", 0.8, open_gkeyfile),
+           floor("scan, three allocations, index", 1.1, open_least)});
+  compare("lookup in it", lookup, {peer("std::unordered_map", 1.2, lookup_unordered_map)});
+  compare("cfread_parse_with_callback, 10,000", parse,
+          {peer("inih", 0.22, parse_inih), floor("one byte scan", 1.1, parse_least)});
+  compare("read_file_lines, 10,000", lines,
+          {peer("getline into std::list", 1.3, lines_getline),
+           floor("fgets and two allocations", 1.05, lines_least)});
 }
+
+}  // namespace bench::configuration
