@@ -1,4 +1,5 @@
-// show-files: prints one-line files, such as those below /proc/sys and /tmp/status, with their names.
+// show-files: prints one-line files, such as those below /proc/sys and /tmp/status, with their
+// names.
 //
 //     show-files FILE...
 

@@ -1,5 +1,5 @@
-// The configuration daemon's client: the batch that is fetched, with the same daemon beside the bare
-// exchange of its datagrams and with another daemon beside sd-bus; and the list of queries.
+// The configuration daemon's client: the batch that is fetched, with the same daemon beside the
+// bare exchange of its datagrams and with another daemon beside sd-bus; and the list of queries.
 
 #include <rkutils/configd.h>
 #include <rkutils/internal/unique_fd.h>

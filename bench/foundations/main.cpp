@@ -1,8 +1,8 @@
 // The foundations beside what a developer would use otherwise, and beside plain code that does the
 // least that each kind of work takes.
 //
-// Such code, a floor, is called as the library is where the work is one short call: through a pointer
-// that the compiler cannot see through, as the linker's table is one.
+// Such code, a floor, is called as the library is where the work is one short call: through a
+// pointer that the compiler cannot see through, as the linker's table is one.
 
 #include "foundations/rows.h"
 #include "support/comparison.h"

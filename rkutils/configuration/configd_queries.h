@@ -17,8 +17,8 @@ struct QueuedQuery {
   QueuedQuery* next_of_bucket;
 };
 
-// Finds a queued query by its key, given with its hash, without walking the list. All zero bytes are an empty index, as
-// the handle's memory is. The queries belong to the list.
+// Finds a queued query by its key, given with its hash, without walking the list. All zero bytes
+// are an empty index, as the handle's memory is. The queries belong to the list.
 class QueryIndex {
  public:
   [[nodiscard]] QueuedQuery* find(const char* key, std::uint32_t hash) const noexcept;

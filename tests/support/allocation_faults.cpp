@@ -54,8 +54,8 @@ thread_local bool recording = false;
 thread_local std::size_t recorded_count = 0;
 thread_local std::size_t recorded[kMostRecorded];
 
-// While the C library is inside calloc() or realloc(): musl's call malloc(), which is no allocation of
-// the caller's then.
+// While the C library is inside calloc() or realloc(): musl's call malloc(), which is no allocation
+// of the caller's then.
 thread_local bool inside = false;
 
 // What the allocator's first callers reach, before the sanitizer is ready to check anything.

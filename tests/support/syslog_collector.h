@@ -14,9 +14,9 @@
 namespace support {
 
 // One message: its level (LOG_ERR and so on) and its text, which are compared; and who logged it.
-// Some C libraries, musl among them, end every message with a newline that has none, and cut it at 1024
-// bytes with all that stands before the text. With those a newline at the end says nothing and is not
-// compared, nor is what follows the first 900 bytes.
+// Some C libraries, musl among them, end every message with a newline that has none, and cut it at
+// 1024 bytes with all that stands before the text. With those a newline at the end says nothing and
+// is not compared, nor is what follows the first 900 bytes.
 struct LogLine {
   int level;
   std::string text;

@@ -24,7 +24,8 @@ class Slots {
   // The slot of the entry with this key, or kNone. The hash is the key's, by internal::hash_text().
   [[nodiscard]] std::int32_t find(const char* key, std::uint32_t hash) const noexcept;
 
-  // The lowest free slot, after adding 64 slots where all are taken; kNone when that cannot be done.
+  // The lowest free slot, after adding 64 slots where all are taken; kNone when that cannot be
+  // done.
   [[nodiscard]] std::int32_t find_free() noexcept;
 
   // Puts an entry into a free slot.

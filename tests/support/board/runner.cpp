@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -46,8 +47,7 @@ constexpr std::size_t kMostOutput = std::size_t{256} * 1024;
   for (const std::string& word : test.command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   if (::chdir(test.folder.c_str()) == 0) ::execvp(words[0], words.data());
-  const std::string complaint = test.command[0] + ": " + std::strerror(errno) + "\n";
-  static_cast<void>(::write(STDERR_FILENO, complaint.data(), complaint.size()));
+  ::dprintf(STDERR_FILENO, "%s: %s\n", words[0], std::strerror(errno));
   ::_exit(kCannotStart);
 }
 

@@ -42,7 +42,8 @@ void mount_at(const std::string& source, const std::string& target, const char* 
             target);
 }
 
-// Not bind(): for strings that would be std::bind() where <functional> is included, which does nothing.
+// Not bind(): for strings that would be std::bind() where <functional> is included, which does
+// nothing.
 void bind_mount(const std::string& source, const std::string& target) {
   mount_at(source, target, nullptr, MS_BIND | MS_REC);
 }

@@ -86,7 +86,8 @@ TEST(FailingAllocation, MakesNewThrowOrGiveNull) {
 }
 
 TEST(FailingAllocation, LeavesABlockThatCannotGrow) {
-  auto* const block = static_cast<char*>(std::malloc(4));
+  // Volatile: the compiler would take the block for freed.
+  char* volatile block = static_cast<char*>(std::malloc(4));
   ASSERT_NE(block, nullptr);
   std::memcpy(block, "abc", 4);
   {

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -37,8 +37,9 @@ class BoardRunner : public testing::Test {
   }
 
   static std::string results() {
-    std::ifstream file(kResults);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << std::ifstream(kResults).rdbuf();
+    return text.str();
   }
 
   void TearDown() override {
