@@ -93,7 +93,7 @@ RK_API int dropfile(const char* path);
  * Returns 0, for an empty text always; or -1: a NULL argument; the file cannot be opened, logged as
  * LOG_ERR "unable to open %s for writing"; writing or closing failed, which is not logged and
  * leaves a part of the text or none. errno is cleared first: it tells what failed, and is 0 after a
- * text was written.
+ * text was written, also through interruptions.
  *
  * Not atomic: a reader can find the file empty for a moment.
  */

@@ -243,11 +243,16 @@ TEST_F(Writefile, WaitsForAFifosReaderThroughSignals) {
   make_fifo(at("fifo"));
   const Interruption interruption;
   int result = -1;
-  std::thread writer([&] { result = writefile(at("fifo").c_str(), "text"); });
+  int error = -1;
+  std::thread writer([&] {
+    result = writefile(at("fifo").c_str(), "text");
+    error = errno;
+  });
   for (int i = 0; i < 5; ++i) Interruption::send(writer);
   EXPECT_EQ(contents_of(at("fifo")), "text\n");
   writer.join();
   EXPECT_EQ(result, 0);
+  EXPECT_EQ(error, 0);
 }
 
 // Interrupted, a write to a full FIFO tells of a part, or of nothing yet.

@@ -53,7 +53,9 @@ int writefile(const char* path, const char* text) {
     return -1;
   }
   if (!write_line(file.get(), text)) return -1;
-  return ::close(file.release()) == 0 ? 0 : -1;
+  if (::close(file.release()) != 0) return -1;
+  errno = 0;  // also where a call was interrupted, and repeated
+  return 0;
 }
 
 int delete_regular_file(const char* path) {
