@@ -741,6 +741,21 @@ TEST_F(CopyDirectory, OntoOrIntoItselfIsRefusedAndChangesNothing) {
   EXPECT_EQ(tree(), before);
 }
 
+TEST_F(CopyDirectory, OfAFileOntoItselfFailsAndChangesNothing) {
+  make_folders(at("from"));
+  make_folders(at("to"));
+  put(at("from/file"), "text");
+  ASSERT_EQ(::link(at("from/file").c_str(), at("to/file").c_str()), 0);
+  const Tree hard_link = tree();
+  EXPECT_EQ(copy("from", "to"), -1);
+  EXPECT_EQ(tree(), hard_link);
+  std::filesystem::remove(at("from/file"));
+  make_link("../to/file", at("from/file"));
+  const Tree link = tree();
+  EXPECT_EQ(copy("from", "to"), -1);
+  EXPECT_EQ(tree(), link);
+}
+
 TEST_F(CopyDirectory, OutOfItselfIsAllowed) {
   make_folders(at("top/from/a"));
   put(at("top/from/a/file"), "text");

@@ -1,6 +1,7 @@
 // What the walks through trees are made of.
 
 #include <rkutils/foundations/file/path_text.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/file/tree.h>
 #include <rkutils/internal/unique_fd.h>
 
@@ -153,6 +154,22 @@ TEST_F(PathTextTest, DoesNotFollowWhatIsNoLinkOrTooLong) {
   ASSERT_TRUE(path.assign((folder + "/fits").c_str()));
   ASSERT_TRUE(path.follow_link());
   EXPECT_EQ(path.get(), folder + "/" + fits);
+}
+
+using SetDirectoryMode = FileTest;
+
+TEST_F(SetDirectoryMode, WhereItCannotBeDoneByNameDoesNotFollowALink) {
+  make_folders(at("target"));
+  make_link("target", at("link"));
+  bool directory = false;
+  bool link = true;
+  support::run_with_failing_calls({{support::SystemCall::kChangeModeByName, EOPNOTSUPP}}, [&] {
+    directory = rkutils::file::set_directory_mode(AT_FDCWD, at("target").c_str(), 0711);
+    link = rkutils::file::set_directory_mode(AT_FDCWD, at("link").c_str(), 0700);
+  });
+  EXPECT_TRUE(directory);
+  EXPECT_FALSE(link);
+  EXPECT_EQ(mode_of(at("target")), 0711U);
 }
 
 UniqueFd open_folder(int directory, const std::string& name) {

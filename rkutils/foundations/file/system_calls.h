@@ -30,8 +30,9 @@ constexpr mode_t kCreationMode = 0x755;
 // Writes all of it, however many pieces the kernel takes it in. On failure a part may be written.
 [[nodiscard]] bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept;
 
-// Gives a directory its mode whatever the umask, also one that its owner may not read. A link that
-// has come into its place is not followed: that fails.
+// Gives a directory its mode whatever the umask; where the kernel or the C library can do it by
+// name, also one that its owner may not read. A link that has come into its place is not followed:
+// that fails.
 [[nodiscard]] bool set_directory_mode(int directory, const char* name, mode_t mode) noexcept;
 
 // Whether the two are one file, under whatever names.
