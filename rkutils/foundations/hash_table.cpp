@@ -73,8 +73,8 @@ std::uint32_t add_byte(std::uint32_t hash, unsigned char byte) noexcept {
 }
 
 // Each byte is added to the hash before it as add_byte() does. What that does to the hash before is
-// the shifting alone, and done twice it is h ^ (h << 10), four times h ^ (h << 20), the rest cancels
-// out. So four bytes are put together first, and the hash waits once for all of them.
+// the shifting alone, and done twice it is h ^ (h << 10), four times h ^ (h << 20), the rest
+// cancels out. So four bytes are put together first, and the hash waits once for all of them.
 std::uint32_t hash_of(const char* key) noexcept {
   const auto* bytes = reinterpret_cast<const unsigned char*>(key);
   std::uint32_t hash = 0;

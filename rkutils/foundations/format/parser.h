@@ -51,7 +51,7 @@ const char* parse(const char* format, Conversion& conversion) noexcept;
 void take_width(Arguments& arguments, Conversion& conversion) noexcept;
 void take_precision(Arguments& arguments, Conversion& conversion) noexcept;
 
-// The same for a conversion of its kind alone, or of "l" and its kind, as most are. NULL, with
+// As parse(), for a conversion of its kind alone, or of "l" and its kind, as most are. NULL, with
 // nothing read, for others: flags, digits, "." and "*" all come before the letters.
 inline const char* parse_plain(const char* format, Conversion& conversion) noexcept {
   const bool is_long = *format == 'l';

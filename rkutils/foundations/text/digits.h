@@ -1,5 +1,6 @@
-// Digits of unsigned numbers, counted, and written from the last one. A division of 64 bits, or by a radix that
-// the compiler does not know, is a slow call on a 32-bit processor: there is none per digit.
+// Digits of unsigned numbers, counted, and written from the last one. A division of 64 bits, or by
+// a radix that the compiler does not know, is a slow call on a 32-bit processor: there is none per
+// digit.
 #ifndef RKUTILS_FOUNDATIONS_TEXT_DIGITS_H
 #define RKUTILS_FOUNDATIONS_TEXT_DIGITS_H
 
@@ -26,8 +27,8 @@ inline unsigned count_bits(std::uint64_t value) noexcept {
 
 // Digits of `value` in base 10, at least one.
 inline unsigned count_decimal_digits(std::uint64_t value) noexcept {
-  // A bit is log10(2) digits, a little more than 1233 / 4096. That gives the digits less one, or one
-  // more than that.
+  // A bit is log10(2) digits, a little more than 1233 / 4096. That gives the digits less one, or
+  // one more than that.
   const unsigned digits = count_bits(value) * 1233 / 4096;
   return value < kPowersOfTen[digits] ? digits : digits + 1;
 }
