@@ -1,18 +1,27 @@
 #include "support/failing_calls.h"
 
+#include <rkutils/internal/unique_fd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <future>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace support {
 namespace {
+
+using rkutils::internal::UniqueFd;
 
 // Kernels of 6.6 and above have it, and C libraries use it before their headers tell its number,
 // which is the same on all machines.
@@ -55,31 +64,81 @@ void check(bool done, const char* step) {
   if (!done) throw std::system_error(errno, std::generic_category(), step);
 }
 
-// The filter is for the calling thread alone, and for all of its life.
-void make_fail(const std::vector<FailingCall>& calls) {
+// Whether the filter, which cannot count, is to ask about each call.
+bool is_asked_about(const FailingCall& failing) {
+  return failing.done != 0 || failing.times != FailingCall{}.times || failing.meanwhile;
+}
+
+// The filter is for the calling thread alone, and for all of its life. Gives the descriptor that
+// its questions come from.
+UniqueFd make_fail(const std::vector<FailingCall>& calls) {
   std::vector<sock_filter> program = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   for (const FailingCall& failing : calls) {
+    const unsigned verdict = is_asked_about(failing)
+                                 ? SECCOMP_RET_USER_NOTIF
+                                 : SECCOMP_RET_ERRNO | static_cast<unsigned>(failing.error);
     for (const unsigned number : numbers_of(failing.call)) {
       program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1));
-      program.push_back(
-          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(failing.error)));
+      program.push_back(BPF_STMT(BPF_RET | BPF_K, verdict));
     }
   }
   program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
   const sock_fprog filter = {static_cast<unsigned short>(program.size()), program.data()};
   check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "no new privileges");
-  check(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) == 0, "seccomp");
+  UniqueFd questions(static_cast<int>(
+      ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &filter)));
+  check(static_cast<bool>(questions), "seccomp");
+  return questions;
+}
+
+FailingCall& find_call(std::vector<FailingCall>& calls, int number) {
+  return *std::find_if(calls.begin(), calls.end(), [number](const FailingCall& failing) {
+    const std::vector<unsigned> numbers = numbers_of(failing.call);
+    return std::count(numbers.begin(), numbers.end(), static_cast<unsigned>(number)) != 0;
+  });
+}
+
+// Decides about a call, and counts it.
+void answer(FailingCall& failing, seccomp_notif_resp& response) {
+  if (failing.done == 0 && failing.times > 0) {
+    if (failing.meanwhile) std::exchange(failing.meanwhile, nullptr)();
+    --failing.times;
+    response.error = -failing.error;
+    return;
+  }
+  if (failing.done > 0) --failing.done;
+  response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+}
+
+// Answers the filter's questions until its thread has ended.
+void answer_all(int questions, std::vector<FailingCall> calls) {
+  for (;;) {
+    pollfd ready = {questions, POLLIN, 0};
+    if (::poll(&ready, 1, -1) < 0 && errno == EINTR) continue;
+    if ((ready.revents & POLLIN) == 0) return;
+    seccomp_notif question = {};
+    check(::ioctl(questions, SECCOMP_IOCTL_NOTIF_RECV, &question) == 0, "question");
+    seccomp_notif_resp response = {};
+    response.id = question.id;
+    answer(find_call(calls, question.data.nr), response);
+    check(::ioctl(questions, SECCOMP_IOCTL_NOTIF_SEND, &response) == 0, "answer");
+  }
 }
 
 }  // namespace
 
 void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action) {
+  std::promise<UniqueFd> questions;
   std::thread thread([&] {
-    make_fail(calls);
+    questions.set_value(make_fail(calls));
     action();
   });
+  {
+    const UniqueFd asked = questions.get_future().get();
+    answer_all(asked.get(), calls);
+  }
   thread.join();
 }
 

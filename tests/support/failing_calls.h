@@ -3,6 +3,7 @@
 #define TESTS_SUPPORT_FAILING_CALLS_H
 
 #include <functional>
+#include <limits>
 #include <vector>
 
 namespace support {
@@ -21,10 +22,15 @@ enum class SystemCall {
 struct FailingCall {
   SystemCall call;
   int error;  // what errno is then; 0: the call gives 0
+  // Which of them fail: all, or only `times` of them after the first `done`, which are done.
+  unsigned done = 0;
+  unsigned times = std::numeric_limits<unsigned>::max();
+  // What happens meanwhile, on the caller's thread, just before the first of them fails.
+  std::function<void()> meanwhile = {};
 };
 
-// Calls `action` on a thread of its own in which the system calls fail, all of their kind and
-// without doing anything, and returns when it has ended. Not more than a few calls.
+// Calls `action` on a thread of its own in which the system calls fail, without doing anything, and
+// returns when it has ended. Not more than a few calls, each of another kind.
 void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action);
 

@@ -1,10 +1,12 @@
 #include "support/failing_calls.h"
 
 #include <cerrno>
+#include <thread>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -94,6 +96,33 @@ TEST_F(FailingCalls, FailEachWithItsOwnError) {
       });
   EXPECT_EQ(errors[0], EXDEV);
   EXPECT_EQ(errors[1], EILSEQ);
+}
+
+// Four calls, of which the two after the first fail.
+TEST_F(FailingCalls, FailOnlySoManyAfterSoManyWereDone) {
+  std::vector<mode_t> modes;
+  std::vector<int> errors;
+  mode_t meanwhile = 0;
+  const auto caller = std::this_thread::get_id();
+  bool on_caller = false;
+  const auto look = [&] {
+    meanwhile = mode();
+    on_caller = std::this_thread::get_id() == caller;
+    EXPECT_EQ(::chmod(kPath, 0640), 0);  // it fails on the other thread only
+  };
+  run_with_failing_calls(
+      {{SystemCall::kRead, EILSEQ}, {SystemCall::kChangeModeByDescriptor, EXDEV, 1, 2, look}}, [&] {
+        for (const mode_t wanted : {0611U, 0622U, 0633U, 0644U}) {
+          errno = 0;
+          ::fchmod(first_, wanted);
+          errors.push_back(errno);
+          modes.push_back(mode());
+        }
+      });
+  EXPECT_THAT(errors, testing::ElementsAre(0, EXDEV, EXDEV, 0));
+  EXPECT_THAT(modes, testing::ElementsAre(0611, 0640, 0640, 0644));
+  EXPECT_EQ(meanwhile, 0611U);
+  EXPECT_TRUE(on_caller);
 }
 
 TEST_F(FailingCalls, LeaveOtherCallsAndThreadsAlone) {
