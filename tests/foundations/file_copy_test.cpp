@@ -347,6 +347,37 @@ TEST_F(CopyFile, LetsTheKernelCopyFromOneDiskToAnother) {
   EXPECT_TRUE(contents_of(at("two")) == text);
 }
 
+TEST_F(CopyFile, GoesOnInTheKernelAfterAnInterruption) {
+  const std::string text = varied_text(100000);
+  put(at("one"), text);
+  int result = -1;
+  support::run_with_failing_calls({{SystemCall::kCopyRange, EINTR, 0, 1},
+                                   {SystemCall::kSendfile, EIO},
+                                   {SystemCall::kRead, EIO}},
+                                  [&] { result = copy("one", "two"); });
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(contents_of(at("two")) == text);
+}
+
+// A FIFO takes what it has room for at once: a portion that is followed by a failure.
+TEST_F(CopyFile, GoesOnWhereTheKernelFailsOrIsInterruptedAfterAPortion) {
+  const std::string text = varied_text(300000);
+  put(at("one"), text);
+  make_fifo(at("fifo"));
+  for (const int error : {EIO, EINTR}) {
+    std::string received;
+    std::thread reader([&] { received = contents_of(at("fifo")); });
+    int result = -1;
+    bool failed = false;
+    support::run_with_failing_calls({{SystemCall::kSendfile, error, 1, 1, [&] { failed = true; }}},
+                                    [&] { result = copy("one", "fifo"); });
+    reader.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(failed);
+    EXPECT_TRUE(received == text) << error;
+  }
+}
+
 // While the copy waits for a FIFO's data, all that it has open is there to be seen.
 class CopyDescriptors : public FileTest {
  protected:

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -284,6 +285,53 @@ TEST_F(DeleteDirectory, GetsBackOutOfAnUnsearchableDirectoryDeepDown) {
     EXPECT_EQ(tree().size(), static_cast<std::size_t>(depth) + 2) << depth;  // the way to "x"
     std::filesystem::remove_all(at("top"));
   }
+}
+
+// The C library lists a directory of this many entries in several calls. Of "top", which holds
+// little, it takes one for the entries and one for their end.
+class HalfListed : public DeletionTest {
+ protected:
+  HalfListed() {
+    make_folders(at("top/sub"));
+    for (int i = 0; i < kEntries; ++i) put(at("top/sub/" + std::to_string(i)), "");
+  }
+
+  // Deletes "top", but the second call that lists "sub" fails, after `meanwhile`.
+  int delete_top(const std::function<void()>& meanwhile) {
+    int result = -1;
+    bool failed = false;
+    support::run_with_failing_calls({{support::SystemCall::kList, EIO, 3, 1,
+                                      [&] {
+                                        failed = true;
+                                        meanwhile();
+                                      }}},
+                                    [&] { result = delete_directory(at("top").c_str()); });
+    EXPECT_TRUE(failed);
+    return result;
+  }
+
+  static constexpr int kEntries = 5000;
+};
+
+// What was listed of it are no names of the directory above.
+TEST_F(HalfListed, IsLeftWithoutDeletingWhatHasTheSameNamesAboveIt) {
+  EXPECT_EQ(delete_top([&] {
+              for (int i = 0; i < kEntries; ++i) put(at("top/" + std::to_string(i)), "");
+            }),
+            0);
+  EXPECT_EQ(tree_of(at("top/sub")).size(), std::size_t{kEntries});
+  EXPECT_EQ(tree_of(at("top")).size(), std::size_t{2 * kEntries} + 1);
+}
+
+// Its name has moved in memory, to where there was room for those of its entries.
+TEST_F(HalfListed, IsRemovedWhenItIsEmptyMeanwhile) {
+  EXPECT_EQ(delete_top([&] {
+              for (int i = 0; i < kEntries; ++i) {
+                std::filesystem::remove(at("top/sub/" + std::to_string(i)));
+              }
+            }),
+            0);
+  EXPECT_THAT(tree(), IsEmpty());
 }
 
 // A directory above the one that is walked is moved away, far enough down to have been closed.
