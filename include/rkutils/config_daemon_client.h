@@ -88,7 +88,8 @@ class RK_API ConfigDaemonClient {
   /*
    * Asks for the value of `key` and stores the number that it begins with, as atoi() reads it:
    * leading blanks, a sign and decimal digits, whatever follows them; 0 where there is no number,
-   * the empty text included. A number outside of an int becomes what the C library makes of it.
+   * the empty text included. A number that an int cannot hold wraps in 32 bits, on every host:
+   * "4294967298" is 2.
    *
    * Returns what `value` then holds; it is unchanged after a failure, as with getValue().
    */

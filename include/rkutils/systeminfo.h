@@ -25,7 +25,8 @@
  * said, so for the real user of a set-user-id program.
  *
  * Numbers are read as atoi(3) does: white space, a sign, digits, and what follows is ignored; a
- * text that is no number gives 0. For one that an int cannot hold, the C library decides.
+ * text that is no number gives 0. One that an int cannot hold wraps in 32 bits, on every host:
+ * "4294967298" is 2.
  *
  * RESULTS THAT OTHER CALLS OVERWRITE. Copy what is to be kept.
  *   - readfile()'s: by get_product(), get_extension_variant(), has_poe(), and by dwhw() as long as

@@ -1,10 +1,10 @@
 #include <rkutils/config_daemon_client.h>
 #include <rkutils/configuration/indexed_key.h>
+#include <rkutils/foundations/text/decimal.h>
 #include <rkutils/memory.h>
 
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
@@ -54,13 +54,11 @@ class SingleEntry {
   }
 
   [[nodiscard]] const char* value() const noexcept { return entries_[0].value; }
+  [[nodiscard]] long number() const noexcept { return rkutils::text::read_decimal(value()); }
 
  private:
   configd_query entries_[2] = {};  // the second one's empty key ends the array
 };
-
-// Deliberately atoi(): programs count on a text without a number being 0.
-long to_number(const char* text) noexcept { return std::atoi(text); }
 
 }  // namespace
 
@@ -98,7 +96,7 @@ String& ConfigDaemonClient::getValue(String const& key, String& value) const {
 
 long ConfigDaemonClient::getValueAsInt(String const& key, long& value) const {
   SingleEntry entry;
-  if (entry.set_key(key) && entry.fetch(connection_)) value = to_number(entry.value());
+  if (entry.set_key(key) && entry.fetch(connection_)) value = entry.number();
   return value;
 }
 
@@ -112,6 +110,6 @@ String& ConfigDaemonClient::getIndexedValue(String const& key, unsigned long ind
 long ConfigDaemonClient::getIndexedValueAsInt(String const& key, unsigned long index,
                                               long& value) const {
   SingleEntry entry;
-  if (entry.set_key(key, index) && entry.fetch(connection_)) value = to_number(entry.value());
+  if (entry.set_key(key, index) && entry.fetch(connection_)) value = entry.number();
   return value;
 }

@@ -423,7 +423,10 @@ INSTANTIATE_TEST_SUITE_P(
                     NumberCase{"AHexadecimalSuffix", "1Fh", 1},
                     NumberCase{"ADecimalPoint", "1.9", 1},
                     NumberCase{"TheLargest", "2147483647", 2147483647},
-                    NumberCase{"TheSmallest", "-2147483648", -2147483647L - 1}),
+                    NumberCase{"TheSmallest", "-2147483648", -2147483647L - 1},
+                    NumberCase{"OneAboveTheLargest", "2147483648", -2147483647L - 1},
+                    NumberCase{"OneBelowTheSmallest", "-2147483649", 2147483647},
+                    NumberCase{"OneThatWraps", "4294967298", 2}),
     support::CaseName());
 
 // The call by its name, for what all getters do alike. It makes the text of the output from what it

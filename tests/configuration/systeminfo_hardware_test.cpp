@@ -32,19 +32,21 @@ struct Text {
 
 // What files with these texts give as numbers.
 auto numbers() {
-  return testing::Values(Text{"Plain", "18\n", 18}, Text{"NoNewline", "18", 18},
-                         Text{"Zero", "0\n", 0}, Text{"WhiteSpace", " \t\n18 \n", 18},
-                         Text{"Negative", "-5\n", -5}, Text{"TextBehind", "18a\n", 18},
-                         Text{"TwoLines", "18\n19\n", 18}, Text{"NoNumber", "abc\n", 0},
-                         Text{"Hexadecimal", "0x12\n", 0},
-                         Text{"Largest", "2147483647", 2147483647}, Text{"Empty", "", -1},
-                         Text{"OnlyWhiteSpace", " \r\n\t\n", -1},
-                         Text{"BeginsWithNul",
-                              std::string("\0"
-                                          "18\n",
-                                          4),
-                              -1},
-                         Text{"Huge", "18" + std::string(1000000, ' ') + "9", 18});
+  return testing::Values(
+      Text{"Plain", "18\n", 18}, Text{"NoNewline", "18", 18}, Text{"Zero", "0\n", 0},
+      Text{"WhiteSpace", " \t\n18 \n", 18}, Text{"Negative", "-5\n", -5},
+      Text{"TextBehind", "18a\n", 18}, Text{"TwoLines", "18\n19\n", 18},
+      Text{"NoNumber", "abc\n", 0}, Text{"Hexadecimal", "0x12\n", 0},
+      Text{"Largest", "2147483647", 2147483647},
+      Text{"AboveTheLargest", "2147483648", -2147483647 - 1},
+      Text{"BelowTheSmallest", "-2147483649", 2147483647}, Text{"Wraps", "4294967298", 2},
+      Text{"Empty", "", -1}, Text{"OnlyWhiteSpace", " \r\n\t\n", -1},
+      Text{"BeginsWithNul",
+           std::string("\0"
+                       "18\n",
+                       4),
+           -1},
+      Text{"Huge", "18" + std::string(1000000, ' ') + "9", 18});
 }
 
 class DwhwText : public HardwareTest, public testing::WithParamInterface<Text> {};

@@ -325,11 +325,14 @@ INSTANTIATE_TEST_SUITE_P(
         Number{"WhiteSpace", "NAME= \t12\n", 12}, Number{"Negative", "NAME=-12\n", -12},
         Number{"PlusSign", "NAME=+12\n", 12}, Number{"Largest", "NAME=2147483647\n", 2147483647},
         Number{"Smallest", "NAME=-2147483648\n", -2147483647 - 1},
-        Number{"LeadingZeros", "NAME=012\n", 12}, Number{"Hexadecimal", "NAME=0x12\n", 0},
-        Number{"TextBehind", "NAME=12abc\n", 12}, Number{"NoNumber", "NAME=abc\n", 0},
-        Number{"OnlyTheNewline", "NAME=\n", 0}, Number{"Zero", "NAME=0\n", 0},
-        Number{"Empty", "NAME=\"\"\n", -1}, Number{"Missing", "OTHER=12\n", -1},
-        Number{"TheFirstIsEmpty", "NAME=\"\"\nNAME=12\n", -1}, Number{"EmptyTable", "", -1}),
+        Number{"AboveTheLargest", "NAME=2147483648\n", -2147483647 - 1},
+        Number{"BelowTheSmallest", "NAME=-2147483649\n", 2147483647},
+        Number{"Wraps", "NAME=4294967298\n", 2}, Number{"LeadingZeros", "NAME=012\n", 12},
+        Number{"Hexadecimal", "NAME=0x12\n", 0}, Number{"TextBehind", "NAME=12abc\n", 12},
+        Number{"NoNumber", "NAME=abc\n", 0}, Number{"OnlyTheNewline", "NAME=\n", 0},
+        Number{"Zero", "NAME=0\n", 0}, Number{"Empty", "NAME=\"\"\n", -1},
+        Number{"Missing", "OTHER=12\n", -1}, Number{"TheFirstIsEmpty", "NAME=\"\"\nNAME=12\n", -1},
+        Number{"EmptyTable", "", -1}),
     support::CaseName());
 
 using SysteminfoGetintNull = SysteminfoInit;

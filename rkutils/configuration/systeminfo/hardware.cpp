@@ -1,9 +1,9 @@
 // The hardware as the kernel and the device files tell it.
 
+#include <rkutils/foundations/text/decimal.h>
 #include <rkutils/systeminfo.h>
 
 #include <cstdint>
-#include <cstdlib>
 
 #include <unistd.h>
 
@@ -22,7 +22,7 @@ constexpr std::int32_t kUnknown = -1;
 
 std::int32_t read_number(const char* path) {
   const char* const text = readfile(path);
-  return *text == '\0' ? kUnknown : std::atoi(text);
+  return *text == '\0' ? kUnknown : rkutils::text::read_decimal(text);
 }
 
 }  // namespace

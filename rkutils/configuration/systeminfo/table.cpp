@@ -1,6 +1,7 @@
 // The table of the image's variables.
 
 #include <rkutils/configuration/systeminfo/lines.h>
+#include <rkutils/foundations/text/decimal.h>
 #include <rkutils/internal/line_reader.h>
 #include <rkutils/internal/unique_file.h>
 #include <rkutils/memory.h>
@@ -98,7 +99,7 @@ const char* systeminfo_getvar(const systeminfo* info, const char* name) {
 
 int systeminfo_getint(const systeminfo* info, const char* name) {
   const char* const value = systeminfo_getvar(info, name);
-  return *value == '\0' ? -1 : std::atoi(value);
+  return *value == '\0' ? -1 : rkutils::text::read_decimal(value);
 }
 
 void systeminfo_free(systeminfo* info) {

@@ -76,15 +76,11 @@ void write_formatted(char* destination, long length, const char* format, va_list
 // Apart from where a character fits, which needs no memory for it then.
 [[gnu::noinline]] String& concat_character(String& text, char c) { return text.concat(&c, 1); }
 
-bool is_white(char character) {
-  return character == ' ' || (character >= '\t' && character <= '\r');
-}
-
 // What %i of C99 reads into an int. The C library is not asked: newer ones know "0b" too, some take
 // a lone "0x" for 0, and they differ in what becomes of numbers that an int cannot hold.
 long read_integer(const char* s) {
   constexpr long kNoNumber = -1;
-  while (is_white(*s)) ++s;
+  while (text::is_white(*s)) ++s;
   const bool negative = *s == '-';
   if (*s == '-' || *s == '+') ++s;
   unsigned base = *s == '0' ? 8 : 10;
@@ -444,13 +440,13 @@ String& String::replace(char from, char to) {
 String& String::trim() {
   const char* const begin = c_str();
   const char* const end = begin + length();
-  const char* const first = std::find_if_not(begin, end, is_white);
+  const char* const first = std::find_if_not(begin, end, text::is_white);
   if (first == end) {
     take_empty();
     return *this;
   }
   const char* last = end;
-  while (is_white(last[-1])) --last;
+  while (text::is_white(last[-1])) --last;
   const long kept = last - first;
   if (kept == length()) return *this;
   if (is_private()) {

@@ -1,10 +1,15 @@
-// Letters and digits of ASCII, whatever the locale.
+// Kinds of ASCII characters, whatever the locale.
 #ifndef RKUTILS_FOUNDATIONS_TEXT_ASCII_H
 #define RKUTILS_FOUNDATIONS_TEXT_ASCII_H
 
 namespace rkutils::text {
 
 constexpr bool is_digit(char character) noexcept { return character >= '0' && character <= '9'; }
+
+// What the C library calls white space where no locale is set: blank, \t, \n, \v, \f and \r.
+constexpr bool is_white(char character) noexcept {
+  return character == ' ' || (character >= '\t' && character <= '\r');
+}
 
 constexpr bool is_upper(char character) noexcept { return character >= 'A' && character <= 'Z'; }
 
