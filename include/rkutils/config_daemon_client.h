@@ -35,7 +35,7 @@
  * queue of a hung daemon is full.
  *
  * Threads and signals: an object is for one thread at a time, as its String arguments are. Every
- * exchange leaves SIGPIPE at its default action. Not for signal handlers.
+ * wait for a reply leaves SIGPIPE at its default action. Not for signal handlers.
  */
 #ifndef RKUTILS_CONFIG_DAEMON_CLIENT_H
 #define RKUTILS_CONFIG_DAEMON_CLIENT_H
@@ -55,7 +55,10 @@ class RK_API ConfigDaemonClient {
   ConfigDaemonClient(const ConfigDaemonClient&) = delete;
   ConfigDaemonClient& operator=(const ConfigDaemonClient&) = delete;
 
-  /* The virtual members stay in this order: programs derive from the class. */
+  /*
+   * The virtual members stay in this order: programs derive from the class. Members do not call
+   * each other through the virtual table: a derived class overrides each one that it wants changed.
+   */
 
   /*
    * Assigns `value`, of up to 1023 characters, to `key`.

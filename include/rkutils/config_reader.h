@@ -21,7 +21,7 @@
  * The first setting of a key counts. Later ones are reported and ignored.
  *
  * Two things that files have come to depend on:
- *   - A key behind two or more blanks keeps the second one: "  key=1" is the setting " key".
+ *   - A key behind two or more such bytes keeps the second one: "  key=1" is the setting " key".
  *   - Lines are read in pieces of up to 1022 characters, and each piece of a longer line is a line
  *     of its own: one that continues a value says nothing, unless there is a "=" in it. A NUL ends
  *     a piece early, and what follows it in the piece is not seen.
@@ -41,7 +41,8 @@
  *
  * Threads and signals: nothing is locked. Several threads may call getters of one reader as long as
  * none calls anything else, and as long as they only read what they get: a copy of a String counts
- * itself in the text that it shares with the reader. Not for signal handlers.
+ * itself in the text that it shares with the reader. A call that a signal interrupts goes on. Not
+ * for signal handlers.
  */
 #ifndef RKUTILS_CONFIG_READER_H
 #define RKUTILS_CONFIG_READER_H
@@ -62,7 +63,11 @@ class RK_API ConfigReader {
   ConfigReader(const ConfigReader&) = delete;
   ConfigReader& operator=(const ConfigReader&) = delete;
 
-  /* The virtual members stay in this order: programs derive from the class. */
+  /*
+   * The virtual members stay in this order: programs derive from the class. Members do not call
+   * each other through the virtual table, but for initialize(), which calls cleanup(): a derived
+   * class overrides each one that it wants changed. Keys and patterns end at their first NUL.
+   */
 
   /*
    * Drops what the reader holds, calling cleanup() as a derived class may have it, and reads the
@@ -94,8 +99,9 @@ class RK_API ConfigReader {
   /*
    * The value of `key` as a number: 1 for "on" and 0 for "off", in any case of letters; otherwise
    * what valueOf32() of <rkutils/text.h> makes of it: decimal, binary with a "b" at its end, octal
-   * with an "o", hexadecimal with an "h" or "x", 0 for the empty text, and a number without meaning
-   * for any other text. `def` when the key has no value.
+   * with an "o", hexadecimal with an "h" or "x", 0 for the empty text. Another lower-case letter at
+   * the end is dropped, so that "12m" is 12; any other text gives a number without meaning. `def`
+   * when the key has no value.
    */
   virtual long getValueAsInt(String const& key, long def) const;
 
@@ -103,7 +109,8 @@ class RK_API ConfigReader {
    * As getValue() for the key that the pattern `key` makes of `index`. The pattern is a format of
    * String::format() for one unsigned long, such as "card%lu.name". Write it in the program's text:
    * a pattern with another conversion reads values that nobody passed, and one of a stranger's can
-   * read and write the program's memory, or ask for more of it than there is.
+   * read and write the program's memory, or ask for more of it than there is. A pattern that makes
+   * more than INT_MAX characters makes no key, and `def` is returned.
    */
   virtual String const& getIndexedValue(String const& key, unsigned long index,
                                         String const& def) const;
@@ -126,7 +133,8 @@ class RK_API ConfigReader {
   /*
    * Copies `n` characters of `src`, counted from its first one that is not a blank, to `dst` of
    * `dstSize` bytes, without the blanks at their end, and ends them with a NUL. Only the space
-   * counts as a blank. `dst` may overlap `src`.
+   * counts as a blank. `dst` may overlap `src`. `src` needs no NUL when there are `n` characters,
+   * one at least, behind its leading blanks.
    *
    * Returns 1. 0, with `dst` untouched, when there are fewer than `n` characters behind the leading
    * blanks, when `n` and the NUL do not fit into `dstSize`, for a negative `n`, and for NULL.

@@ -114,13 +114,6 @@ class RK_API INStringHashTable {
    */
   unsigned long getLongestChain() const noexcept;
 
-  /*
-   * For the library alone, which does not export it: addEntry() where there is no entry with that
-   * key, in one walk of the chain. False, with nothing added, where there is one. `key` must not be
-   * NULL.
-   */
-  RK_LOCAL bool addNewEntry(const char* key, void* value);
-
  private:
   struct Node;
 

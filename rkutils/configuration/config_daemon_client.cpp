@@ -5,19 +5,20 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <optional>
 
 namespace {
 
-// Whether a text of this length, negative where it has none, and its NUL fit into a field.
+// The characters of a text that, with its NUL, fills a field.
 template <std::size_t kSize>
-constexpr bool fits(const char (&/*field*/)[kSize], long length) noexcept {
-  return length >= 0 && length < static_cast<long>(kSize);
+constexpr int room_of(const char (&/*field*/)[kSize]) noexcept {
+  return static_cast<int>(kSize) - 1;
 }
 
 // False, with the field as it was, for a text that does not fit.
 template <std::size_t kSize>
 bool copy(char (&field)[kSize], String const& text) noexcept {
-  if (!fits(field, text.length())) return false;
+  if (text.length() > room_of(field)) return false;
   strlcpy(field, text.c_str(), kSize);
   return true;
 }
@@ -29,18 +30,18 @@ class SingleEntry {
 
   // The pattern must fit as a key does, and so must the key that it makes.
   [[nodiscard]] bool set_key(String const& pattern, unsigned long index) {
-    using rkutils::configuration::indexed_key;
-    using rkutils::configuration::indexed_key_length;
-    return fits(entries_[0].key, pattern.length()) &&
-           fits(entries_[0].key, indexed_key_length(pattern, index)) &&
-           copy(entries_[0].key, indexed_key(pattern, index));
+    const int room = room_of(entries_[0].key);
+    if (pattern.length() > room) return false;
+    const std::optional<String> key = rkutils::configuration::indexed_key(pattern, index, room);
+    return key && set_key(*key);
   }
 
   [[nodiscard]] bool set_value(String const& value) noexcept {
     return copy(entries_[0].value, value);
   }
 
-  bool set_value(long value) noexcept {
+  // True, as with a text that fits: every number does.
+  [[nodiscard]] bool set_value(long value) noexcept {
     std::snprintf(entries_[0].value, sizeof entries_[0].value, "%ld", value);
     return true;
   }

@@ -10,9 +10,11 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace internal = rkutils::internal;
+using rkutils::configuration::indexed_key;
 
 namespace {
 
@@ -36,14 +38,17 @@ String const* find(INStringHashTable const* table, char const* key) noexcept {
   return static_cast<String const*>(value);
 }
 
-bool insert(INStringHashTable& table, char const* key, String const& value) {
+// Looks before anything is made for the value: a duplicate needs no memory.
+bool is_new(INStringHashTable const& table, char const* key, char const* value) noexcept {
+  if (find(&table, key) == nullptr) return true;
+  std::printf("cfg: Ignoring duplicate tag:%s=%s\n", key, value);
+  return false;
+}
+
+void insert(INStringHashTable& table, char const* key, String const& value) {
   auto stored = std::make_unique<String>(value);
-  if (!table.addNewEntry(key, stored.get())) {
-    std::printf("cfg: Ignoring duplicate tag:%s=%s\n", key, value.c_str());
-    return false;
-  }
+  table.addEntry(key, stored.get());
   static_cast<void>(stored.release());  // the table's from now on
-  return true;
 }
 
 // ---- Reading a file ----
@@ -74,10 +79,11 @@ void read_line(INStringHashTable& table, char* line) {
   if (*line == '#') return;
   char* const equals = std::strchr(line, '=');
   if (equals == nullptr) return;
-  char* const value = equals + 1;
-  char* const end = value + std::strlen(value);
+  char* const behind = equals + 1;
+  char* const end = behind + std::strlen(behind);
   char const* const key = strip_key(line, equals);
-  insert(table, key, strip_value(value, end));
+  char const* const value = strip_value(behind, end);
+  if (is_new(table, key, value)) insert(table, key, value);
 }
 
 void read_file(INStringHashTable& table, std::FILE* file) {
@@ -136,15 +142,19 @@ long ConfigReader::getValueAsInt(String const& key, long def) const {
 
 String const& ConfigReader::getIndexedValue(String const& key, unsigned long index,
                                             String const& def) const {
-  return ConfigReader::getValue(rkutils::configuration::indexed_key(key, index), def);
+  const std::optional<String> made = indexed_key(key, index);
+  return made ? ConfigReader::getValue(*made, def) : def;
 }
 
 long ConfigReader::getIndexedValueAsInt(String const& key, unsigned long index, long def) const {
-  return ConfigReader::getValueAsInt(rkutils::configuration::indexed_key(key, index), def);
+  const std::optional<String> made = indexed_key(key, index);
+  return made ? ConfigReader::getValueAsInt(*made, def) : def;
 }
 
 bool ConfigReader::add(String const& key, String const& value) {
-  return table_ != nullptr && insert(*table_, key.c_str(), value);
+  if (table_ == nullptr || !is_new(*table_, key.c_str(), value.c_str())) return false;
+  insert(*table_, key.c_str(), value);
+  return true;
 }
 
 // The interface has these two as members, and their arguments not const.

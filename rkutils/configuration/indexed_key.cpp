@@ -6,14 +6,12 @@
 
 namespace rkutils::configuration {
 
-String indexed_key(String const& pattern, unsigned long index) {
-  String key;
-  key.format(pattern.c_str(), index);
+std::optional<String> indexed_key(String const& pattern, unsigned long index, int most) {
+  const int length = strlenf(pattern.c_str(), index);
+  if (length < 0 || length > most) return std::nullopt;
+  std::optional<String> key(std::in_place, "", length);  // with a buffer of its own
+  if (length > 0) key->format(pattern.c_str(), index);   // else it would take the shared one
   return key;
-}
-
-int indexed_key_length(String const& pattern, unsigned long index) noexcept {
-  return strlenf(pattern.c_str(), index);
 }
 
 }  // namespace rkutils::configuration

@@ -4,14 +4,15 @@
 
 #include <rkutils/string.h>
 
+#include <climits>
+#include <optional>
+
 namespace rkutils::configuration {
 
-// The key that String::format() makes of the pattern and the index.
-String indexed_key(String const& pattern, unsigned long index);
-
-// Its length, before it is made: a width in the pattern may ask for gigabytes. Negative above
-// INT_MAX.
-int indexed_key_length(String const& pattern, unsigned long index) noexcept;
+// The key that String::format() makes of the pattern and the index; nothing when it would have more
+// than `most` characters. It is not made to find that out: a width in the pattern may ask for
+// gigabytes. The shared empty text is not touched, so that threads may do this at the same time.
+std::optional<String> indexed_key(String const& pattern, unsigned long index, int most = INT_MAX);
 
 }  // namespace rkutils::configuration
 

@@ -210,13 +210,6 @@ bool INStringHashTable::addEntry(const char* key, void* value) {
   return true;
 }
 
-bool INStringHashTable::addNewEntry(const char* key, void* value) {
-  Node** const link = find_link(&buckets_[hash_of(key) & mask_], key);
-  if (*link != nullptr) return false;
-  *link = new Node(key, value);
-  return true;
-}
-
 bool INStringHashTable::getValueFromKey(const char* key, void** value) const noexcept {
   return key != nullptr && find_value(buckets_[hash_of(key) & mask_], key, value);
 }

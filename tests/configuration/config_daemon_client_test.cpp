@@ -12,19 +12,18 @@
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
+#include "support/member_type.h"
 #include "support/small_stack.h"
 #include "support/virtual_slot.h"
 
 namespace {
 
+using support::kIs;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
 // ---- What the class is ----
-
-template <auto Member, typename Expected>
-constexpr bool kIs = std::is_same_v<decltype(Member), Expected>;
 
 using Client = ConfigDaemonClient;
 static_assert(kIs<&Client::setValue, bool (Client::*)(String const&, String const&) const>);
@@ -79,6 +78,65 @@ TEST_F(ConfigDaemonClientTest, IsDestroyedThroughAPointer) {
   EXPECT_THAT(client_files(), SizeIs(1));
   client.reset();
   EXPECT_THAT(client_files(), IsEmpty());
+}
+
+// Notes which of its members are called.
+class NotingClient : public ConfigDaemonClient {
+ public:
+  bool setValue(String const& key, String const& value) const override {
+    calls_.emplace_back("setValue");
+    return ConfigDaemonClient::setValue(key, value);
+  }
+  bool setValueAsInt(String const& key, long value) const override {
+    calls_.emplace_back("setValueAsInt");
+    return ConfigDaemonClient::setValueAsInt(key, value);
+  }
+  bool setIndexedValue(String const& key, unsigned long index, String const& value) const override {
+    calls_.emplace_back("setIndexedValue");
+    return ConfigDaemonClient::setIndexedValue(key, index, value);
+  }
+  bool setIndexedValueAsInt(String const& key, unsigned long index, long value) const override {
+    calls_.emplace_back("setIndexedValueAsInt");
+    return ConfigDaemonClient::setIndexedValueAsInt(key, index, value);
+  }
+  String& getValue(String const& key, String& value) const override {
+    calls_.emplace_back("getValue");
+    return ConfigDaemonClient::getValue(key, value);
+  }
+  long getValueAsInt(String const& key, long& value) const override {
+    calls_.emplace_back("getValueAsInt");
+    return ConfigDaemonClient::getValueAsInt(key, value);
+  }
+  String& getIndexedValue(String const& key, unsigned long index, String& value) const override {
+    calls_.emplace_back("getIndexedValue");
+    return ConfigDaemonClient::getIndexedValue(key, index, value);
+  }
+  long getIndexedValueAsInt(String const& key, unsigned long index, long& value) const override {
+    calls_.emplace_back("getIndexedValueAsInt");
+    return ConfigDaemonClient::getIndexedValueAsInt(key, index, value);
+  }
+
+  [[nodiscard]] const std::vector<std::string>& calls() const { return calls_; }
+
+ private:
+  mutable std::vector<std::string> calls_;
+};
+
+TEST_F(ConfigDaemonClientTest, CallsNoMemberAsADerivedClassHasIt) {
+  const NotingClient client;
+  EXPECT_TRUE(client.setValue("a", "1"));
+  EXPECT_TRUE(client.setValueAsInt("b", 2));
+  EXPECT_TRUE(client.setIndexedValue("c%lu", 3, "3"));
+  EXPECT_TRUE(client.setIndexedValueAsInt("d%lu", 4, 4));
+  String text;
+  EXPECT_EQ(client.getValue("a", text), "1");
+  EXPECT_EQ(client.getIndexedValue("c%lu", 3, text), "3");
+  long number = 0;
+  EXPECT_EQ(client.getValueAsInt("b", number), 2);
+  EXPECT_EQ(client.getIndexedValueAsInt("d%lu", 4, number), 4);
+  EXPECT_THAT(client.calls(),
+              ElementsAre("setValue", "setValueAsInt", "setIndexedValue", "setIndexedValueAsInt",
+                          "getValue", "getIndexedValue", "getValueAsInt", "getIndexedValueAsInt"));
 }
 
 TEST_F(ConfigDaemonClientTest, DoesNotDisturbAnother) {
@@ -172,6 +230,8 @@ TEST_F(ConfigDaemonClientSet, OfAnEmptyKeyFailsWithoutAnExchange) {
   EXPECT_FALSE(client_->setValueAsInt("", 1));
   EXPECT_FALSE(client_->setIndexedValue("", 1, "1"));
   EXPECT_FALSE(client_->setIndexedValueAsInt("", 1, 1));
+  EXPECT_FALSE(client_->setIndexedValue("%.0lu", 0, "1"));
+  EXPECT_FALSE(client_->setIndexedValueAsInt("%.0lu", 0, 1));
   EXPECT_EQ(client_socket_id(), socket_before);
   EXPECT_THAT(daemon_->requests(), IsEmpty());
 }
@@ -352,6 +412,21 @@ TEST_F(ConfigDaemonClientGet, DoesNotTakeAPlainKeyForAPattern) {
   EXPECT_THAT(daemon_->requests(), ElementsAre(query_of("a%lu%s"), query_of("a%lu%s")));
 }
 
+TEST_F(ConfigDaemonClientGet, AsksForWhatIsBeforeANul) {
+  daemon_->set_value("a1", "5");
+  const String key = String("a1").concat("\0hidden", 7);
+  const String pattern = String("a%lu").concat("\0%s", 3);
+  String value;
+  EXPECT_EQ(client_->getValue(key, value), "5");
+  value = "";
+  EXPECT_EQ(client_->getIndexedValue(pattern, 1, value), "5");
+  long number = 0;
+  EXPECT_EQ(client_->getValueAsInt(key, number), 5);
+  number = 0;
+  EXPECT_EQ(client_->getIndexedValueAsInt(pattern, 1, number), 5);
+  EXPECT_THAT(daemon_->requests(), testing::Each(query_of("a1")));
+}
+
 TEST_F(ConfigDaemonClientGet, TakesTheLongestKeyAndPattern) {
   String value;
   long number = 0;
@@ -386,11 +461,16 @@ TEST_F(ConfigDaemonClientGet, OfAnEmptyKeyIsTheEmptyTextWithoutAnExchange) {
   EXPECT_EQ(client_->getValue("", value), "");
   value = "before";
   EXPECT_EQ(client_->getIndexedValue("", 1, value), "");
+  value = "before";
+  EXPECT_EQ(client_->getIndexedValue("%.0lu", 0, value), "");
   long number = 7;
   EXPECT_EQ(client_->getValueAsInt("", number), 0);
   EXPECT_EQ(number, 0);
   number = 7;
   EXPECT_EQ(client_->getIndexedValueAsInt("", 1, number), 0);
+  EXPECT_EQ(number, 0);
+  number = 7;
+  EXPECT_EQ(client_->getIndexedValueAsInt("%.0lu", 0, number), 0);
   EXPECT_EQ(number, 0);
 }
 

@@ -5,10 +5,13 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstddef>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <new>
@@ -27,6 +30,7 @@
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
 #include "support/language_allocation.h"
+#include "support/member_type.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 #include "support/standard_output.h"
@@ -34,13 +38,11 @@
 
 namespace {
 
+using support::kIs;
 using support::standard_output_of;
 using testing::ElementsAre;
 
 // ---- What the class is ----
-
-template <auto Member, typename Expected>
-constexpr bool kIs = std::is_same_v<decltype(Member), Expected>;
 
 using Reader = ConfigReader;
 static_assert(kIs<&Reader::initialize, bool (Reader::*)(String const&, unsigned long)>);
@@ -553,6 +555,48 @@ TEST_F(ConfigReaderTest, IsDestroyedThroughAPointer) {
   EXPECT_EQ(watch.unfreed(), 0);
 }
 
+// Notes which of its getters are called.
+class NotingReader : public ConfigReader {
+ public:
+  String const& getValue(String const& key, String const& def) const override {
+    calls_.emplace_back("getValue");
+    return ConfigReader::getValue(key, def);
+  }
+  long getValueAsInt(String const& key, long def) const override {
+    calls_.emplace_back("getValueAsInt");
+    return ConfigReader::getValueAsInt(key, def);
+  }
+  String const& getIndexedValue(String const& key, unsigned long index,
+                                String const& def) const override {
+    calls_.emplace_back("getIndexedValue");
+    return ConfigReader::getIndexedValue(key, index, def);
+  }
+  long getIndexedValueAsInt(String const& key, unsigned long index, long def) const override {
+    calls_.emplace_back("getIndexedValueAsInt");
+    return ConfigReader::getIndexedValueAsInt(key, index, def);
+  }
+
+  [[nodiscard]] const std::vector<std::string>& calls() const { return calls_; }
+
+ private:
+  mutable std::vector<std::string> calls_;
+};
+
+TEST_F(ConfigReaderTest, CallsNoGetterAsADerivedClassHasIt) {
+  write_file("a1=5\n");
+  NotingReader reader;
+  reader.initialize(kPath, 16);
+  EXPECT_TRUE(reader.add("b1", "6"));
+  EXPECT_THAT(reader.calls(), testing::IsEmpty());
+  const String def;
+  EXPECT_EQ(reader.getValue("a1", def), "5");
+  EXPECT_EQ(reader.getValueAsInt("a1", 0), 5);
+  EXPECT_EQ(reader.getIndexedValue("a%lu", 1, def), "5");
+  EXPECT_EQ(reader.getIndexedValueAsInt("a%lu", 1, 0), 5);
+  EXPECT_THAT(reader.calls(),
+              ElementsAre("getValue", "getValueAsInt", "getIndexedValue", "getIndexedValueAsInt"));
+}
+
 // ---- Exceptions ----
 
 TEST_F(ConfigReaderTest, IsEmptyAfterASizeThatIsRefused) {
@@ -632,6 +676,37 @@ TEST_F(ConfigReaderWithoutMemory, AddsNothing) {
   EXPECT_EQ(value("b"), "(none)");
   EXPECT_EQ(value("a"), "1");
   EXPECT_TRUE(reader_.add(key, value_added));
+}
+
+TEST_F(ConfigReaderWithoutMemory, RefusesADuplicateAllTheSame) {
+  read("a=1\n");
+  const String key("a");
+  const String second("2");
+  bool added = true;
+  const std::string output = standard_output_of([&] {
+    std::printf("one line, for which stdio has its buffer\n");
+    const support::FailingAllocation failing(1);
+    added = reader_.add(key, second);
+  });
+  EXPECT_EQ(output, "one line, for which stdio has its buffer\ncfg: Ignoring duplicate tag:a=2\n");
+  EXPECT_FALSE(added);
+  EXPECT_EQ(value("a"), "1");
+}
+
+TEST_F(ConfigReaderTest, AllocatesNothingForADuplicate) {
+  const auto allocations_of = [this](const std::string& contents) {
+    write_file(contents);
+    const String path(kPath);
+    unsigned long allocations = 0;
+    standard_output_of([&] {
+      std::printf("one line, for which stdio has its buffer\n");
+      const unsigned long before = support::allocation_count();
+      reader_.initialize(path, 16);
+      allocations = support::allocation_count() - before;
+    });
+    return allocations;
+  };
+  EXPECT_EQ(allocations_of("a=1\na=2\na=3\n"), allocations_of("a=1\n"));
 }
 
 // ---- Adding ----
@@ -717,6 +792,71 @@ TEST_F(ConfigReaderTest, PutsTheIndexIntoThePattern) {
   EXPECT_EQ(reader_.getIndexedValue("if2.name", 9, def), "wan");
 }
 
+TEST_F(ConfigReaderTest, TakesAPatternThatMakesTheEmptyKey) {
+  read("=5\n");
+  const String def("default");
+  for (const char* pattern : {"", "%.0lu"}) {
+    EXPECT_EQ(reader_.getIndexedValue(pattern, 0, def), "5") << pattern;
+    EXPECT_EQ(reader_.getIndexedValueAsInt(pattern, 0, 7), 5) << pattern;
+  }
+}
+
+TEST_F(ConfigReaderTest, GivesTheDefaultForAPatternBeyondAnyKey) {
+  read("=5\n");
+  const String def("default");
+  for (const char* pattern : {"%2147483647lu%%", "%9999999999lu"}) {
+    EXPECT_EQ(&reader_.getIndexedValue(pattern, 1, def), &def) << pattern;
+    EXPECT_EQ(reader_.getIndexedValueAsInt(pattern, 1, 7), 7) << pattern;
+  }
+}
+
+TEST_F(ConfigReaderTest, LooksForWhatIsBeforeANul) {
+  read("a1=5\n");
+  const String key = String("a1").concat("\0hidden", 7);
+  const String pattern = String("a%lu").concat("\0%s", 3);
+  EXPECT_EQ(reader_.getValue(key, String::EMPTY()), "5");
+  EXPECT_EQ(reader_.getValueAsInt(key, 0), 5);
+  EXPECT_EQ(reader_.getIndexedValue(pattern, 1, String::EMPTY()), "5");
+  EXPECT_EQ(reader_.getIndexedValueAsInt(pattern, 1, 0), 5);
+}
+
+// The empty text is the one String that threads could share unseen, and its count is a plain number:
+// a getter that made use of it would be seen here to change it.
+TEST_F(ConfigReaderTest, AnswersTwoThreadsAtOnce) {
+  constexpr int kRounds = 5000;
+  read("a1=5\n=6\n");
+  const long uses_before = String::EMPTY().useCount();
+  int wrong[2] = {};
+  std::atomic<int> asking = 2;
+  const auto ask = [this, &asking](int& wrong_answers) {
+    const String key("a1");
+    const String pattern("a%lu");
+    const String empty_pattern("%.0lu");
+    const String def("default");
+    for (int i = 0; i < kRounds; ++i) {
+      const bool right = reader_.getValue(key, def)[0] == '5' &&
+                         reader_.getValueAsInt(key, 0) == 5 &&
+                         reader_.getIndexedValue(pattern, 1, def)[0] == '5' &&
+                         reader_.getIndexedValueAsInt(pattern, 1, 0) == 5 &&
+                         &reader_.getIndexedValue(pattern, 2, def) == &def &&
+                         reader_.getIndexedValueAsInt(empty_pattern, 0, 0) == 6;
+      if (!right) ++wrong_answers;
+    }
+    --asking;
+  };
+  std::thread one(ask, std::ref(wrong[0]));
+  std::thread other(ask, std::ref(wrong[1]));
+  int uses_seen = 0;
+  while (asking > 0) {
+    if (String::EMPTY().useCount() != uses_before) ++uses_seen;
+  }
+  one.join();
+  other.join();
+  EXPECT_THAT(wrong, ElementsAre(0, 0));
+  EXPECT_EQ(uses_seen, 0);
+  EXPECT_EQ(String::EMPTY().useCount(), uses_before);
+}
+
 TEST_F(ConfigReaderTest, DoesNotTakeAPlainKeyForAPattern) {
   read("if%lu=plain\n");
   EXPECT_EQ(value("if%lu"), "plain");
@@ -759,7 +899,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Number{"OneThatWraps", "4294967298", 2},
                     // Words that are neither: numbers without meaning, and always these.
                     Number{"OnAndMore", "on!", ('!' - '0') + 10 * ('n' - '0') + 100 * ('o' - '0')},
-                    Number{"Yes", "yes", ('e' - '0') + 10 * ('y' - '0')}),
+                    Number{"Yes", "yes", ('e' - '0') + 10 * ('y' - '0')},
+                    Number{"AnotherLetterAtTheEnd", "12m", 12}),
     support::CaseName());
 
 TEST_F(ConfigReaderTest, GivesTheDefaultNumberForAnAbsentKey) {
@@ -823,6 +964,17 @@ INSTANTIATE_TEST_SUITE_P(Of, ConfigReaderStrip,
                                          Strip{"TheSmallestCount", "ab", INT_MIN, 10, 0, ""},
                                          Strip{"TheLargestCount", "ab", INT_MAX, 10, 0, ""}),
                          support::CaseName());
+
+// Made with new, so that the address sanitizer sees a byte too many read.
+TEST_F(ConfigReaderTest, StripsATextWithoutANul) {
+  const std::unique_ptr<char[]> source(new char[2]{'a', 'b'});
+  char destination[4] = "~~~";
+  EXPECT_EQ(reader_.strcpystrip(destination, sizeof destination, source.get(), 2), 1);
+  EXPECT_STREQ(destination, "ab");
+  const std::unique_ptr<char[]> blank_first(new char[2]{' ', 'c'});
+  EXPECT_EQ(reader_.strcpystrip(destination, sizeof destination, blank_first.get(), 1), 1);
+  EXPECT_STREQ(destination, "c");
+}
 
 TEST_F(ConfigReaderTest, StripsATextInPlace) {
   char text[] = "  a b  ";
