@@ -59,7 +59,7 @@ thread_local std::size_t recorded[kMostRecorded];
 thread_local bool inside = false;
 
 // What the allocator's first callers reach, before the sanitizer is ready to check anything.
-#define UNCHECKED [[gnu::no_sanitize("address", "undefined")]]
+#define UNCHECKED __attribute__((no_sanitize("address", "undefined")))
 
 // Counts an allocation; true when it is to fail.
 UNCHECKED bool fails_now(std::size_t size) noexcept {
