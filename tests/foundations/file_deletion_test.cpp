@@ -320,7 +320,7 @@ TEST_F(HalfListed, IsLeftWithoutDeletingWhatHasTheSameNamesAboveIt) {
             }),
             0);
   EXPECT_EQ(tree_of(at("top/sub")).size(), std::size_t{kEntries});
-  EXPECT_EQ(tree_of(at("top")).size(), std::size_t{2 * kEntries} + 1);
+  EXPECT_EQ(tree_of(at("top")).size(), std::size_t{kEntries} * 2 + 1);
 }
 
 // Its name has moved in memory, to where there was room for those of its entries.
