@@ -1,8 +1,9 @@
 #include <rkutils/config_reader.h>
 #include <rkutils/configuration/indexed_key.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/hash_table.h>
-#include <rkutils/internal/line_reader.h>
-#include <rkutils/internal/unique_file.h>
+#include <rkutils/internal/unique_fd.h>
 #include <rkutils/text.h>
 
 #include <algorithm>
@@ -13,13 +14,12 @@
 #include <optional>
 #include <utility>
 
-namespace internal = rkutils::internal;
 using rkutils::configuration::indexed_key;
 
 namespace {
 
 // Longer lines arrive in several pieces.
-constexpr std::size_t kLineSize = 1023;
+constexpr std::size_t kPieceLength = 1022;
 
 // ---- The settings: a table whose values are Strings of its owner's ----
 
@@ -86,10 +86,13 @@ void read_line(INStringHashTable& table, char* line) {
   if (is_new(table, key, value)) insert(table, key, value);
 }
 
-void read_file(INStringHashTable& table, std::FILE* file) {
-  char line[kLineSize];
-  internal::LineReader lines(file, line, sizeof line);
-  while (lines.next()) read_line(table, line);
+// False when the file cannot be opened.
+bool read_file(INStringHashTable& table, String const& path) {
+  rkutils::internal::UniqueFd file = rkutils::file::open_to_read(path.c_str());
+  if (!file) return false;
+  rkutils::file::LineSource lines(std::move(file), kPieceLength);
+  while (char* const line = lines.next()) read_line(table, line);
+  return true;
 }
 
 void report_unopened(String const& path) {
@@ -118,14 +121,10 @@ bool ConfigReader::initialize(String const& path, unsigned long size) {
   ConfigReader::cleanup();  // a derived class's own may not have called it
 
   Settings settings(new INStringHashTable(size));
-  const internal::UniqueFile file(std::fopen(own_path.c_str(), "re"));
-  if (file != nullptr) {
-    read_file(*settings, file.get());
-  } else {
-    report_unopened(own_path);
-  }
+  const bool opened = read_file(*settings, own_path);
+  if (!opened) report_unopened(own_path);
   table_ = settings.release();
-  return file != nullptr;
+  return opened;
 }
 
 void ConfigReader::cleanup() { const Settings dropped(std::exchange(table_, nullptr)); }

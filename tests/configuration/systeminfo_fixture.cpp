@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <stdexcept>
 
 #include "support/open_descriptors.h"
 
@@ -30,14 +28,6 @@ SysteminfoTest::~SysteminfoTest() { remove_files(); }
 void SysteminfoTest::TearDown() {
   EXPECT_THAT(log_.take(), testing::IsEmpty());
   EXPECT_EQ(support::open_descriptors(), descriptors_before_);
-}
-
-void put(const std::string& path, const std::string& text) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  if (!file.good()) throw std::runtime_error("write " + path);
 }
 
 std::vector<std::string> pieces_of(const std::string& contents, std::size_t size) {

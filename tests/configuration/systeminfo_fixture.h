@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include "support/kernel_folder.h"
+#include "support/put_file.h"
 #include "support/syslog_collector.h"
 
 // Starts on a device that has none of the files. At the end nothing may have been logged, and no
@@ -37,8 +38,7 @@ class HardwareTest : public SysteminfoTest {
   const support::KernelFolder proc_{"/proc"};
 };
 
-// Makes a file with this text, and the folders on its way.
-void put(const std::string& path, const std::string& text);
+using support::put;
 
 // The texts that fgets() gives of a file's contents with a buffer of `size` bytes, up to one that
 // is empty: worked out from its description, for comparison.

@@ -1,15 +1,19 @@
 // The OEM file and the product's name.
 
+#include <rkutils/internal/unique_file.h>
 #include <rkutils/systeminfo.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "support/case_name.h"
+#include "support/interruption.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 #include "support/without_override.h"
@@ -18,6 +22,8 @@
 namespace {
 
 using namespace std::string_literals;
+
+using rkutils::internal::UniqueFile;
 
 // What a line holds at most, less the NUL.
 constexpr std::size_t kLineLength = 1023;
@@ -190,6 +196,23 @@ TEST_F(Oem, ReadsRandomFilesByTheRules) {
 TEST_F(Oem, WorksOnASmallStack) {
   put(kOemFile, "Vendor=abc\n");
   support::run_on_small_stack([] { EXPECT_STREQ(oem("Vendor"), "abc"); });
+}
+
+TEST_F(Oem, ReadsToTheKeyThroughSignals) {
+  std::filesystem::create_directory("/etc/oem");
+  ASSERT_EQ(::mkfifo(kOemFile, 0600), 0);
+  const support::Interruption interruption;
+  std::string vendor;
+  std::thread reader([&] { vendor = oem("Vendor"); });
+  support::Interruption::send(reader);  // while it opens
+  UniqueFile writer(std::fopen(kOemFile, "we"));
+  std::fputs("Model=def\nVen", writer.get());
+  std::fflush(writer.get());
+  support::Interruption::send(reader);  // while it reads
+  std::fputs("dor=abc\n", writer.get());
+  writer.reset();
+  reader.join();
+  EXPECT_EQ(vendor, "abc");
 }
 
 using GetProduct = HardwareTest;

@@ -1,6 +1,5 @@
 #include "file_fixture.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -11,7 +10,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -24,8 +22,6 @@ namespace {
 void check(bool done, const std::string& step) {
   if (!done) throw std::system_error(errno, std::generic_category(), step);
 }
-
-std::atomic<int> interruptions = 0;
 
 std::string octal(mode_t mode) {
   char text[16];
@@ -84,13 +80,6 @@ void TinyDisk::make_read_only() {
         "remount " + folder_);
 }
 
-void put(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  check(file.good(), "write " + path);
-}
-
 std::string contents_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   check(file.good(), "read " + path);
@@ -134,35 +123,4 @@ std::string path_of_length(const std::string& folder, std::size_t length) {
   if (length - path.size() > kNameLength + 1) path += "/" + std::string(kNameLength / 2, 'd');
   path += "/";
   return path + std::string(length - path.size(), 'e');
-}
-
-void run_for_nobody(const std::function<void()>& action) {
-  // Users too are a thread's own, as long as it is not the C library that changes them.
-#ifdef SYS_setresuid32
-  constexpr long kSetresuid = SYS_setresuid32;
-#else
-  constexpr long kSetresuid = SYS_setresuid;
-#endif
-  constexpr uid_t kNobody = 65534;
-  std::thread thread([&] {
-    check(::syscall(kSetresuid, kNobody, uid_t{0}, uid_t{0}) == 0, "setresuid");
-    action();
-  });
-  thread.join();
-}
-
-Interruption::Interruption() {
-  struct sigaction action = {};
-  action.sa_handler = [](int) { ++interruptions; };
-  check(::sigaction(SIGUSR1, &action, &before_) == 0, "sigaction");
-}
-
-Interruption::~Interruption() { ::sigaction(SIGUSR1, &before_, nullptr); }
-
-void Interruption::send(std::thread& thread) {
-  const int before = interruptions;
-  ::usleep(20000);
-  ::pthread_kill(thread.native_handle(), SIGUSR1);
-  for (int waits = 0; interruptions == before && waits < 5000; ++waits) ::usleep(1000);
-  EXPECT_NE(interruptions, before) << "the thread has ended";
 }

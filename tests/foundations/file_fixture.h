@@ -3,15 +3,16 @@
 #ifndef TESTS_FOUNDATIONS_FILE_FIXTURE_H
 #define TESTS_FOUNDATIONS_FILE_FIXTURE_H
 
-#include <csignal>
-#include <functional>
+#include <cstddef>
 #include <map>
 #include <string>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <sys/types.h>
 
+#include "support/for_nobody.h"
+#include "support/interruption.h"
+#include "support/put_file.h"
 #include "support/syslog_collector.h"
 #include "support/without_override.h"
 
@@ -56,7 +57,6 @@ class TinyDisk {
   std::string folder_;
 };
 
-void put(const std::string& path, const std::string& text);
 std::string contents_of(const std::string& path);
 bool exists(const std::string& path);  // a link that leads nowhere does
 mode_t mode_of(const std::string& path);
@@ -70,25 +70,9 @@ void exchange_paths(const std::string& one, const std::string& other);
 // least two.
 std::string path_of_length(const std::string& folder, std::size_t length);
 
+using support::Interruption;
+using support::put;
+using support::run_for_nobody;
 using support::run_without_override;
-
-// Calls `action` on a thread whose real user is nobody and whose effective user is root, as in a
-// set-user-id program, and returns when it has ended.
-void run_for_nobody(const std::function<void()>& action);
-
-// Interrupts threads in what they wait for: with a signal whose handler ends it with EINTR.
-class Interruption {
- public:
-  Interruption();
-  ~Interruption();
-  Interruption(const Interruption&) = delete;
-  Interruption& operator=(const Interruption&) = delete;
-
-  // Gives the thread a moment to come to its wait, and returns when the handler has run in it.
-  static void send(std::thread& thread);
-
- private:
-  struct sigaction before_ = {};
-};
 
 #endif

@@ -1,4 +1,6 @@
 #include <rkutils/configuration/cfread/include_stack.h>
+#include <rkutils/configuration/cfread/line.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/memory.h>
 
 #include <new>
@@ -8,7 +10,8 @@ namespace rkutils::cfread {
 
 using internal::UniqueFd;
 
-OpenFile::OpenFile(UniqueFd file, const char* its_path) noexcept : lines(std::move(file)) {
+OpenFile::OpenFile(UniqueFd file, const char* its_path) noexcept
+    : lines(std::move(file), kPieceLength) {
   strlcpy(path, its_path, sizeof path);
 }
 
@@ -17,7 +20,7 @@ IncludeStack::~IncludeStack() {
 }
 
 bool IncludeStack::push(const char* path) noexcept {
-  UniqueFd descriptor = open_file(path);
+  UniqueFd descriptor = file::open_to_read(path);
   if (!descriptor) return false;
   std::unique_ptr<OpenFile> file(new (std::nothrow) OpenFile(std::move(descriptor), path));
   if (file == nullptr) return false;

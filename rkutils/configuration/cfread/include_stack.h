@@ -2,7 +2,8 @@
 #ifndef RKUTILS_CONFIGURATION_CFREAD_INCLUDE_STACK_H
 #define RKUTILS_CONFIGURATION_CFREAD_INCLUDE_STACK_H
 
-#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/internal/unique_fd.h>
 
 #include <cstddef>
 #include <memory>
@@ -15,7 +16,7 @@ inline constexpr std::size_t kPathSize = 512;
 struct OpenFile {
   OpenFile(internal::UniqueFd file, const char* its_path) noexcept;
 
-  LineSource lines;
+  file::LineSource lines;
   unsigned line_number = 1;
   char path[kPathSize];
   std::unique_ptr<OpenFile> including;  // the file that includes this one, if any

@@ -6,6 +6,9 @@
 
 namespace rkutils::cfread {
 
+// Bytes that are taken for a line, its line feed included; a longer one is several.
+inline constexpr std::size_t kPieceLength = 1023;
+
 // Bytes that a key and a value may have.
 inline constexpr std::ptrdiff_t kMaxTextLength = 255;
 

@@ -71,7 +71,7 @@ bool Parser::open_include(const char* name) {
   if (*name == '/') return open(name, kPathSize);
   char directory[kPathSize];
   strlcpy(directory, including, sizeof directory);
-  char path[kPathSize + LineSource::kPieceLength];
+  char path[kPathSize + kPieceLength];
   std::snprintf(path, sizeof path, "%s/%s", ::dirname(directory), name);
   return open(path, kJoinedPathSize);
 }

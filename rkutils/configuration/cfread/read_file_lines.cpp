@@ -1,6 +1,8 @@
 #include <rkutils/cfread.h>
-#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/configuration/cfread/line.h>
 #include <rkutils/configuration/cfread/text_copy.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 
@@ -13,7 +15,7 @@
 
 namespace {
 
-using rkutils::cfread::LineSource;
+using rkutils::file::LineSource;
 using rkutils::internal::UniqueFd;
 
 constexpr int kOpenFailed = -1;
@@ -33,9 +35,9 @@ file_line* make_line(const char* piece) {
 
 int read_file_lines(const char* path, list_node* list) {
   if (path == nullptr || list == nullptr) return kOpenFailed;
-  UniqueFd file = rkutils::cfread::open_file(path);
+  UniqueFd file = rkutils::file::open_to_read(path);
   if (!file) return kOpenFailed;
-  LineSource lines(std::move(file));
+  LineSource lines(std::move(file), rkutils::cfread::kPieceLength);
   int count = 0;
   while (const char* const piece = lines.next()) {
     ++count;

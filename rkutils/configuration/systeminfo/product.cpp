@@ -1,13 +1,16 @@
 // The product as who sells it names it.
 
 #include <rkutils/configuration/systeminfo/lines.h>
-#include <rkutils/internal/unique_file.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 #include <rkutils/systeminfo.h>
 
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <unistd.h>
 
@@ -33,10 +36,12 @@ const char* oem(const char* key) {
   static char line[kOemSize];
   *line = '\0';
   if (key == nullptr) return line;
-  const rkutils::internal::UniqueFile file(std::fopen(kOemFile, "re"));
+  rkutils::internal::UniqueFd file = rkutils::file::open_to_read(kOemFile);
   if (!file) return line;
-  // Not with a LineReader, which empties its buffer at the end: the last line stays in this one.
-  while (std::fgets(line, sizeof line, file.get()) != nullptr && *line != '\0') {
+  rkutils::file::LineSource lines(std::move(file), sizeof line - 1);
+  while (const char* const piece = lines.next()) {
+    strlcpy(line, piece, sizeof line);
+    if (*line == '\0') break;
     line[std::strcspn(line, "\n")] = '\0';
     const char* const value = rkutils::sysinfo::find_oem_value(line, key);
     if (value != nullptr) return value;

@@ -1,29 +1,32 @@
 // The table of the image's variables.
 
 #include <rkutils/configuration/systeminfo/lines.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/text/decimal.h>
-#include <rkutils/internal/line_reader.h>
-#include <rkutils/internal/unique_file.h>
+#include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 #include <rkutils/systeminfo.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 namespace sysinfo = rkutils::sysinfo;
-namespace internal = rkutils::internal;
+namespace file = rkutils::file;
+
+using rkutils::internal::UniqueFd;
 
 namespace {
 
 constexpr char kVariablesFile[] = "/etc/default/system-info";
 constexpr std::int32_t kMaxVariables = 256;
-constexpr std::size_t kLineSize = 1023;
+constexpr std::size_t kPieceLength = 1022;
 
 // Owns both texts; unused ones are NULL.
 struct Entry {
@@ -63,10 +66,9 @@ bool add(systeminfo& table, const sysinfo::Variable& variable) {
   return true;
 }
 
-bool read_variables(std::FILE* file, systeminfo& table) {
-  char line[kLineSize];
-  internal::LineReader lines(file, line, sizeof line);
-  while (lines.next() && *line != '\0') {
+bool read_variables(UniqueFd opened, systeminfo& table) {
+  file::LineSource lines(std::move(opened), kPieceLength);
+  for (char* line = lines.next(); line != nullptr && *line != '\0'; line = lines.next()) {
     const std::optional<sysinfo::Variable> variable = sysinfo::parse_variable(line);
     if (variable && !add(table, *variable)) return false;
   }
@@ -87,8 +89,8 @@ const char* find_value(const systeminfo* table, const char* name) {
 systeminfo* systeminfo_init(void) {
   UniqueTable table(static_cast<systeminfo*>(zalloc(sizeof(systeminfo))));
   if (!table) return nullptr;
-  const internal::UniqueFile file(std::fopen(kVariablesFile, "re"));
-  if (!file || !read_variables(file.get(), *table)) return nullptr;
+  UniqueFd opened = file::open_to_read(kVariablesFile);
+  if (!opened || !read_variables(std::move(opened), *table)) return nullptr;
   return table.release();
 }
 

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstring>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 const int32_t READFILE_OPEN_FAILED = -1;
@@ -63,7 +62,7 @@ class FileText {
 void read_text(const char* path, char* buffer, std::size_t size) {
   // Whether the real user may read it, which opening does not ask in a set-user-id program.
   if (::access(path, R_OK) != 0) return;
-  const UniqueFd file = rkutils::file::open_at(AT_FDCWD, path, O_RDONLY);
+  const UniqueFd file = rkutils::file::open_to_read(path);
   if (!file) return;
   FileText text(buffer, size);
   while (text.room() > 0) {

@@ -17,6 +17,8 @@ UniqueFd open_at(int directory, const char* name, int flags) noexcept {
   }
 }
 
+UniqueFd open_to_read(const char* path) noexcept { return open_at(AT_FDCWD, path, O_RDONLY); }
+
 ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept {
   for (;;) {
     const ssize_t count = ::read(descriptor, buffer, size);

@@ -24,6 +24,9 @@ constexpr mode_t kCreationMode = 0x755;
 // is created gets mode 0666 less the umask. Opening a FIFO waits for its other end.
 [[nodiscard]] internal::UniqueFd open_at(int directory, const char* name, int flags) noexcept;
 
+// Opens a file for reading, likewise.
+[[nodiscard]] internal::UniqueFd open_to_read(const char* path) noexcept;
+
 // read(2): the number of bytes, 0 at the end, -1 when it failed.
 [[nodiscard]] ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept;
 

@@ -1,31 +1,32 @@
-#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
-#include <fcntl.h>
+#include <sys/types.h>
 
-namespace rkutils::cfread {
+namespace rkutils::file {
 
 using internal::UniqueFd;
 
-UniqueFd open_file(const char* path) noexcept { return file::open_at(AT_FDCWD, path, O_RDONLY); }
-
-LineSource::LineSource(UniqueFd file) noexcept : file_(std::move(file)) { *filled_ = '\0'; }
+LineSource::LineSource(UniqueFd file, std::size_t piece_length) noexcept
+    : file_(std::move(file)), piece_length_(piece_length) {
+  *filled_ = '\0';
+}
 
 char* LineSource::next() noexcept {
   *unread_ = behind_piece_;
   std::size_t searched = 0;
   for (;;) {
     const std::size_t available =
-        std::min(static_cast<std::size_t>(filled_ - unread_), kPieceLength);
+        std::min(static_cast<std::size_t>(filled_ - unread_), piece_length_);
     const void* const line_feed = std::memchr(unread_ + searched, '\n', available - searched);
     if (line_feed != nullptr) {
       return hand_out(static_cast<std::size_t>(static_cast<const char*>(line_feed) - unread_) + 1);
     }
-    if (available == kPieceLength) return hand_out(kPieceLength);
+    if (available == piece_length_) return hand_out(piece_length_);
     searched = available;
     if (!fill()) return hand_out(static_cast<std::size_t>(filled_ - unread_));
   }
@@ -38,7 +39,7 @@ bool LineSource::fill() noexcept {
   std::memmove(buffer_, unread_, kept);
   unread_ = buffer_;
   filled_ = buffer_ + kept;
-  const ssize_t count = file::read_some(file_.get(), filled_, kBufferSize - kept);
+  const ssize_t count = read_some(file_.get(), filled_, kBufferSize - kept);
   at_end_ = count <= 0;
   // The part of a line that was read before a failure is no line.
   if (count < 0) filled_ = buffer_;
@@ -55,4 +56,4 @@ char* LineSource::hand_out(std::size_t length) noexcept {
   return length > 0 ? piece : nullptr;
 }
 
-}  // namespace rkutils::cfread
+}  // namespace rkutils::file

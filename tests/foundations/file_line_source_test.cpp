@@ -1,6 +1,7 @@
 // The lines of a file, as fgets() gives them.
 
-#include <rkutils/configuration/cfread/line_source.h>
+#include <rkutils/foundations/file/line_source.h>
+#include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/unique_file.h>
 
 #include <algorithm>
@@ -15,21 +16,21 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include "foundations/file_fixture.h"
+#include "file_fixture.h"
 
 namespace {
 
 using namespace std::string_literals;
 
-using rkutils::cfread::LineSource;
-using rkutils::cfread::open_file;
+using rkutils::file::LineSource;
+using rkutils::file::open_to_read;
 using rkutils::internal::UniqueFd;
 using rkutils::internal::UniqueFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> pieces_of(const std::string& path) {
-  LineSource lines(open_file(path.c_str()));
+std::vector<std::string> pieces_of(const std::string& path, std::size_t length = 1023) {
+  LineSource lines(open_to_read(path.c_str()), length);
   std::vector<std::string> pieces;
   while (char* const piece = lines.next()) {
     pieces.emplace_back(piece);
@@ -39,11 +40,13 @@ std::vector<std::string> pieces_of(const std::string& path) {
   return pieces;
 }
 
-std::vector<std::string> fgets_of(const std::string& path) {
+std::vector<std::string> fgets_of(const std::string& path, std::size_t length = 1023) {
   const UniqueFile file(std::fopen(path.c_str(), "re"));
   std::vector<std::string> pieces;
-  char piece[1024];
-  while (std::fgets(piece, sizeof piece, file.get()) != nullptr) pieces.emplace_back(piece);
+  std::vector<char> piece(length + 1);
+  while (std::fgets(piece.data(), static_cast<int>(piece.size()), file.get()) != nullptr) {
+    pieces.emplace_back(piece.data());
+  }
   return pieces;
 }
 
@@ -62,7 +65,7 @@ TEST_F(LineSourceTest, ReadsNothingFromAnEmptyFileOrAFolder) {
 
 TEST_F(LineSourceTest, IsAtItsEndForGood) {
   put(at("a"), "one");
-  LineSource lines(open_file(at("a").c_str()));
+  LineSource lines(open_to_read(at("a").c_str()), 1023);
   EXPECT_STREQ(lines.next(), "one");
   EXPECT_EQ(lines.next(), nullptr);
   put(at("a"), "one\ntwo");
@@ -74,11 +77,19 @@ TEST_F(LineSourceTest, EndsAPiecesTextAtANulAndGoesOnWithTheNextLine) {
   EXPECT_THAT(pieces_of(at("a")), ElementsAre("ab", "ef\n", "", ""));
 }
 
-TEST_F(LineSourceTest, CutsLongLinesBehindTheir1023rdByte) {
-  const std::string long_line(1023, 'x');
-  put(at("a"), long_line + "y\n" + long_line.substr(1) + "\n" + long_line + "\n");
-  EXPECT_THAT(pieces_of(at("a")),
-              ElementsAre(long_line, "y\n", long_line.substr(1) + "\n", long_line, "\n"));
+TEST_F(LineSourceTest, CutsLongLinesBehindAPiecesLastByte) {
+  for (const std::size_t length :
+       {std::size_t{2}, std::size_t{1022}, std::size_t{1023}, LineSource::kMaxPieceLength}) {
+    const std::string long_line(length, 'x');
+    put(at("a"), long_line + "y\n" + long_line.substr(1) + "\n" + long_line + "\n");
+    EXPECT_THAT(pieces_of(at("a"), length),
+                ElementsAre(long_line, "y\n", long_line.substr(1) + "\n", long_line, "\n"));
+  }
+}
+
+TEST_F(LineSourceTest, GivesSingleBytesAsPieces) {
+  put(at("a"), "ab\nc");
+  EXPECT_THAT(pieces_of(at("a"), 1), ElementsAre("a", "b", "\n", "c"));
 }
 
 TEST_F(LineSourceTest, GivesWhatFgetsGivesForLinesOfEveryLengthAnywhereInItsBuffer) {
@@ -102,7 +113,8 @@ TEST_F(LineSourceTest, GivesWhatFgetsGivesForRandomBytes) {
       byte = number == 0 ? '\n' : static_cast<char>(number);
     }
     put(at("a"), bytes);
-    ASSERT_EQ(pieces_of(at("a")), fgets_of(at("a"))) << "round " << round;
+    const std::size_t length = 1 + random() % LineSource::kMaxPieceLength;
+    ASSERT_EQ(pieces_of(at("a"), length), fgets_of(at("a"), length)) << "round " << round;
   }
 }
 
@@ -119,9 +131,25 @@ TEST_F(LineSourceTest, JoinsWhatAFifoGivesInParts) {
   writer.join();
 }
 
+TEST_F(LineSourceTest, ReadsOnThroughSignals) {
+  make_fifo(at("fifo"));
+  const Interruption interruption;
+  std::vector<std::string> pieces;
+  std::thread reader([&] { pieces = pieces_of(at("fifo")); });
+  Interruption::send(reader);  // while it opens
+  UniqueFd fifo(::open(at("fifo").c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ(::write(fifo.get(), "one\ntw", 6), 6);
+  Interruption::send(reader);  // while it reads
+  EXPECT_EQ(::write(fifo.get(), "o\n", 2), 2);
+  Interruption::send(reader);
+  fifo.reset();
+  reader.join();
+  EXPECT_THAT(pieces, ElementsAre("one\n", "two\n"));
+}
+
 TEST_F(LineSourceTest, OpensCloseOnExec) {
   put(at("a"), "");
-  const UniqueFd file = open_file(at("a").c_str());
+  const UniqueFd file = open_to_read(at("a").c_str());
   ASSERT_TRUE(file);
   EXPECT_EQ(::fcntl(file.get(), F_GETFD), FD_CLOEXEC);
 }
