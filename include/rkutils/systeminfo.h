@@ -4,7 +4,7 @@
  *
  *     systeminfo *info = systeminfo_init();
  *     printf("%s, hardware type %d\n", get_product(), dwhw());
- *     printf("image %s\n", systeminfo_getvar(info, "VERSION"));
+ *     printf("build %d\n", systeminfo_getint(info, "BUILD"));
  *     if (in_maintenance()) puts("maintenance is running");
  *     systeminfo_free(info);
  *
@@ -22,7 +22,7 @@
  *
  * Failures. Nothing is logged. What cannot be read gives the empty text, -1, 0 or NULL, as said
  * below; errno means nothing. Whether something is readable is asked with access(2) where that is
- * said, so for the real user of a set-user-id program.
+ * said, and for the files in /proc/sysinfo, so for the real user of a set-user-id program.
  *
  * Numbers are read as atoi(3) does: white space, a sign, digits, and what follows is ignored; a
  * text that is no number gives 0. One that an int cannot hold wraps in 32 bits, on every host:
@@ -73,7 +73,8 @@ typedef struct systeminfo systeminfo;
  *     next double quote or newline; what follows is ignored. There is no escaping. This is the way
  *     to have a value without its newline, or an empty one.
  *   - Skipped are lines whose first character other than a space is "#", lines without "=", and a
- *     last line that ends with its "=" and has no newline.
+ *     line, or a piece of one (see below), with nothing behind its "=", not even a newline: at the
+ *     file's end, at the piece's, and where a NUL follows.
  *
  * A line is read in pieces of at most 1022 characters, the newline included; each piece counts as a
  * line of its own. A NUL hides the rest of its piece, and a piece that begins with one ends the
@@ -140,8 +141,8 @@ RK_API char* get_product(void);
 
 /*
  * The hardware type. Read from "/proc/sysinfo/dwhw" once and then remembered for the life of the
- * process, except that an absent or empty file, or a type of -1, is looked up again by the next
- * call.
+ * process, except that the next call looks again after a file that cannot be read or has no text,
+ * and after a type of -1.
  *
  * Returns the type; or -1 when it cannot be read. Overwrites readfile()'s result while nothing is
  * remembered.

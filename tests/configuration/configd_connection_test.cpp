@@ -7,18 +7,15 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +23,7 @@
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/stopwatch.h"
+#include "support/without_override.h"
 
 namespace {
 
@@ -47,17 +45,6 @@ int new_descriptor(const std::map<int, std::string>& before) {
     if (before.count(descriptor) == 0) return descriptor;
   }
   return -1;
-}
-
-// Takes from this process, for good, what lets root read any file.
-void give_up_reading_everything() {
-  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct data[2] = {};
-  ::syscall(SYS_capget, &header, data);
-  const std::uint32_t kept = ~((1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH));
-  data[0].effective &= kept;
-  data[0].permitted &= kept;
-  ::syscall(SYS_capset, &header, data);
 }
 
 class ConfigdOpen : public ConfigdTest {};
@@ -168,21 +155,16 @@ TEST_F(ConfigdReopen, RemovesAStaleSocketAtItsPath) {
 TEST_F(ConfigdReopen, LeavesAFileThatItCannotReadAndFails) {
   const Connection connection = connect();
   __configd_close(connection.get());
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const std::string path = expected_client_path(connection.get());
-    std::ofstream(path) << "not to be read";
-    ::chmod(path.c_str(), 0);
-    give_up_reading_everything();
-    const bool unreadable = ::access(path.c_str(), R_OK) != 0;
-    const bool failed = __configd_open(connection.get()) == -1;
-    const bool kept = ::access(path.c_str(), F_OK) == 0;
-    ::unlink(path.c_str());
-    ::_exit(unreadable && failed && kept ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  const std::string path = expected_client_path(connection.get());
+  std::ofstream(path) << "not to be read";
+  ::chmod(path.c_str(), 0);
+  int result = 0;
+  support::run_without_override([&] {
+    EXPECT_NE(::access(path.c_str(), R_OK), 0);
+    result = __configd_open(connection.get());
+  });
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(std::filesystem::remove(path));
   EXPECT_THAT(log_.take(), ElementsAre(err("cannot bind to configd")));
 }
 

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <random>
 
+#include <unistd.h>
+
 #include "support/open_descriptors.h"
 
 namespace {
@@ -28,6 +30,16 @@ SysteminfoTest::~SysteminfoTest() { remove_files(); }
 void SysteminfoTest::TearDown() {
   EXPECT_THAT(log_.take(), testing::IsEmpty());
   EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+}
+
+int wait_for_descriptor(const std::string& path, int other) {
+  for (int waits = 0; waits < 10000; ++waits) {
+    for (const auto& [descriptor, target] : support::open_descriptors()) {
+      if (target == path && descriptor != other) return descriptor;
+    }
+    ::usleep(1000);
+  }
+  return -1;
 }
 
 std::vector<std::string> pieces_of(const std::string& contents, std::size_t size) {

@@ -40,6 +40,10 @@ class HardwareTest : public SysteminfoTest {
 
 using support::put;
 
+// The descriptor of this process on `path`, but for `other`. Waits until there is one; -1 when
+// there is none after ten seconds.
+int wait_for_descriptor(const std::string& path, int other);
+
 // The texts that fgets() gives of a file's contents with a buffer of `size` bytes, up to one that
 // is empty: worked out from its description, for comparison.
 std::vector<std::string> pieces_of(const std::string& contents, std::size_t size);

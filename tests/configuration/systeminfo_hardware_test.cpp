@@ -4,11 +4,13 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "support/case_name.h"
+#include "support/for_nobody.h"
 #include "support/in_child.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
@@ -68,6 +70,17 @@ TEST_F(Dwhw, IsReadOnce) {
     return all + " " + std::to_string(dwhw());
   });
   EXPECT_EQ(types, "18 18 18");
+}
+
+TEST_F(Dwhw, IsReadOnceForAllThreads) {
+  proc_.put(kType, "18\n");
+  const std::string types = in_child([this] {
+    int first = 0;
+    std::thread([&] { first = dwhw(); }).join();
+    proc_.put(kType, "19\n");
+    return std::to_string(first) + " " + std::to_string(dwhw());
+  });
+  EXPECT_EQ(types, "18 18");
 }
 
 TEST_F(Dwhw, OfZeroIsRememberedToo) {
@@ -233,13 +246,23 @@ TEST_F(HasSimHolder, IsFalseForALinkThatLeadsNowhere) {
   std::filesystem::remove("/dev/sim0");
 }
 
-// Of the real user, whom root's rights in a user namespace do not help.
 TEST_F(HasSimHolder, IsFalseWhereTheDeviceIsNotReadable) {
   put(kSim, "");
   ::chmod(kSim, 0200);
   int found = 1;
   support::run_without_override([&] { found = has_sim_holder(); });
   EXPECT_EQ(found, 0);
+}
+
+TEST_F(HasSimHolder, AsksForTheRealUser) {
+  put(kSim, "");
+  ::chmod(kSim, 0600);
+  int found = 1;
+  support::run_for_nobody([&] { found = has_sim_holder(); });
+  EXPECT_EQ(found, 0);
+  ::chmod(kSim, 0644);
+  support::run_for_nobody([&] { found = has_sim_holder(); });
+  EXPECT_EQ(found, 1);
 }
 
 }  // namespace

@@ -9,10 +9,12 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "support/case_name.h"
+#include "support/for_nobody.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
@@ -215,6 +217,27 @@ TEST_F(Oem, ReadsToTheKeyThroughSignals) {
   EXPECT_EQ(vendor, "abc");
 }
 
+TEST_F(Oem, LeavesNoDescriptorToPrograms) {
+  std::filesystem::create_directory("/etc/oem");
+  ASSERT_EQ(::mkfifo(kOemFile, 0600), 0);
+  std::string vendor;
+  std::thread reader([&] { vendor = oem("Vendor"); });
+  UniqueFile writer(std::fopen(kOemFile, "we"));
+  const int descriptor = wait_for_descriptor(kOemFile, ::fileno(writer.get()));
+  EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  std::fputs("Vendor=abc\n", writer.get());
+  writer.reset();
+  reader.join();
+  EXPECT_EQ(vendor, "abc");
+}
+
+TEST_F(Oem, HasOneBufferForAllThreads) {
+  put(kOemFile, "Vendor=abc\n");
+  const char* elsewhere = nullptr;
+  std::thread([&] { elsewhere = oem("Vendor"); }).join();
+  EXPECT_EQ(elsewhere, oem("Vendor"));
+}
+
 using GetProduct = HardwareTest;
 
 TEST_F(GetProduct, IsTheBoardsName) {
@@ -283,6 +306,21 @@ TEST_F(GetProduct, PassesOverAnOemFileThatIsNotReadable) {
   put(kOemFile, "ProductType=any\n");
   ::chmod(kOemFile, 0200);
   support::run_without_override([] { EXPECT_STREQ(get_product(), "DW4600"); });
+}
+
+TEST_F(GetProduct, AsksForTheRealUser) {
+  proc_.put(kProductName, "4600\n");
+  put(kOemFile, "ProductType=any\n");
+  ::chmod(kOemFile, 0600);
+  support::run_for_nobody([] { EXPECT_STREQ(get_product(), "DW4600"); });
+  ::chmod(kOemFile, 0644);
+  support::run_for_nobody([] { EXPECT_STREQ(get_product(), "any"); });
+}
+
+TEST_F(GetProduct, HasOneBufferForAllThreads) {
+  const char* elsewhere = nullptr;
+  std::thread([&] { elsewhere = get_product(); }).join();
+  EXPECT_EQ(elsewhere, get_product());
 }
 
 TEST_F(GetProduct, CutsTheKeyTo30Characters) {

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include "support/case_name.h"
+#include "support/for_nobody.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
 
@@ -66,6 +67,17 @@ TEST_F(InMaintenance, IsFalseForAMarkerThatIsNotReadable) {
   EXPECT_EQ(found, 0);
   put("/tmp/progress/sshkeys", "");
   support::run_without_override([&] { found = in_maintenance(); });
+  EXPECT_EQ(found, 1);
+}
+
+TEST_F(InMaintenance, AsksForTheRealUser) {
+  put("/tmp/progress/config", "");
+  ::chmod("/tmp/progress/config", 0600);
+  int found = 1;
+  support::run_for_nobody([&] { found = in_maintenance(); });
+  EXPECT_EQ(found, 0);
+  ::chmod("/tmp/progress/config", 0644);
+  support::run_for_nobody([&] { found = in_maintenance(); });
   EXPECT_EQ(found, 1);
 }
 

@@ -252,25 +252,16 @@ TEST_F(SysteminfoInit, WorksOnSeveralThreadsAtOnce) {
   for (std::thread& thread : threads) thread.join();
 }
 
-// The descriptor of this process on `path`, but for `other`; waits until there is one.
-int wait_for_descriptor(const std::string& path, int other) {
-  for (;;) {
-    for (const auto& [descriptor, target] : support::open_descriptors()) {
-      if (target == path && descriptor != other) return descriptor;
-    }
-  }
-}
-
 TEST_F(SysteminfoInit, LeavesNoDescriptorToPrograms) {
   // The file is open as long as the writing end of a FIFO is.
   ASSERT_EQ(::mkfifo(kVariables, 0600), 0);
   Table table;
   std::thread reader([&] { table.reset(systeminfo_init()); });
-  std::FILE* const writer = std::fopen(kVariables, "we");
-  const int descriptor = wait_for_descriptor(kVariables, ::fileno(writer));
+  UniqueFile writer(std::fopen(kVariables, "we"));
+  const int descriptor = wait_for_descriptor(kVariables, ::fileno(writer.get()));
   EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
-  std::fputs("NAME=1\n", writer);
-  std::fclose(writer);
+  std::fputs("NAME=1\n", writer.get());
+  writer.reset();
   reader.join();
   EXPECT_EQ(systeminfo_getint(table.get(), "NAME"), 1);
 }

@@ -31,11 +31,21 @@ using rkutils::internal::UniqueFd;
 std::string receive_result(int pipe) {
   std::string result;
   std::array<char, 4096> buffer;
-  ssize_t length = 0;
-  while ((length = ::read(pipe, buffer.data(), buffer.size())) > 0) {
+  for (;;) {
+    const ssize_t length = ::read(pipe, buffer.data(), buffer.size());
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) throw std::system_error(errno, std::generic_category(), "read");
+    if (length == 0) return result;
     result.append(buffer.data(), static_cast<std::size_t>(length));
   }
-  return result;
+}
+
+int wait_for(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) != child) {
+    if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "waitpid");
+  }
+  return status;
 }
 
 }  // namespace
@@ -53,9 +63,7 @@ std::string in_child(const std::function<std::string()>& action) {
   writer.reset();
 
   std::string result = receive_result(reader.get());
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  if (status != 0) throw std::runtime_error("the child failed");
+  if (wait_for(child) != 0) throw std::runtime_error("the child failed");
   return result;
 }
 

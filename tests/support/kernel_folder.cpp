@@ -7,9 +7,11 @@
 #include <system_error>
 
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "support/private_router.h"
+#include "support/put_file.h"
 
 namespace support {
 namespace {
@@ -17,22 +19,23 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kKernelsFolders[] = "/run/kernel-folders";
+constexpr char kProc[] = "/proc";
+constexpr char kSys[] = "/sys";
+
+[[noreturn]] void fail(int error, const std::string& step) {
+  throw std::system_error(error, std::generic_category(), step);
+}
 
 void check(bool done, const std::string& step) {
-  if (!done) throw std::system_error(errno, std::generic_category(), step);
+  if (!done) fail(errno, step);
 }
 
 // The path of the kernel's folder while another lies over it.
-fs::path place_for(const fs::path& folder) {
-  if (!inside_private_router()) {
-    errno = EPERM;
-    check(false, "mount over " + folder.string() + " of the host");
-  }
-  fs::path place = kKernelsFolders / folder.relative_path();
-  if (fs::exists(place)) {
-    errno = EBUSY;
-    check(false, "mount over " + folder.string() + " twice");
-  }
+fs::path place_for(const std::string& folder) {
+  if (folder != kProc && folder != kSys) fail(EINVAL, "mount over " + folder);
+  if (!inside_private_router()) fail(EPERM, "mount over " + folder + " of the host");
+  fs::path place = kKernelsFolders + folder;
+  if (fs::exists(place)) fail(EBUSY, "mount over " + folder + " twice");
   return place;
 }
 
@@ -49,11 +52,33 @@ void link_entries(const fs::path& kernels, const fs::path& ours) {
   }
 }
 
+// The id that was given last. The next ones follow it, and then begin anew.
+int newest_process(const fs::path& kernels) {
+  std::ifstream load(kernels / "loadavg");
+  std::string field;
+  while (load >> field) {
+  }
+  return std::stoi(field);
+}
+
 // Processes come and go, so that each id has its link.
 void link_processes(const fs::path& kernels, const fs::path& ours) {
-  const int last = ::getpid() + KernelFolder::kProcesses;
+  const int last = newest_process(kernels) + KernelFolder::kProcesses;
   for (int id = 1; id <= last; ++id) link_entry(kernels, ours, std::to_string(id));
 }
+
+// The kernel's devices and drivers are the machine's, whatever router looks at them.
+void make_read_only(const fs::path& kernels) {
+  struct statvfs status = {};
+  check(::statvfs(kernels.c_str(), &status) == 0, "statvfs " + kernels.string());
+  // A user namespace may not take these from an inherited mount.
+  const unsigned long kept = status.f_flag & (ST_NOSUID | ST_NODEV | ST_NOEXEC);
+  check(::mount(nullptr, kernels.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | kept,
+                nullptr) == 0,
+        "remount " + kernels.string());
+}
+static_assert(int{ST_NOSUID} == int{MS_NOSUID} && int{ST_NODEV} == int{MS_NODEV} &&
+              int{ST_NOEXEC} == int{MS_NOEXEC});
 
 void remove_place(const fs::path& place) {
   std::error_code ignored;
@@ -72,12 +97,13 @@ KernelFolder::KernelFolder(const std::string& folder) : ours_(folder), kernels_(
   check(::mount(ours_.c_str(), kernels_.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0,
         "bind " + folder);
   ScopeGuard kernels_unmount([&] { unmount(kernels_); });
+  if (ours_ == kSys) make_read_only(kernels_);
   check(
       ::mount("tmpfs", ours_.c_str(), "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755") == 0,
       "mount over " + folder);
   ScopeGuard ours_unmount([&] { unmount(ours_); });
   link_entries(kernels_, ours_);
-  if (ours_ == "/proc") link_processes(kernels_, ours_);
+  if (ours_ == kProc) link_processes(kernels_, ours_);
   ours_unmount.dismiss();
   kernels_unmount.dismiss();
   removal.dismiss();
@@ -93,10 +119,7 @@ void KernelFolder::put(const std::string& name, const std::string& text) const {
   const fs::path path = at(name);
   make_folder(fs::path(name).parent_path());
   fs::remove_all(path);
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  check(file.good(), "write " + path.string());
+  support::put(path, text);
 }
 
 void KernelFolder::make_folder(const std::string& name) const {

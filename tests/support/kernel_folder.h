@@ -24,12 +24,13 @@ namespace support {
 // and what is below it included, for each process its own. What differs:
 //   - Entries are links to lstat(), readlink() and readdir().
 //   - They stand for what the kernel had when its folder was taken over; but in /proc there is one
-//     for each id that a process may get, up to kProcesses above this process's. Those that no
+//     for each id that a process may get, up to kProcesses above the newest one. Those that no
 //     process has lead nowhere.
+//   - What the kernel has in /sys cannot be written.
 //   - /proc/mounts shows the mounts made here.
 //
-// Ends with the object: everything is as it was. One object at a time for one folder. Refuses to
-// work outside a private router.
+// Ends with the object: everything is as it was. One object at a time for one folder. Refuses other
+// folders and other spellings of the two, and to work outside a private router.
 class KernelFolder {
  public:
   // How many processes may be started, threads included, until one has no entry in /proc.
@@ -46,8 +47,9 @@ class KernelFolder {
   // Makes a folder that takes files, and those on its way. What is in them already stays.
   void make_folder(const std::string& name) const;
 
-  // The path of an entry. In a folder that has been made, a test may do there what it likes:
-  // remove, link, chmod.
+  // The path of an entry. With what it has put or made itself a test may do what it likes: remove,
+  // link, chmod. All other entries lead to the kernel's own, the machine's that the test runs on:
+  // what would change them is not for tests.
   [[nodiscard]] std::string at(const std::string& name) const {
     return ours_ / std::filesystem::path(name).relative_path();
   }

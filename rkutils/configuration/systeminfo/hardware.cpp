@@ -13,7 +13,7 @@ constexpr char kHardwareTypeFile[] = "/proc/sysinfo/dwhw";
 constexpr char kExtensionVariantFile[] = "/proc/sysinfo/bd/1/prod_variant";
 constexpr char kSimDevice[] = "/dev/sim";
 
-// With some variants of its extension board, this type feeds power into its Ethernet ports.
+// With variant 0 of its extension board, this type feeds power into its Ethernet ports.
 constexpr int kTypeThatMayHavePoe = 18;
 constexpr int kVariantWithPoe = 0;
 

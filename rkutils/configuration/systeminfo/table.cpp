@@ -36,7 +36,7 @@ struct Entry {
 
 }  // namespace
 
-// One allocation, zero-filled. Core dumps are read by this order.
+// One allocation, zero-filled, so that unused entries own nothing. The layout is fixed.
 struct systeminfo {
   std::int32_t count;
   Entry entries[kMaxVariables];

@@ -5,8 +5,10 @@
 #include <csignal>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include <gmock/gmock.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -32,6 +34,32 @@ TEST(InChild, ThrowsWhenTheChildFails) {
   EXPECT_THROW(in_child([]() -> std::string { throw std::logic_error("x"); }), std::runtime_error);
   EXPECT_THROW(in_child([]() -> std::string { ::_exit(3); }), std::runtime_error);
   EXPECT_THROW(in_child([] { return std::to_string(::raise(SIGKILL)); }), std::runtime_error);
+}
+
+TEST(InChild, WaitsThroughSignals) {
+  static volatile std::sig_atomic_t signals = 0;
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = [](int) { signals = 1; };
+  ASSERT_EQ(::sigaction(SIGALRM, &action, &before), 0);
+  const itimerval soon = {{0, 1000}, {0, 1000}};
+  const itimerval never = {};
+  ::setitimer(ITIMER_REAL, &soon, nullptr);
+  EXPECT_EQ(in_child([] {
+              ::usleep(100000);
+              return std::string("late");
+            }),
+            "late");
+  ::setitimer(ITIMER_REAL, &never, nullptr);
+  ::sigaction(SIGALRM, &before, nullptr);
+  EXPECT_EQ(signals, 1);
+}
+
+// As where the program does not want to hear of its children.
+TEST(InChild, ThrowsWhenTheChildCannotBeWaitedFor) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_THROW(in_child([] { return "unknown"; }), std::system_error);
+  std::signal(SIGCHLD, before);
 }
 
 }  // namespace

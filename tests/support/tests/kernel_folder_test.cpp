@@ -166,9 +166,24 @@ TEST(KernelFolder, HasProcessesThatComeAndGo) {
   ::kill(child, SIGKILL);
   ::waitpid(child, nullptr, 0);
   EXPECT_FALSE(fs::exists(folder));
-  const int last = ::getpid() + KernelFolder::kProcesses;
-  EXPECT_TRUE(fs::is_symlink("/proc/" + std::to_string(last)));
-  EXPECT_FALSE(fs::is_symlink("/proc/" + std::to_string(last + 1)));
+}
+
+int newest_process() {
+  std::ifstream load("/proc/loadavg");
+  std::string field;
+  while (load >> field) {
+  }
+  return std::stoi(field);
+}
+
+TEST(KernelFolder, HasRoomForProcessesFromItsMakingOn) {
+  // Not from this process's id on.
+  for (int i = 0; i < 5; ++i) run_program({"true"});
+  const int before = newest_process();
+  const KernelFolder proc("/proc");
+  const int after = newest_process();
+  EXPECT_TRUE(fs::is_symlink("/proc/" + std::to_string(before + KernelFolder::kProcesses)));
+  EXPECT_FALSE(fs::is_symlink("/proc/" + std::to_string(after + KernelFolder::kProcesses + 1)));
 }
 
 TEST(KernelFolder, MakesRoomInSysToo) {
@@ -178,6 +193,15 @@ TEST(KernelFolder, MakesRoomInSysToo) {
   EXPECT_EQ(contents_of("/sys/devices/halcyonix/in1"), "0\n");
   EXPECT_THAT(names_in("/sys/devices"), IsSupersetOf(devices));
   EXPECT_EQ(contents_of("/sys/class/net/lo/ifindex"), "1\n");
+}
+
+TEST(KernelFolder, ProtectsTheKernelsSys) {
+  const KernelFolder sys("/sys");
+  sys.put("class/net/number", "1\n");
+  EXPECT_EQ(::open("/sys/class/net/lo/mtu", O_WRONLY | O_CLOEXEC), -1);
+  EXPECT_EQ(errno, EROFS);
+  std::ofstream("/sys/class/net/number") << "2\n";
+  EXPECT_EQ(contents_of("/sys/class/net/number"), "2\n");
 }
 
 TEST(KernelFolder, WorksForBothAtOnce) {
@@ -224,10 +248,11 @@ TEST(KernelFolder, IsRefusedASecondTime) {
   EXPECT_EQ(contents_of("/proc/sysinfo/dwhw"), "18\n");
 }
 
-TEST(KernelFolder, IsRefusedForAFolderThatIsNotThere) {
+TEST(KernelFolder, IsRefusedForOtherFolders) {
   const std::string mounts = contents_of("/proc/mounts");
-  EXPECT_EQ(error_of_making("/no-such-folder"), ENOENT);
-  EXPECT_EQ(error_of_making("/no-such-folder"), ENOENT);
+  for (const char* folder : {"", "/", "/proc/", "/sys/", "/proc/sys", "//proc", "proc", "/tmp"}) {
+    EXPECT_EQ(error_of_making(folder), EINVAL) << folder;
+  }
   EXPECT_EQ(contents_of("/proc/mounts"), mounts);
 }
 
