@@ -1,12 +1,12 @@
 // Stands before the C library's allocator, and before the sanitizer's where there is one.
 //
-// The program's malloc(), calloc() and realloc() take the place of the others, for the shared
-// libraries too. Where the memory then comes from depends on how the program is made:
+// The program's malloc(), calloc(), realloc() and free() take the place of the others, for the
+// shared libraries too. Where the memory then comes from depends on how the program is made:
 //   - with AddressSanitizer the real functions have names of their own;
 //   - linked dynamically, they are the next ones in the order of the libraries;
 //   - linked statically, they are no longer in the program: aligned_alloc() allocates from the same
-//     heap, and free() takes its blocks. (The GNU C library's archive needs the linker's
-//     --allow-multiple-definition for that, for it has all of them in one object.)
+//     heap, and its free() has a second name in both C libraries. (The GNU C library's archive
+//     needs the linker's --allow-multiple-definition for that, for it has all in one object.)
 
 #include "support/allocation_faults.h"
 
@@ -41,7 +41,10 @@ extern "C" {
 void* __interceptor_malloc(std::size_t size);
 void* __interceptor_calloc(std::size_t count, std::size_t size);
 void* __interceptor_realloc(void* memory, std::size_t size);
+void __interceptor_free(void* memory);
 }
+#else
+extern "C" [[gnu::weak]] void __libc_free(void* memory);
 #endif
 
 namespace {
@@ -49,6 +52,7 @@ namespace {
 constexpr std::size_t kMostRecorded = 16;
 
 thread_local unsigned long allocations = 0;
+thread_local long unfreed = 0;
 thread_local unsigned long failing = 0;  // the number of the allocation that fails
 thread_local bool recording = false;
 thread_local std::size_t recorded_count = 0;
@@ -69,6 +73,12 @@ UNCHECKED bool fails_now(std::size_t size) noexcept {
   if (allocations != failing) return false;
   errno = ENOMEM;
   return true;
+}
+
+// Counts a block that the program gets, if it does.
+UNCHECKED void* handed_out(void* memory) noexcept {
+  if (!inside && memory != nullptr) ++unfreed;
+  return memory;
 }
 
 template <typename Action>
@@ -103,11 +113,14 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
   return __interceptor_realloc(memory, size);
 }
 
+UNCHECKED void real_free(void* memory) noexcept { __interceptor_free(memory); }
+
 #else
 
 using Malloc = void*(std::size_t);
 using Calloc = void*(std::size_t, std::size_t);
 using Realloc = void*(void*, std::size_t);
+using Free = void(void*);
 
 // Whether there is a dynamic linker, and so a next library.
 bool is_dynamic() noexcept { return ::getauxval(AT_BASE) != 0; }
@@ -141,8 +154,17 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
   void* const moved = allocate(size);
   if (memory == nullptr || moved == nullptr) return moved;
   std::memcpy(moved, memory, std::min(size, ::malloc_usable_size(memory)));
-  std::free(memory);
+  __libc_free(memory);
   return moved;
+}
+
+void real_free(void* memory) noexcept {
+  static std::atomic<Free*> function = nullptr;
+  if (is_dynamic()) {
+    next(function, "free")(memory);
+  } else {
+    __libc_free(memory);
+  }
 }
 
 #endif
@@ -155,20 +177,35 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
 extern "C" {
 
 RK_API void* malloc(std::size_t size) noexcept(noexcept(std::malloc(size))) {
-  return fails_now(size) ? nullptr : real_malloc(size);
+  return fails_now(size) ? nullptr : handed_out(real_malloc(size));
+}
+
+UNCHECKED RK_API void free(void* memory) noexcept(noexcept(std::free(memory))) {
+  if (!inside && memory != nullptr) --unfreed;
+  real_free(memory);
 }
 
 RK_API void* calloc(std::size_t count,
                     std::size_t size) noexcept(noexcept(std::calloc(count, size))) {
   if (fails_now(count * size)) return nullptr;
-  return call_inside([=] { return real_calloc(count, size); });
+  return handed_out(call_inside([=] { return real_calloc(count, size); }));
 }
 
 RK_API void* realloc(void* memory,
                      std::size_t size) noexcept(noexcept(std::realloc(memory, size))) {
   if (fails_now(size)) return nullptr;
-  return call_inside([=] { return real_realloc(memory, size); });
+  void* const moved = call_inside([=] { return real_realloc(memory, size); });
+  return memory == nullptr ? handed_out(moved) : moved;
 }
+
+#if SANITIZED
+// The sanitizer's does not call malloc().
+RK_API char* strdup(const char* text) noexcept(noexcept(::strdup(text))) {
+  const std::size_t size = std::strlen(text) + 1;
+  void* const copy = ::malloc(size);
+  return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, size));
+}
+#endif
 
 }  // extern "C"
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
@@ -216,6 +253,8 @@ using NothrowNew = void*(std::size_t, const std::nothrow_t&);
 namespace support {
 
 unsigned long allocation_count() { return allocations; }
+
+long unfreed_count() { return unfreed; }
 
 FailingAllocation::FailingAllocation(unsigned long nth) { failing = allocations + nth; }
 

@@ -14,6 +14,11 @@ namespace support {
 // The number of allocations that this thread has made.
 unsigned long allocation_count();
 
+// How many blocks of malloc(), calloc() and realloc() this thread has allocated and not yet freed,
+// less those that it freed for others: of use as a difference, over calls that take what they free
+// from these three.
+long unfreed_count();
+
 // Makes one allocation of this thread fail: the `nth` from now, counted from 1. Only one at a time.
 // From destruction on none fails.
 class FailingAllocation {

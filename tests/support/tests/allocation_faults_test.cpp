@@ -16,6 +16,7 @@ namespace {
 using support::allocation_count;
 using support::FailingAllocation;
 using support::RecordedAllocations;
+using support::unfreed_count;
 
 // Hidden from the compiler, which knows what becomes of memory that nobody uses, and of sizes that
 // nobody has.
@@ -46,6 +47,36 @@ TEST(AllocationCount, CountsTheLanguagesOperators) {
   delete quiet;
   delete[] several_quiet;
   delete long_text;
+}
+
+TEST(AllocationCount, CountsTheCopiesOfTexts) {
+  const unsigned long before = allocation_count();
+  kept = ::strdup("text");
+  EXPECT_EQ(allocation_count() - before, 1U);
+  EXPECT_STREQ(static_cast<char*>(kept), "text");
+  std::free(kept);
+}
+
+TEST(UnfreedCount, CountsTheBlocksThatThisThreadHas) {
+  const long before = unfreed_count();
+  void* volatile one = std::malloc(1);
+  void* volatile other = std::calloc(1, 1);
+  void* volatile third = std::realloc(nullptr, 1);
+  EXPECT_EQ(unfreed_count() - before, 3);
+  one = std::realloc(one, 100000);
+  EXPECT_EQ(unfreed_count() - before, 3);
+  {
+    const FailingAllocation first(1);
+    kept = std::malloc(1);
+  }
+  std::free(kept);  // nothing
+  EXPECT_EQ(unfreed_count() - before, 3);
+  std::free(one);
+  EXPECT_EQ(unfreed_count() - before, 2);
+  std::free(other);
+  std::free(third);
+  EXPECT_EQ(unfreed_count(), before);
+  std::thread([] { EXPECT_EQ(unfreed_count(), 0); }).join();
 }
 
 TEST(FailingAllocation, FailsTheNthAndNoOther) {
