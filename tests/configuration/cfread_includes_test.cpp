@@ -7,9 +7,11 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <syslog.h>
 
 #include "cfread_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/case_name.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 
@@ -72,6 +74,22 @@ TEST_F(CfreadIncludes, OfAFileInTheRootFolderAreFoundThere) {
 TEST_F(CfreadIncludes, AreStrippedOfWhiteSpace) {
   put(at("b c.conf"), "b=1\n");
   expect_entries(file("a.conf", "include \t b c.conf \t\r\n"), {{"b", "1"}});
+}
+
+// It ends an entry, but is a character of a name like any other.
+TEST_F(CfreadIncludes, KeepACarriageReturnInsideAName) {
+  put(at("a\rb"), "b=1\n");
+  expect_entries(file("a.conf", "include a\rb\n"), {{"b", "1"}});
+}
+
+TEST_F(CfreadIncludes, KeepHighBytesInAName) {
+  put(at("\xc3\xa4.conf"), "b=1\n");
+  expect_entries(file("a.conf", "include \xc3\xa4.conf\n"), {{"b", "1"}});
+}
+
+TEST_F(CfreadIncludes, AreNoneBehindAHighByte) {
+  expect_entries(file("a.conf", "\xffinclude missing=1\n\xff#x=2\n"),
+                 {{"includemissing", "1"}, {"#x", "2"}});
 }
 
 TEST_F(CfreadIncludes, MayStandOnALastLineWithoutALineEnd) {
@@ -218,6 +236,19 @@ TEST_P(CfreadIncludeCycle, OfTwoFilesEndsLikewise) {
   EXPECT_THAT(log[0].text, testing::MatchesRegex("cfread: unable to open .*/[ab].conf"));
 }
 
+// A program that has not logged anything yet connects to the log when it does.
+TEST_P(CfreadIncludeCycle, LeavesADescriptorToTheFirstMessageOfAProgram) {
+  const std::string path = file("a.conf", "include " + at("a.conf") + "\n");
+  EXPECT_EQ(exit_status_of([&] {
+              const DescriptorLimit limit(GetParam());
+              ::closelog();
+              ::openlog(nullptr, 0, LOG_USER);
+              open_table(path);
+            }),
+            kDidNotExit);
+  EXPECT_THAT(log_.take(), ElementsAre(err("cfread: unable to open " + path)));
+}
+
 int keep_20(const char* key, const char* value, void* userdata) {
   auto* const passed = static_cast<Passed*>(userdata);
   keep_all(key, value, passed);
@@ -238,6 +269,38 @@ TEST_P(CfreadIncludeCycle, EndsAsACallbackWants) {
 // The hard limit of the machine applies; where it is lower the cycle is shorter.
 INSTANTIATE_TEST_SUITE_P(Limits, CfreadIncludeCycle, testing::Values(1024, 20000),
                          testing::PrintToStringParamName());
+
+struct BadEnd {
+  const char* name;
+  std::string text;
+  std::string message;  // but for the file
+};
+
+class CfreadIncludesOfABadEnd : public CfreadIncludes,
+                                public testing::WithParamInterface<BadEnd> {};
+
+// Of two files the second takes the last descriptor.
+TEST_P(CfreadIncludesOfABadEnd, LeaveADescriptorToTheFirstMessageOfAProgram) {
+  const std::string path = file("a.conf", "include b.conf\n");
+  put(at("b.conf"), GetParam().text);
+  EXPECT_EQ(exit_status_of([&] {
+              ::closelog();
+              ::openlog(nullptr, 0, LOG_USER);
+              const support::NoMoreDescriptors no_more(2);
+              open_table(path);
+            }),
+            kDidNotExit);
+  const auto log = log_.take();
+  ASSERT_THAT(log, SizeIs(1));
+  EXPECT_EQ(log[0].text.substr(0, GetParam().message.size()), GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CfreadIncludesOfABadEnd,
+    testing::Values(BadEnd{"MissingFile", "include c.conf\n", "cfread: unable to open "},
+                    BadEnd{"NoName", "include \n", "cfread: no include file given in "},
+                    BadEnd{"BadLine", "bad", "cfread: non-terminated entry in "}),
+    support::CaseName());
 
 TEST_F(CfreadIncludes, NestDeeplyOnASmallStack) {
   const DescriptorLimit limit(4096);

@@ -15,9 +15,7 @@ OpenFile::OpenFile(UniqueFd file, const char* its_path) noexcept
   strlcpy(path, its_path, sizeof path);
 }
 
-IncludeStack::~IncludeStack() {
-  while (top_ != nullptr) pop();
-}
+IncludeStack::~IncludeStack() { close_all(); }
 
 bool IncludeStack::push(const char* path) noexcept {
   UniqueFd descriptor = file::open_to_read(path);
@@ -30,5 +28,9 @@ bool IncludeStack::push(const char* path) noexcept {
 }
 
 void IncludeStack::pop() noexcept { top_ = std::move(top_->including); }
+
+void IncludeStack::close_all() noexcept {
+  while (top_ != nullptr) pop();
+}
 
 }  // namespace rkutils::cfread

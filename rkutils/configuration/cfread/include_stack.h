@@ -38,6 +38,9 @@ class IncludeStack {
   // Closes the file on top.
   void pop() noexcept;
 
+  // Closes all files.
+  void close_all() noexcept;
+
   // NULL when all are closed.
   [[nodiscard]] OpenFile* top() const noexcept { return top_.get(); }
 

@@ -30,6 +30,7 @@ class Parser {
   bool open(const char* path, std::size_t size);
   bool open_include(const char* name);
   void close();
+  void close_all();
   Next take_line(char* text);
   Next take_entry(const Line& line);
   Next fail(const char* problem);
@@ -53,8 +54,10 @@ bool Parser::parse(const char* path) {
   return true;
 }
 
+// The path must not lie in an open file's memory.
 bool Parser::open(const char* path, std::size_t size) {
   if (std::strlen(path) >= size || !files_.push(path)) {
+    close_all();
     ::syslog(LOG_ERR, "cfread: unable to open %s", path);
     return false;
   }
@@ -63,22 +66,32 @@ bool Parser::open(const char* path, std::size_t size) {
 }
 
 bool Parser::open_include(const char* name) {
-  const char* const including = files_.top()->path;
+  char including[kPathSize];
+  strlcpy(including, files_.top()->path, sizeof including);
   if (*name == '\0') {
+    close_all();
     ::syslog(LOG_ERR, "cfread: no include file given in %s", including);
     return false;
   }
-  if (*name == '/') return open(name, kPathSize);
-  char directory[kPathSize];
-  strlcpy(directory, including, sizeof directory);
   char path[kPathSize + kPieceLength];
-  std::snprintf(path, sizeof path, "%s/%s", ::dirname(directory), name);
+  if (*name == '/') {
+    strlcpy(path, name, sizeof path);
+    return open(path, kPathSize);
+  }
+  std::snprintf(path, sizeof path, "%s/%s", ::dirname(including), name);
   return open(path, kJoinedPathSize);
 }
 
 void Parser::close() {
   files_.pop();
   table_.filename = files_.top() != nullptr ? files_.top()->path : nullptr;
+}
+
+// Before a failure is logged. A chain of includes may have taken the process's last descriptor, and
+// syslog() needs one where the program has not logged anything yet.
+void Parser::close_all() {
+  files_.close_all();
+  table_.filename = nullptr;
 }
 
 Next Parser::take_line(char* text) {
@@ -100,7 +113,7 @@ Next Parser::take_line(char* text) {
     case LineKind::kValueTooLong:
       return fail("max. value length exceeded");
   }
-  ++files_.top()->line_number;
+  if (next == Next::kLine) ++files_.top()->line_number;
   return next;
 }
 
@@ -119,9 +132,11 @@ Next Parser::take_entry(const Line& line) {
 }
 
 Next Parser::fail(const char* problem) {
-  const OpenFile& file = *files_.top();
-  ::syslog(LOG_ERR, "cfread: %s in %s at line %d", problem, file.path,
-           static_cast<int>(file.line_number));
+  const auto line_number = static_cast<int>(files_.top()->line_number);
+  char path[kPathSize];
+  strlcpy(path, files_.top()->path, sizeof path);
+  close_all();
+  ::syslog(LOG_ERR, "cfread: %s in %s at line %d", problem, path, line_number);
   return Next::kFailure;
 }
 
