@@ -10,10 +10,12 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "file_fixture.h"
@@ -145,6 +147,21 @@ TEST_F(LineSourceTest, ReadsOnThroughSignals) {
   fifo.reset();
   reader.join();
   EXPECT_THAT(pieces, ElementsAre("one\n", "two\n"));
+}
+
+// A socket gives what it has, and then fails because its other end was closed with bytes unread.
+TEST_F(LineSourceTest, DropsThePartOfALineThatWasReadBeforeAFailure) {
+  int ends[2] = {};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  UniqueFd near_end(ends[0]);
+  UniqueFd far_end(ends[1]);
+  ASSERT_EQ(::write(near_end.get(), "x", 1), 1);
+  ASSERT_EQ(::write(far_end.get(), "one\ntw", 6), 6);
+  far_end.reset();
+  LineSource lines(std::move(near_end), 1023);
+  EXPECT_STREQ(lines.next(), "one\n");
+  EXPECT_EQ(lines.next(), nullptr);
+  EXPECT_EQ(lines.next(), nullptr);
 }
 
 TEST_F(LineSourceTest, OpensCloseOnExec) {

@@ -3,6 +3,7 @@
 #include <rkutils/configuration/cfread/text_copy.h>
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 
@@ -16,6 +17,7 @@
 namespace {
 
 using rkutils::file::LineSource;
+using rkutils::internal::ErrnoRestorer;
 using rkutils::internal::UniqueFd;
 
 constexpr int kOpenFailed = -1;
@@ -27,6 +29,7 @@ file_line* make_line(const char* piece) {
   if (line == nullptr) return nullptr;
   line->text = rkutils::cfread::copy_text(piece, std::strcspn(piece, "\r\n"));
   if (line->text != nullptr) return line;
+  const ErrnoRestorer cause;  // for the message
   std::free(line);
   return nullptr;
 }
