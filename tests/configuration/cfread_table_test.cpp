@@ -2,9 +2,12 @@
 
 #include <rkutils/cfread.h>
 #include <rkutils/internal/text_hash.h>
+#include <rkutils/memory.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <random>
 #include <string>
@@ -280,6 +283,19 @@ TEST_F(CfreadSetEntry, EndsTheProcessWithoutMemoryForTheFirstSlots) {
   EXPECT_THAT(log_.take(), ElementsAre(emergency("cfread: unable to get a free index")));
 }
 
+std::string exit_mark;
+
+TEST_F(CfreadSetEntry, LetsTheProcessCleanUpWhenItEndsIt) {
+  exit_mark = at("cleaned-up");
+  EXPECT_EQ(exit_status_of([&] {
+              std::atexit([] { put(exit_mark, ""); });
+              set_without_memory(1, "a", "1");
+            }),
+            1);
+  EXPECT_TRUE(exists(exit_mark));
+  EXPECT_THAT(log_.take(), ElementsAre(emergency("cfread: unable to get a free index")));
+}
+
 TEST_F(CfreadSetEntry, EndsTheProcessWithoutMemoryForMoreSlots) {
   for (int i = 0; i < 64; ++i) set("key" + std::to_string(i), "v");
   EXPECT_EQ(exit_status_of([&] { set_without_memory(1, "a", "1"); }), 1);
@@ -357,6 +373,111 @@ TEST_F(CfreadTable, FindsAllOthersWhenProgramsEmptySlots) {
     for (const std::string& key : keys_by_slot()) ASSERT_NE(find(key), nullptr) << key;
   }
   EXPECT_EQ(table()->size, 64);
+}
+
+TEST_F(CfreadTable, FillsASlotThatAProgramHasEmptiedWithoutCountingItBeforeItsMemoryGrows) {
+  for (int i = 0; i < 63; ++i) set("key" + std::to_string(i), "1");
+  free_entry(table()->entries[5]);
+  table()->entries[5] = nullptr;
+  EXPECT_EQ(set("a", "1")->index, 63U);
+  EXPECT_EQ(set("b", "1")->index, 5U);
+  EXPECT_EQ(table()->size, 64);
+  EXPECT_EQ(set("c", "1")->index, 64U);
+  EXPECT_EQ(table()->size, 128);
+  EXPECT_EQ(find("key5"), nullptr);
+  for (const std::string& key : keys_by_slot()) EXPECT_NE(find(key), nullptr) << key;
+}
+
+TEST_F(CfreadTable, SeesAProgramsCountThoughTheSameCallReplacesAnEntry) {
+  for (const char* key : {"a", "b", "c", "d"}) set(key, "1");
+  free_entry(table()->entries[1]);
+  table()->entries[1] = nullptr;
+  --table()->count;
+  set("c", "2");
+  EXPECT_THAT(keys_by_slot(), ElementsAre("a", "c", "", "d"));
+  set("e", "1");
+  EXPECT_THAT(keys_by_slot(), ElementsAre("a", "c", "e", "d"));
+}
+
+cfread_entry* make_entry(const char* key) {
+  auto* const entry = static_cast<cfread_entry*>(std::calloc(1, sizeof(cfread_entry)));
+  entry->key = ::strdup(key);
+  entry->value = ::strdup("");
+  return entry;
+}
+
+TEST_F(CfreadTable, LeavesEntriesThatAProgramHasPutIntoSlotsAndFreesThem) {
+  set("a", "1");
+  // With and without counting it.
+  table()->entries[1] = make_entry("b");
+  table()->entries[1]->index = 1;
+  ++table()->count;
+  table()->entries[3] = make_entry("d");
+  table()->entries[3]->index = 3;
+  set("c", "1");
+  set("e", "1");
+  EXPECT_THAT(keys_by_slot(), ElementsAre("a", "b", "c", "d", "e"));
+  EXPECT_EQ(find("b"), nullptr);
+  for (int i = 5; i < 65; ++i) set("key" + std::to_string(i), "1");
+  EXPECT_EQ(table()->size, 128);
+  EXPECT_STREQ(table()->entries[1]->key, "b");
+  EXPECT_STREQ(table()->entries[3]->key, "d");
+  for (const char* key : {"a", "c", "e", "key5", "key64"}) EXPECT_NE(find(key), nullptr) << key;
+}
+
+TEST_F(CfreadTable, NeverOverwritesAnEntryWhateverAProgramMakesOfTheCount) {
+  for (const int count : {-7, 0, 3, 1000}) {
+    table()->count = count;
+    const std::string key = "key" + std::to_string(count);
+    ASSERT_NE(set(key, "1"), nullptr);
+    EXPECT_EQ(table()->count, count + 1);
+  }
+  EXPECT_THAT(keys_by_slot(), ElementsAre("key-7", "key0", "key3", "key1000"));
+}
+
+TEST_F(CfreadTable, ReadsNoSlotBeyondItsMemoryWhateverAProgramMakesOfTheSize) {
+  for (int i = 0; i < 64; ++i) set("key" + std::to_string(i), "1");
+  table()->size = 1000000;
+  EXPECT_EQ(set("a", "1")->index, 64U);
+  EXPECT_EQ(table()->size, 128);
+  EXPECT_NE(find("key63"), nullptr);
+  table()->size = 1000000;  // when it is closed
+}
+
+TEST_F(CfreadTable, FillsNoSlotThatIsInUseWhereAProgramHasLoweredTheSize) {
+  for (int i = 0; i < 70; ++i) set("key" + std::to_string(i), "1");
+  for (const int size : {64, 0, -64}) {
+    table()->size = size;
+    ASSERT_NE(set("size" + std::to_string(size), "1"), nullptr);
+    EXPECT_EQ(table()->size, 128) << size;
+  }
+  EXPECT_EQ(find("size-64")->index, 72U);
+}
+
+// Scanning the slots for each would take a thousand times as long.
+TEST_F(CfreadTable, ReplacesEntriesInTimeThatTheirNumberDoesNotMatterTo) {
+  const auto seconds_for = [&](int entries) {
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < entries; ++i) set("key" + std::to_string(i), "2");
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  };
+  constexpr int kMany = 100000;
+  const double adding = seconds_for(kMany);
+  EXPECT_LT(seconds_for(kMany), 5 * adding);
+  EXPECT_EQ(table()->count, kMany);
+}
+
+TEST(CfreadTableOfAProgram, TakesEntriesWhenItIsAllZero) {
+  support::SyslogCollector log;
+  auto* const table = static_cast<cfread_table*>(zalloc(sizeof(cfread_table)));
+  const Table owner(table);
+  EXPECT_EQ(cfread_find_entry(table, "key"), nullptr);
+  EXPECT_STREQ(cfread_set_entry(table, "key", "value")->value, "value");
+  {
+    const support::FailingAllocation failing(1);
+    EXPECT_EQ(cfread_set_entry(table, "key", "value"), nullptr);
+  }
+  EXPECT_THAT(log.take(), ElementsAre(err("cfread: unable to add entry 'key' in ")));
 }
 
 // The table as it is described: slots scanned from 0.

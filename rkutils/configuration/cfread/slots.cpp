@@ -1,3 +1,4 @@
+#include <rkutils/configuration/cfread/slot_growth.h>
 #include <rkutils/configuration/cfread/slots.h>
 #include <rkutils/memory.h>
 
@@ -9,8 +10,6 @@
 namespace rkutils::cfread {
 namespace {
 
-constexpr std::int32_t kStep = 64;
-
 // What the index knows of a slot.
 struct Link {
   std::uint32_t hash;  // of the key in the slot
@@ -18,11 +17,12 @@ struct Link {
 };
 
 // The block of memory that begins before the first slot. It has room for more slots than the table
-// has, so that the steps of 64 do not copy it each time: `capacity` pointers, as many links, and as
-// many buckets. A bucket holds the number of its first slot plus one; 0 ends it.
+// has, see SlotNumbers: `capacity` pointers, as many links, and as many buckets. A bucket holds the number of its first slot plus one; 0 ends it.
 struct Block {
-  std::uint32_t capacity;  // a power of two
-  std::uint32_t end;       // no slot from here on is or was in use
+  std::uint32_t capacity;      // a power of two
+  std::uint32_t end;           // no slot from here on is or was linked
+  std::uint32_t no_gap_below;  // all slots below this one are in use
+  std::int32_t count;          // the table's, as the last call left it
 
   cfread_entry** entries() { return reinterpret_cast<cfread_entry**>(this + 1); }
   Link* links() { return reinterpret_cast<Link*>(entries() + capacity); }
@@ -60,11 +60,19 @@ void unlink_slot(Block& block, std::uint32_t slot) {
   if (*number != 0) *number = links[slot].next;
 }
 
+// The first free slot of those from `from` to before `size`, or `size`.
+std::uint32_t first_gap(Block& block, std::uint32_t from, std::uint32_t size) {
+  cfread_entry** const slots = block.entries();
+  cfread_entry** const gap = std::find(slots + std::min(from, size), slots + size, nullptr);
+  return static_cast<std::uint32_t>(gap - slots);
+}
+
+// Of a block whose slots are all in use.
 void copy_slots(Block& from, Block& to) {
   to.end = from.end;
+  to.no_gap_below = from.capacity;
+  std::copy(from.entries(), from.entries() + from.capacity, to.entries());
   for (std::uint32_t slot = 0; slot < from.end; ++slot) {
-    if (from.entries()[slot] == nullptr) continue;
-    to.entries()[slot] = from.entries()[slot];
     link_slot(to, slot, from.links()[slot].hash);
   }
 }
@@ -87,17 +95,22 @@ std::int32_t Slots::find(const char* key, std::uint32_t hash) const noexcept {
 }
 
 std::int32_t Slots::find_free() noexcept {
-  std::int32_t slot = 0;
-  if (table_.entries != nullptr) {
-    const Block& block = block_of(table_);
-    slot = static_cast<std::int32_t>(block.end);
-    // As a rule there are no gaps. Where there are some, the count is lower than that.
-    if (table_.count != slot) {
-      cfread_entry** const end = table_.entries + slot;
-      slot = static_cast<std::int32_t>(std::find(table_.entries, end, nullptr) - table_.entries);
-    }
+  if (table_.entries == nullptr && !add_slots()) return kNone;
+  if (Block& block = block_of(table_); table_.count != block.count) {
+    // A program may have emptied slots on its own account.
+    block.count = table_.count;
+    block.no_gap_below = 0;
   }
-  return slot < table_.size || add_slots() ? slot : kNone;
+  for (;;) {
+    Block& block = block_of(table_);
+    const auto size = static_cast<std::uint32_t>(size_in_memory());
+    std::uint32_t slot = first_gap(block, block.no_gap_below, size);
+    // Once more before all are copied: a program may have emptied one without counting it.
+    if (slot == size && size == block.capacity) slot = first_gap(block, 0, size);
+    block.no_gap_below = slot;
+    if (slot < size) return static_cast<std::int32_t>(slot);
+    if (!add_slots()) return kNone;
+  }
 }
 
 void Slots::put(std::int32_t slot, cfread_entry* entry, std::uint32_t hash) noexcept {
@@ -108,34 +121,43 @@ void Slots::put(std::int32_t slot, cfread_entry* entry, std::uint32_t hash) noex
   link_slot(block, number, hash);
   table_.entries[slot] = entry;
   block.end = std::max(block.end, number + 1);
+  block.count = ++table_.count;
 }
 
 cfread_entry* Slots::take(std::int32_t slot) noexcept {
+  Block& block = block_of(table_);
+  const auto number = static_cast<std::uint32_t>(slot);
   cfread_entry* const entry = table_.entries[slot];
-  unlink_slot(block_of(table_), static_cast<std::uint32_t>(slot));
+  unlink_slot(block, number);
   table_.entries[slot] = nullptr;
+  block.no_gap_below = std::min(block.no_gap_below, number);
+  // Told from a change by a program, which stays to be seen.
+  --table_.count;
+  --block.count;
   return entry;
 }
 
 bool Slots::add_slots() noexcept {
-  if (table_.entries == nullptr) {
-    Block* const block = Block::make(kStep);
-    if (block == nullptr) return false;
-    table_.entries = block->entries();
-    table_.size = kStep;
-    return true;
-  }
-  if (table_.size > INT32_MAX - kStep) return false;
-  Block& block = block_of(table_);
-  if (static_cast<std::uint32_t>(table_.size) == block.capacity) {
-    Block* const larger = Block::make(block.capacity * 2);
+  Block* const block = table_.entries != nullptr ? &block_of(table_) : nullptr;
+  const std::uint32_t capacity = block != nullptr ? block->capacity : 0;
+  const SlotNumbers more = with_more_slots({size_in_memory(), capacity});
+  if (more == kNoMoreSlots) return false;
+  if (more.capacity != capacity) {
+    Block* const larger = Block::make(more.capacity);
     if (larger == nullptr) return false;
-    copy_slots(block, *larger);
+    if (block != nullptr) copy_slots(*block, *larger);
+    larger->count = table_.count;
     table_.entries = larger->entries();
-    std::free(&block);
+    std::free(block);
   }
-  table_.size += kStep;
+  table_.size = more.size;
   return true;
+}
+
+std::int32_t Slots::size_in_memory() const noexcept {
+  if (table_.entries == nullptr || table_.size < 0) return 0;
+  const std::uint32_t capacity = block_of(table_).capacity;
+  return static_cast<std::int32_t>(std::min(static_cast<std::uint32_t>(table_.size), capacity));
 }
 
 void Slots::release() noexcept {

@@ -13,12 +13,6 @@
 namespace rkutils::cfread {
 namespace {
 
-// Takes the entry out of the table.
-UniqueEntry take(cfread_table& table, Slots slots, std::int32_t slot) {
-  --table.count;
-  return UniqueEntry(slots.take(slot));
-}
-
 std::int32_t find_free_or_exit(Slots slots) {
   const std::int32_t slot = slots.find_free();
   if (slot == Slots::kNone) {
@@ -53,7 +47,7 @@ cfread_entry* set_entry(cfread_table& table, const char* key, const char* value,
   const std::uint32_t hash = internal::hash_text(key);
   UniqueEntry replaced;  // lives on until its texts are copied
   const std::int32_t old_slot = slots.find(key, hash);
-  if (old_slot != Slots::kNone) replaced = take(table, slots, old_slot);
+  if (old_slot != Slots::kNone) replaced.reset(slots.take(old_slot));
   const std::int32_t slot = find_free_or_exit(slots);
 
   UniqueEntry entry(static_cast<cfread_entry*>(zalloc(sizeof(cfread_entry))));
@@ -63,19 +57,19 @@ cfread_entry* set_entry(cfread_table& table, const char* key, const char* value,
   if (entry->key == nullptr || entry->value == nullptr) {
     // Kept for programs that count on it: the record, whose number is 0 yet, is taken out of the
     // table although it is not in there. So slot 0 loses its entry.
-    lost = take(table, slots, static_cast<std::int32_t>(entry->index));
+    lost.reset(slots.take(static_cast<std::int32_t>(entry->index)));
     return report_no_memory(table, key);
   }
   entry->int_value = number_of_value(entry->value);
   entry->index = static_cast<std::uint32_t>(slot);
   slots.put(slot, entry.get(), hash);
-  ++table.count;
   return entry.release();
 }
 
 void free_entries(cfread_table& table) noexcept {
   Slots slots(table);
-  for (std::int32_t slot = 0; slot < table.size; ++slot) UniqueEntry(table.entries[slot]);
+  const std::int32_t size = slots.size_in_memory();
+  for (std::int32_t slot = 0; slot < size; ++slot) UniqueEntry(table.entries[slot]);
   slots.release();
 }
 
