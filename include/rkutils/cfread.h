@@ -24,21 +24,26 @@
  * Of an entry, the first "=" ends the key. Spaces are removed from the key wherever they stand, and
  * from the beginning of the value; inside the value and at its end they stay:
  * "  my key =  some value = x " is the key "mykey" and the value "some value = x ". Bytes of 128
- * and above are removed everywhere, as if they were not in the file. A tab is an ordinary character
- * of key and value. There is no quoting and no escaping. A carriage return ends a line's text as a
- * line feed does, and what stands between the two is not read.
+ * and above are removed from key and value. They count in the line's length all the same, stay in
+ * the name of an include, and a line that begins with one is neither comment nor include. A tab is
+ * an ordinary character of key and value. There is no quoting and no escaping. A carriage return
+ * ends an entry as a line feed does, and what stands between the two is not read. In an include it
+ * is white space: removed around the name, kept inside it.
  *
  * Limits. A key and a value have up to 255 bytes each; a space that is met when the key has 255
  * already is one too many, although it would be removed. A line has up to 1022 bytes and its line
- * feed. Every line must have its end, the last line of a file too. A NUL byte ends the line's text
- * without a line end, so outside of comments and includes it is an error. A longer comment or
- * include goes on as a line of its own at its 1024th byte. A path has up to 511 bytes; one that is
- * made of a folder and an include's name, up to 510.
+ * feed. Every line but a comment or an include must have its end, the last line of a file too. A
+ * NUL byte ends the line's text without a line end, so outside of those two it is an error. A
+ * longer comment or include goes on as a line of its own at its 1024th byte. A path has up to 511
+ * bytes; one that is made of a folder and an include's name, up to 510.
  *
  * Includes nest as deep as the process may have files open, at about 5 KiB of memory each and none
  * of the stack. A file that includes itself is not recognised as such: it is opened again and again
  * until no descriptor or memory is left, and then fails as one that cannot be opened, unless a
- * callback has ended it before. Everything is closed and freed then.
+ * callback has ended it before. Other threads lack descriptors and memory until then. Where memory
+ * runs out first, it may be an entry that lacks it: see cfread_set_entry(), which ends the process
+ * when it is for slots. Of a failed reading all files are closed before the message is logged, so
+ * that a descriptor is there for a log that the program is not connected to yet.
  *
  * Messages go to syslog with the host program's settings, all LOG_ERR. While a file is read:
  *     cfread: no config file given                             the path is NULL or empty
@@ -48,9 +53,9 @@
  *     cfread: max. key length exceeded in FILE at line N
  *     cfread: max. value length exceeded in FILE at line N
  *     cfread: non-terminated entry in FILE at line N           no line end, or a NUL
- *     cfread: unable to add entry in FILE at line N            cfread_set_entry() failed, and has
- *                                                              logged its own message
- * Each of them ends the reading of all files: one message, and the whole call fails. FILE is the
+ *     cfread: unable to add entry in FILE at line N            cfread_set_entry() failed
+ * Each of them ends the reading of all files, and the whole call fails. It is the only message but
+ * in the last case, where that of cfread_set_entry() stands before it. FILE is the
  * path as it was opened. N counts from 1 and does not count include lines, so behind two of these
  * it is two less than an editor shows; programs that read the log know it so.
  *
@@ -94,6 +99,20 @@ typedef struct cfread_entry {
 /*
  * A table. Programs read it and change it with cfread_set_entry() alone. The entries lie in an
  * array of slots, in no particular order; an entry keeps its slot until it is replaced.
+ *
+ * A table of a program's own, with all bytes 0 and in memory from malloc() or zalloc(), is an empty
+ * one without a file: messages name "" for it, and cfread_close() frees it.
+ *
+ * Programs that write into a table nonetheless get this:
+ *    A slot set to NULL: its entry is the program's to free, and not found any more. The slot is
+ *       filled next when the program lowers `count` too; otherwise when no other is free and the
+ *       array has to move, or not at all.
+ *    An entry put into a slot: it is found and replaced only where the slot's last entry had the
+ *       same key, and never overwritten. cfread_close() frees it with its key and value.
+ *    `count`: goes on from the new number, and has no other effect.
+ *    `size`: slots beyond it are not filled, and their entries not freed by cfread_close(), though
+ *       still found. No slot beyond the array's memory is touched.
+ *    `entries`: must not be changed, and `filename` only to a text that outlives its use.
  */
 typedef struct cfread_table {
   int32_t count;            /* slots in use */

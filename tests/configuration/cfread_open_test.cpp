@@ -230,6 +230,12 @@ TEST_F(CfreadOpen, TakesLinesOf1022BytesAndTheirLineFeed) {
   }
 }
 
+TEST_F(CfreadOpen, CountsHighBytesInTheLengthOfALine) {
+  EXPECT_NE(open_table(file("a.conf", std::string(1019, '\xff') + "k=v\n")), nullptr);
+  EXPECT_EQ(open_table(file("a.conf", std::string(1020, '\xff') + "k=v\n")), nullptr);
+  EXPECT_THAT(log_.take(), ElementsAre(err_at(kNonTerminated, 1)));
+}
+
 TEST_F(CfreadOpen, ReadsALongCommentsRestAsALineOfItsOwn) {
   const std::string comment = "#" + std::string(1022, 'x');
   const Table table = open_table(file("a.conf", comment + "rest=1\n"));

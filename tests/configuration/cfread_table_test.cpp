@@ -425,6 +425,15 @@ TEST_F(CfreadTable, LeavesEntriesThatAProgramHasPutIntoSlotsAndFreesThem) {
   for (const char* key : {"a", "c", "e", "key5", "key64"}) EXPECT_NE(find(key), nullptr) << key;
 }
 
+TEST_F(CfreadTable, FindsAnEntryThatAProgramHasPutInPlaceOfOneWithTheSameKey) {
+  free_entry(set("a", "1"));
+  table()->entries[0] = make_entry("a");
+  EXPECT_EQ(find("a"), table()->entries[0]);
+  set("a", "2");
+  EXPECT_THAT(keys_by_slot(), ElementsAre("a"));
+  EXPECT_STREQ(find("a")->value, "2");
+}
+
 TEST_F(CfreadTable, NeverOverwritesAnEntryWhateverAProgramMakesOfTheCount) {
   for (const int count : {-7, 0, 3, 1000}) {
     table()->count = count;
