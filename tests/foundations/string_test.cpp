@@ -532,7 +532,8 @@ class HugeText {
       // The last page stays anonymous, and its zeros end the text.
       text_ = static_cast<char*>(place);
       for (std::size_t at = 0; at + kPiece < kSize; at += kPiece) {
-        ::mmap(text_ + at, kPiece, PROT_READ, MAP_PRIVATE | MAP_FIXED, file, 0);
+        EXPECT_NE(::mmap(text_ + at, kPiece, PROT_READ, MAP_PRIVATE | MAP_FIXED, file, 0),
+                  MAP_FAILED);
       }
     }
     ::close(file);
