@@ -83,9 +83,12 @@ TEST_F(LineSourceTest, CutsLongLinesBehindAPiecesLastByte) {
   for (const std::size_t length :
        {std::size_t{2}, std::size_t{1022}, std::size_t{1023}, LineSource::kMaxPieceLength}) {
     const std::string long_line(length, 'x');
-    put(at("a"), long_line + "y\n" + long_line.substr(1) + "\n" + long_line + "\n");
+    const std::string shorter_line = long_line.substr(1) + "\n";
+    std::string text = long_line;
+    text.append("y\n").append(shorter_line).append(long_line).append("\n");
+    put(at("a"), text);
     EXPECT_THAT(pieces_of(at("a"), length),
-                ElementsAre(long_line, "y\n", long_line.substr(1) + "\n", long_line, "\n"));
+                ElementsAre(long_line, "y\n", shorter_line, long_line, "\n"));
   }
 }
 
