@@ -184,19 +184,9 @@ void find_text_ours(State& state, std::size_t count) {
       });
 }
 
-void find_text_flat(State& state, std::size_t count) {
-  absl::flat_hash_map<std::string, void*> table;
-  look_up(
-      state, table, make_text_keys(count),
-      [](auto& t, const std::string& key, void* value) { t[key] = value; },
-      [](const auto& t, const std::string& key) -> void* {
-        const auto found = t.find(key.c_str());
-        return found == t.end() ? nullptr : found->second;
-      });
-}
-
-void find_text_unordered(State& state, std::size_t count) {
-  std::unordered_map<std::string, void*> table;
+template <typename Map>
+void find_text_in_map(State& state, std::size_t count) {
+  Map table;
   look_up(
       state, table, make_text_keys(count),
       [](auto& t, const std::string& key, void* value) { t[key] = value; },
@@ -277,12 +267,14 @@ void add_hash_rows() {
   constexpr std::size_t kFew = 1000;
   constexpr std::size_t kMany = 100000;
   compare("lookup among 1,000 texts", with(kFew, find_text_ours),
-          {peer(kFlat, 1.3, with(kFew, find_text_flat)),
-           peer("std::unordered_map", 0.5, with(kFew, find_text_unordered)),
+          {peer(kFlat, 1.3, with(kFew, find_text_in_map<absl::flat_hash_map<std::string, void*>>)),
+           peer("std::unordered_map", 0.5,
+                with(kFew, find_text_in_map<std::unordered_map<std::string, void*>>)),
            floor(kWalk, 1.1, with(kFew, find_text_floor))});
   compare("lookup among 100,000 texts", with(kMany, find_text_ours),
-          {peer(kFlat, 1.9, with(kMany, find_text_flat)),
-           peer("std::unordered_map", 0.5, with(kMany, find_text_unordered)),
+          {peer(kFlat, 1.9, with(kMany, find_text_in_map<absl::flat_hash_map<std::string, void*>>)),
+           peer("std::unordered_map", 0.5,
+                with(kMany, find_text_in_map<std::unordered_map<std::string, void*>>)),
            floor(kWalk, 1.1, with(kMany, find_text_floor))});
   for (const auto& [kind, make_keys] :
        {std::pair("scattered", make_scattered_keys), {"consecutive", make_consecutive_keys}}) {

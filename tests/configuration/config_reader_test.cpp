@@ -834,8 +834,8 @@ TEST_F(ConfigReaderTest, LooksForWhatIsBeforeANul) {
   EXPECT_EQ(reader_.getIndexedValueAsInt(pattern, 1, 0), 5);
 }
 
-// The empty text is the one String that threads could share unseen, and its count is a plain number:
-// a getter that made use of it would be seen here to change it.
+// The empty text is the one String that threads could share unseen, and its count is a plain
+// number: a getter that made use of it would be seen here to change it.
 TEST_F(ConfigReaderTest, AnswersTwoThreadsAtOnce) {
   constexpr int kRounds = 5000;
   read("a1=5\n=6\n");

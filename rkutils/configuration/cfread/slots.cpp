@@ -17,7 +17,8 @@ struct Link {
 };
 
 // The block of memory that begins before the first slot. It has room for more slots than the table
-// has, see SlotNumbers: `capacity` pointers, as many links, and as many buckets. A bucket holds the number of its first slot plus one; 0 ends it.
+// has, see SlotNumbers: `capacity` pointers, as many links, and as many buckets. A bucket holds the
+// number of its first slot plus one; 0 ends it.
 struct Block {
   std::uint32_t capacity;      // a power of two
   std::uint32_t end;           // no slot from here on is or was linked
