@@ -1,6 +1,8 @@
 # The layers of the library, one object library per folder of rkutils/.
 #
-#   rkutils_layer(NAME SOURCES file... MAY_USE layer...)
+#   rkutils_layer(NAME SOURCES file... MAY_USE layer... [CALLS library...])
+#
+# CALLS names the libraries of others that the layer calls (rkutils_dependencies.cmake).
 #
 # A layer's internal headers are included as <rkutils/NAME/header.h>. They are reachable only through
 # a gate, a folder of the build tree that holds a link to that one layer, and a target gets the gates
@@ -8,7 +10,7 @@
 # compile.
 
 function(rkutils_layer name)
-  cmake_parse_arguments(PARSE_ARGV 1 LAYER "" "" "SOURCES;MAY_USE")
+  cmake_parse_arguments(PARSE_ARGV 1 LAYER "" "" "SOURCES;MAY_USE;CALLS")
 
   set(gate "${PROJECT_BINARY_DIR}/layers/${name}")
   file(MAKE_DIRECTORY "${gate}/rkutils")
@@ -22,5 +24,5 @@ function(rkutils_layer name)
   target_link_libraries(
     rkutils_${name}
     PUBLIC ${LAYER_MAY_USE}
-    PRIVATE rkutils_warnings rkutils_hardening rkutils_sanitizers)
+    PRIVATE ${LAYER_CALLS} rkutils_warnings rkutils_hardening rkutils_sanitizers)
 endfunction()
