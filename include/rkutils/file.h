@@ -57,7 +57,8 @@ RK_API extern const int32_t READFILE_OUT_OF_MEMORY;
  * Reads a file into `buffer` of `size` bytes, at most size - 1 characters of it, and removes white
  * space (space, tab, carriage return, newline) from both ends of the text. What a larger file has
  * beyond that is not read. A NUL in the file hides what follows it in its line; but of a long line
- * only as many characters as there was room for when it came, and the text goes on after them.
+ * only as many characters as there was room for when it came, and the text goes on after them. So
+ * /dev/zero, which has no end and fills no buffer, is read for ever.
  *
  * Returns `buffer`, with the text at its front: the empty text when `path` is NULL or the file is
  * not readable (asked with access(2): for the real user) or is a directory; what was read until

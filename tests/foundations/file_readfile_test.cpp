@@ -3,6 +3,8 @@
 #include <rkutils/file.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -13,6 +15,7 @@
 
 #include "file_fixture.h"
 #include "support/case_name.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 
 namespace {
@@ -151,6 +154,38 @@ TEST_F(ReadfileR, WithoutADescriptorGivesTheEmptyText) {
   EXPECT_STREQ(readfile_r(path.c_str(), buffer, sizeof buffer), "");
 }
 
+TEST_F(ReadfileR, KeepsWhatWasReadBeforeAFailure) {
+  put(at("one"), "abc\ndef\n");
+  char buffer[16] = "before all that";
+  support::run_with_failing_calls({{support::SystemCall::kRead, EIO, 1}},
+                                  [&] { readfile_r(at("one").c_str(), buffer, sizeof buffer); });
+  EXPECT_STREQ(buffer, "abc\ndef");
+}
+
+TEST_F(ReadfileR, GivesTheEmptyTextWhenTheFirstReadFails) {
+  put(at("one"), "abc");
+  char buffer[16] = "before";
+  support::run_with_failing_calls({{support::SystemCall::kRead, EIO}},
+                                  [&] { readfile_r(at("one").c_str(), buffer, sizeof buffer); });
+  EXPECT_STREQ(buffer, "");
+}
+
+TEST_F(ReadfileR, WorksOnSeveralThreadsAtOnce) {
+  std::array<std::thread, 4> threads;
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    const std::string text(1000 + i, static_cast<char>('a' + i));
+    const std::string path = at(std::to_string(i));
+    put(path, text);
+    threads[i] = std::thread([text, path] {
+      std::string buffer(2000, '#');
+      for (int round = 0; round < 500; ++round) {
+        ASSERT_EQ(readfile_r(path.c_str(), buffer.data(), buffer.size()), text);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
 TEST_F(ReadfileR, FollowsALink) {
   put(at("one"), "abc\n");
   make_link("one", at("link"));
@@ -198,6 +233,13 @@ TEST_F(Readfile, ReadsIntoOneBufferOf1024Bytes) {
   EXPECT_STREQ(first, "abc");
   EXPECT_EQ(readfile(at("long").c_str()), first);
   EXPECT_EQ(first, std::string(1023, 'x'));
+}
+
+TEST_F(Readfile, HasOneBufferForAllThreads) {
+  put(at("one"), "abc");
+  const char* elsewhere = nullptr;
+  std::thread([&] { elsewhere = readfile(at("one").c_str()); }).join();
+  EXPECT_EQ(elsewhere, readfile(nullptr));
 }
 
 TEST_F(Readfile, IsNeverNull) {
