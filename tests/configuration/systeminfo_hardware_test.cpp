@@ -93,6 +93,16 @@ TEST_F(Dwhw, OfZeroIsRememberedToo) {
   EXPECT_EQ(types, "0 0");
 }
 
+TEST_F(Dwhw, OfANegativeNumberIsRememberedToo) {
+  proc_.put(kType, "-2\n");
+  const std::string types = in_child([this] {
+    std::string all = std::to_string(dwhw());
+    proc_.put(kType, "19\n");
+    return all + " " + std::to_string(dwhw());
+  });
+  EXPECT_EQ(types, "-2 -2");
+}
+
 TEST_F(Dwhw, IsLookedUpAgainAsLongAsItIsNotThere) {
   const std::string types = in_child([this] {
     std::string all = std::to_string(dwhw()) + " " + std::to_string(dwhw());
@@ -187,8 +197,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Device{"VariantOfNoNumber", "18\n", "abc\n", 1},
                     Device{"EmptyVariant", "18\n", "\n", 0},
                     Device{"NoExtensionBoard", "18\n", nullptr, 0},
-                    Device{"OtherType", "17\n", "0\n", 0}, Device{"TypeZero", "0\n", "0\n", 0},
-                    Device{"NoType", nullptr, "0\n", 0}, Device{"Nothing", nullptr, nullptr, 0}),
+                    Device{"TypeBefore", "17\n", "0\n", 0}, Device{"TypeBehind", "19\n", "0\n", 0},
+                    Device{"TypeZero", "0\n", "0\n", 0}, Device{"NoType", nullptr, "0\n", 0},
+                    Device{"Nothing", nullptr, nullptr, 0}),
     support::CaseName());
 
 using HasPoeReading = HardwareTest;

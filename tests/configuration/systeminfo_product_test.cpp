@@ -4,6 +4,7 @@
 #include <rkutils/systeminfo.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -13,7 +14,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "support/case_name.h"
+#include "support/failing_calls.h"
 #include "support/for_nobody.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
@@ -94,6 +95,21 @@ TEST_F(Oem, GivesTheEmptyTextForAFileThatIsNotReadable) {
   put(kOemFile, "Vendor=abc\n");
   ::chmod(kOemFile, 0200);
   support::run_without_override([] { EXPECT_STREQ(oem("Vendor"), ""); });
+}
+
+TEST_F(Oem, OpensTheFileForTheEffectiveUser) {
+  put(kOemFile, "Vendor=abc\n");
+  ::chmod(kOemFile, 0600);
+  support::run_for_nobody([] { EXPECT_STREQ(oem("Vendor"), "abc"); });
+}
+
+TEST_F(Oem, EndsAtAFailingReadAndDropsTheLineThatItEnds) {
+  put(kOemFile, "Vendor=abc\nModel=def");
+  support::run_with_failing_calls({{support::SystemCall::kRead, EIO, 1}},
+                                  [] { EXPECT_STREQ(oem("Model"), ""); });
+  support::run_with_failing_calls({{support::SystemCall::kRead, EIO, 1}},
+                                  [] { EXPECT_STREQ(oem("Vendor"), "abc"); });
+  EXPECT_STREQ(oem("Model"), "def");
 }
 
 TEST_F(Oem, GivesTheEmptyTextWithoutADescriptor) {

@@ -1,17 +1,42 @@
 // Maintenance, and the generations of mobile networks.
 
+#include <rkutils/export.h>
 #include <rkutils/systeminfo.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "support/case_name.h"
 #include "support/for_nobody.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
+
+namespace {
+
+// The markers that this thread has asked for.
+thread_local std::vector<std::string> asked;
+
+}  // namespace
+
+// Stands before the C library's and makes the system call itself. C libraries differ in whether
+// they declare it noexcept.
+// NOLINTNEXTLINE(readability-redundant-declaration)
+extern "C" RK_API int access(const char* path, int mode) noexcept(noexcept(::access(path, mode)));
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+int access(const char* path, int mode) noexcept(noexcept(::access(path, mode))) {
+  constexpr char kFolder[] = "/tmp/progress/";
+  if (std::strncmp(path, kFolder, std::strlen(kFolder)) == 0) asked.emplace_back(path);
+  return static_cast<int>(::syscall(SYS_faccessat, AT_FDCWD, path, mode));
+}
 
 namespace {
 
@@ -38,6 +63,21 @@ TEST_F(InMaintenance, IsTrueForSeveralMarkersAtOnce) {
   put("/tmp/progress/swupdate", "");
   put("/tmp/progress/sshkeys", "");
   EXPECT_EQ(in_maintenance(), 1);
+}
+
+TEST_F(InMaintenance, AsksForTheMarkersInOrderUntilOneIsThere) {
+  asked.clear();
+  EXPECT_EQ(in_maintenance(), 0);
+  EXPECT_THAT(asked, testing::ElementsAre("/tmp/progress/swupdate", "/tmp/progress/bdupdate",
+                                          "/tmp/progress/fwupdate", "/tmp/progress/config",
+                                          "/tmp/progress/switch-software",
+                                          "/tmp/progress/switch-config", "/tmp/progress/sshkeys"));
+  put("/tmp/progress/fwupdate", "");
+  put("/tmp/progress/sshkeys", "");
+  asked.clear();
+  EXPECT_EQ(in_maintenance(), 1);
+  EXPECT_THAT(asked, testing::ElementsAre("/tmp/progress/swupdate", "/tmp/progress/bdupdate",
+                                          "/tmp/progress/fwupdate"));
 }
 
 TEST_F(InMaintenance, IsFalseForOtherNames) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +24,8 @@
 
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
+#include "support/failing_calls.h"
+#include "support/for_nobody.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
@@ -76,6 +79,14 @@ TEST_F(SysteminfoInit, IsNullForAFileThatIsNotReadable) {
   systeminfo* table = nullptr;
   support::run_without_override([&] { table = systeminfo_init(); });
   EXPECT_EQ(table, nullptr);
+}
+
+TEST_F(SysteminfoInit, OpensTheFileForTheEffectiveUser) {
+  put(kVariables, "NAME=1\n");
+  ::chmod(kVariables, 0600);
+  Table table;
+  support::run_for_nobody([&] { table.reset(systeminfo_init()); });
+  EXPECT_EQ(systeminfo_getint(table.get(), "NAME"), 1);
 }
 
 TEST_F(SysteminfoInit, IsNullWithoutADescriptor) {
@@ -223,6 +234,16 @@ TEST_F(SysteminfoInit, ReadsRandomFilesByTheRules) {
   EXPECT_GT(found, 1000U);
 }
 
+TEST_F(SysteminfoInit, EndsAtAFailingReadAndDropsTheLineThatItEnds) {
+  put(kVariables, "A=1\nB=2");
+  Table table;
+  support::run_with_failing_calls({{support::SystemCall::kRead, EIO, 1}},
+                                  [&] { table.reset(systeminfo_init()); });
+  ASSERT_NE(table, nullptr);
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "A"), "1\n");
+  EXPECT_STREQ(systeminfo_getvar(table.get(), "B"), "");
+}
+
 TEST_F(SysteminfoInit, KeepsTheVariablesWhenTheFileChanges) {
   const Table table = table_of("NAME=1\n");
   const Table later = table_of("NAME=2\n");
@@ -301,8 +322,14 @@ TEST_F(SysteminfoGetvar, FindsTheEmptyName) {
 }
 
 TEST_F(SysteminfoGetvar, GivesTheTablesOwnText) {
-  const Table table = table_of("NAME=1\n");
-  EXPECT_EQ(systeminfo_getvar(table.get(), "NAME"), systeminfo_getvar(table.get(), "NAME"));
+  const Table table = table_of("NAME=1\nOTHER=2\n");
+  const Table later = table_of("NAME=3\n");
+  const char* const value = systeminfo_getvar(table.get(), "NAME");
+  const char* const other = systeminfo_getvar(table.get(), "OTHER");
+  EXPECT_EQ(systeminfo_getvar(table.get(), "NAME"), value);
+  EXPECT_STREQ(systeminfo_getvar(later.get(), "NAME"), "3\n");
+  EXPECT_STREQ(value, "1\n");
+  EXPECT_STREQ(other, "2\n");
 }
 
 TEST_F(SysteminfoGetvar, GivesTheEmptyTextForNull) {
