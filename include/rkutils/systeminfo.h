@@ -78,8 +78,8 @@ typedef struct systeminfo systeminfo;
  *
  * A line is read in pieces of at most 1022 characters, the newline included; each piece counts as a
  * line of its own. A NUL hides the rest of its piece, and a piece that begins with one ends the
- * reading; so does a failing read. What was read until then is the table: that of a directory, for
- * instance, is empty.
+ * reading; so does a failing read, and the piece that it ends does not count. What was read until
+ * then is the table: that of a directory, for instance, is empty.
  *
  * Returns the table, to be released with systeminfo_free(); or NULL: the file cannot be opened, it
  * has more than 256 variables, or there is no memory.
@@ -114,8 +114,8 @@ RK_API void systeminfo_free(systeminfo* info);
  * "=" are skipped, all others stay. The line's newline does not belong to the value.
  *
  * A line is read in pieces of at most 1023 characters, each of which counts as a line of its own. A
- * NUL hides the rest of its piece, and a piece that begins with one ends the reading. Blank lines
- * do not.
+ * NUL hides the rest of its piece, and a piece that begins with one ends the reading; so does a
+ * failing read, and the piece that it ends does not count. Blank lines do not end it.
  *
  * Returns the value, in a buffer of 1024 bytes that belongs to the library; or the empty text: no
  * such key, a NULL key, or a file that cannot be read. Never NULL. The next call overwrites the
@@ -157,8 +157,8 @@ RK_API int dwhw(void);
 RK_API int get_extension_variant(void);
 
 /*
- * Tells whether the device supplies power over Ethernet: it is of hardware type 18, with the
- * extension board's variant 0.
+ * Tells whether the device has PoE (power over Ethernet): it is of hardware type 18, and the
+ * extension board's variant is 0 (also one that is text but no number).
  *
  * Returns 1 or 0. Overwrites readfile()'s result.
  */

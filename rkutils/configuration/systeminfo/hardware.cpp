@@ -13,7 +13,7 @@ constexpr char kHardwareTypeFile[] = "/proc/sysinfo/dwhw";
 constexpr char kExtensionVariantFile[] = "/proc/sysinfo/bd/1/prod_variant";
 constexpr char kSimDevice[] = "/dev/sim";
 
-// With variant 0 of its extension board, this type feeds power into its Ethernet ports.
+// This type has PoE, with this variant of its extension board.
 constexpr int kTypeThatMayHavePoe = 18;
 constexpr int kVariantWithPoe = 0;
 
