@@ -6,6 +6,7 @@
 
 #include <rkutils/cfread.h>
 #include <rkutils/configd.h>
+#include <rkutils/event.h>
 #include <rkutils/export.h>
 #include <rkutils/file.h>
 #include <rkutils/list.h>

@@ -76,10 +76,19 @@ static void device(void) {
   check(get_generation("LTE") == 4, "a technology has its generation");
 }
 
+static void events(void) {
+  rkevent_record record = {1, 2, "text"};
+  check(rkevent(record.event, record.parameter, record.text) == -1, "no pipe, no event");
+  check(create_legacy_source(NULL) == NULL, "no context, no source");
+  check(register_legacy_sink(NULL) == NULL, "no context, no sink");
+  check(dispatch_legacy_event(NULL, &record) == -1, "no socket, no event");
+}
+
 int main(void) {
   lists();
   texts();
   configuration();
   device();
+  events();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

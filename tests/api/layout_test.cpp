@@ -42,6 +42,14 @@ TEST(Layout, OfAHashTable) {
   static_assert(sizeof(INUInt32HashTable) == sizeof(void*) + 8);
 }
 
+TEST(Layout, OfAnEvent) {
+  static_assert(offsetof(rkevent_record, event) == 0);
+  static_assert(offsetof(rkevent_record, parameter) == 4);
+  static_assert(offsetof(rkevent_record, text) == 8);
+  static_assert(sizeof(rkevent_record) == 136);
+  static_assert(std::is_trivial_v<rkevent_record> && std::is_standard_layout_v<rkevent_record>);
+}
+
 TEST(Layout, OfAQuery) {
   static_assert(offsetof(configd_query, links) == 0);
   static_assert(offsetof(configd_query, key) == 2 * sizeof(void*));
