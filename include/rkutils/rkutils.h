@@ -5,6 +5,7 @@
 #define RKUTILS_RKUTILS_H
 
 #include <rkutils/cfread.h>
+#include <rkutils/command.h>
 #include <rkutils/configd.h>
 #include <rkutils/event.h>
 #include <rkutils/export.h>

@@ -23,13 +23,17 @@ namespace {
 
 using rkutils::internal::UniqueFd;
 
-// Kernels of 6.6 and above have it, and C libraries use it before their headers tell its number,
-// which is the same on all machines.
+// What newer kernels have, and C libraries use before their headers tell the numbers, which are the
+// same on all machines.
+constexpr unsigned kClone3 = 435;
+constexpr unsigned kCloseRange = 436;
 constexpr unsigned kFchmodat2 = 452;
 
 // The numbers that a call has. New machines lack some of the old ones; those of 32 bits have more.
 std::vector<unsigned> numbers_of(SystemCall call) {
   switch (call) {
+    case SystemCall::kAttachSharedMemory:
+      return {SYS_shmat};
     case SystemCall::kChangeModeByName:
       return {
 #ifdef SYS_chmod
@@ -40,8 +44,18 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {SYS_fchmod};
     case SystemCall::kClose:
       return {SYS_close};
+    case SystemCall::kCloseRange:
+      return {kCloseRange};
     case SystemCall::kCopyRange:
       return {SYS_copy_file_range};
+    case SystemCall::kFork:
+      return {
+#ifdef SYS_fork
+          SYS_fork, SYS_vfork,
+#endif
+          SYS_clone, kClone3};
+    case SystemCall::kGetSharedMemory:
+      return {SYS_shmget};
     case SystemCall::kList:
       return {
 #ifdef SYS_getdents
@@ -92,11 +106,22 @@ UniqueFd make_fail(const std::vector<FailingCall>& calls) {
   return questions;
 }
 
-FailingCall& find_call(std::vector<FailingCall>& calls, int number) {
-  return *std::find_if(calls.begin(), calls.end(), [number](const FailingCall& failing) {
-    const std::vector<unsigned> numbers = numbers_of(failing.call);
-    return std::count(numbers.begin(), numbers.end(), static_cast<unsigned>(number)) != 0;
-  });
+// A call with its numbers, found beforehand: see below.
+struct NumberedCall {
+  explicit NumberedCall(FailingCall call)
+      : failing(std::move(call)), numbers(numbers_of(failing.call)) {}
+
+  FailingCall failing;
+  const std::vector<unsigned> numbers;
+};
+
+FailingCall& find_call(std::vector<NumberedCall>& calls, int number) {
+  return std::find_if(calls.begin(), calls.end(),
+                      [number](const NumberedCall& call) {
+                        return std::count(call.numbers.begin(), call.numbers.end(),
+                                          static_cast<unsigned>(number)) != 0;
+                      })
+      ->failing;
 }
 
 // Decides about a call, and counts it.
@@ -111,8 +136,9 @@ void answer(FailingCall& failing, seccomp_notif_resp& response) {
   response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
 }
 
-// Answers the filter's questions until its thread has ended.
-void answer_all(int questions, std::vector<FailingCall> calls) {
+// Answers the filter's questions until its thread has ended. It allocates nothing: a thread that
+// forks may hold the allocator's lock while it waits for the answer.
+void answer_all(int questions, std::vector<NumberedCall>& calls) {
   for (;;) {
     pollfd ready = {questions, POLLIN, 0};
     if (::poll(&ready, 1, -1) < 0 && errno == EINTR) continue;
@@ -130,6 +156,7 @@ void answer_all(int questions, std::vector<FailingCall> calls) {
 
 void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action) {
+  std::vector<NumberedCall> numbered(calls.begin(), calls.end());
   std::promise<UniqueFd> questions;
   std::thread thread([&] {
     questions.set_value(make_fail(calls));
@@ -137,7 +164,7 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
   });
   {
     const UniqueFd asked = questions.get_future().get();
-    answer_all(asked.get(), calls);
+    answer_all(asked.get(), numbered);
   }
   thread.join();
 }

@@ -10,11 +10,15 @@ namespace support {
 
 // System calls by what they do, under whatever names and numbers this machine has for it.
 enum class SystemCall {
+  kAttachSharedMemory,      // shmat(2)
   kChangeModeByName,        // chmod(2), fchmodat(2)
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
-  kCopyRange,  // copy_file_range(2)
-  kList,       // what is behind readdir(3)
+  kCloseRange,       // close_range(2)
+  kCopyRange,        // copy_file_range(2)
+  kFork,             // all that makes a process or a thread
+  kGetSharedMemory,  // shmget(2)
+  kList,             // what is behind readdir(3)
   kRead,
   kSendfile,
 };
@@ -25,7 +29,8 @@ struct FailingCall {
   // Which of them fail: all, or only `times` of them after the first `done`, which are done.
   unsigned done = 0;
   unsigned times = std::numeric_limits<unsigned>::max();
-  // What happens meanwhile, on the caller's thread, just before the first of them fails.
+  // What happens meanwhile, on the caller's thread, just before the first of them fails. A thread
+  // that forks may hold the allocator's lock: nothing may be allocated then.
   std::function<void()> meanwhile = {};
 };
 

@@ -1,6 +1,7 @@
 #include "support/failing_calls.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -8,7 +9,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/sendfile.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -66,6 +69,18 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
                     [&] { return ::copy_file_range(first_, nullptr, second_, nullptr, 4, 0); }));
   EXPECT_TRUE(
       fails(SystemCall::kSendfile, [&] { return ::sendfile(second_, first_, nullptr, 4); }));
+  EXPECT_TRUE(fails(SystemCall::kCloseRange, [] {
+    constexpr unsigned kNumber = 436;
+    return ::syscall(kNumber, 1000000U, 1000000U, 0U);
+  }));
+  EXPECT_TRUE(fails(SystemCall::kFork, [] {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(0);
+    return child;
+  }));
+  EXPECT_TRUE(fails(SystemCall::kGetSharedMemory, [] { return ::shmget(IPC_PRIVATE, 4, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kAttachSharedMemory,
+                    [] { return reinterpret_cast<std::intptr_t>(::shmat(-1, nullptr, 0)); }));
   char byte = 0;
   EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::read(first_, &byte, 1); }));
   EXPECT_TRUE(fails(SystemCall::kList, [] {

@@ -1,0 +1,62 @@
+// Command lines split into argument vectors.
+
+#include <rkutils/command.h>
+#include <rkutils/memory.h>
+#include <rkutils/processes/command/words.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace {
+
+using rkutils::processes::CommandWords;
+
+constexpr int kSlots = 255;
+
+struct VectorFreer {
+  void operator()(char** vector) const noexcept { freeargv(vector); }
+};
+using Vector = std::unique_ptr<char*[], VectorFreer>;
+
+Vector make_vector() { return Vector(static_cast<char**>(zalloc(kSlots * sizeof(char*)))); }
+
+// Each word has room for the whole line: callers have come to write into it.
+char* copy_word(std::string_view word, std::size_t size) {
+  char* const copy = static_cast<char*>(zalloc(size));
+  if (copy != nullptr) std::memcpy(copy, word.data(), word.size());
+  return copy;
+}
+
+}  // namespace
+
+int makeargv(const char* input, char*** argv, int* argc) {
+  if (input == nullptr || argv == nullptr || argc == nullptr) return -1;
+  Vector vector = make_vector();
+  if (!vector) return -1;
+
+  const std::size_t word_size = std::strlen(input) + 1;
+  CommandWords words(input);
+  CommandWords::Found found = words.next();
+  int count = 0;
+  for (; found == CommandWords::Found::kWord; found = words.next()) {
+    if (count == kSlots) return -1;
+    char* const word = copy_word(words.word(), word_size);
+    if (word == nullptr) return -1;
+    vector[static_cast<std::size_t>(count++)] = word;
+  }
+  if (found == CommandWords::Found::kUnclosedQuote) return -1;
+  *argv = vector.release();
+  *argc = count;
+  return 0;
+}
+
+void freeargv(char** argv) {
+  if (argv == nullptr) return;
+  for (int i = 0; i < kSlots; ++i) {
+    if (argv[i] != nullptr) std::free(argv[i]);  // most are NULL
+  }
+  std::free(argv);
+}

@@ -1,0 +1,37 @@
+// Files with names of their own.
+
+#include <rkutils/command.h>
+#include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/unique_fd.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::UniqueFd;
+
+constexpr std::size_t kNameSize = 1024;
+
+}  // namespace
+
+char* create_tmpfile(const char* name_template) {
+  static char name[kNameSize];
+  if (name_template == nullptr || *name_template == '\0') return nullptr;
+  const std::size_t length = std::strlen(name_template);
+  if (length >= sizeof name) return nullptr;
+  // An earlier result as a template is the empty one from here on.
+  std::memset(name, 0, sizeof name);
+  std::memmove(name, name_template, length + 1);
+
+  const UniqueFd file(::mkostemp(name, O_CLOEXEC));
+  if (file) return name;
+  const ErrnoRestorer keep_errno;
+  ::unlink(name);
+  return nullptr;
+}
