@@ -20,6 +20,7 @@
 #include <rkutils/config_daemon_client.h>
 #include <rkutils/config_reader.h>
 #include <rkutils/hash_table.h>
+#include <rkutils/status_interface.h>
 #include <rkutils/string.h>
 #endif
 

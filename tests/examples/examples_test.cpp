@@ -3,9 +3,12 @@
 #include <rkutils/file.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -131,6 +134,51 @@ TEST_F(ConfigurationFile, FailsForAMissingKeyOrFile) {
   EXPECT_EQ(run({"/tmp/missing.conf", "mtu"}).status, 1);
   const support::LogLine expected = {LOG_ERR, "cfread: unable to open /tmp/missing.conf"};
   EXPECT_THAT(log.take(), ElementsAre(expected, expected));
+}
+
+// What the program says while it takes orders from here.
+TEST(DialerStatus, PublishesItsStateAndTakesOrders) {
+  support::Outcome outcome;
+  std::thread program([&] { outcome = run_program({built_program("examples/dialer-status")}); });
+  const auto state_becomes = [](const std::string& state) {
+    for (int tries = 0; tries < 1000; ++tries) {
+      if (readfile("/tmp/status/dialer/state") == state) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  const auto order = [](const std::string& text) {
+    std::ofstream("/tmp/status/dialer/order") << text << std::flush;
+  };
+  EXPECT_TRUE(state_becomes("offline"));
+  order("dial\n");
+  EXPECT_TRUE(state_becomes("online"));
+  EXPECT_EQ(std::filesystem::read_symlink("/tmp/status/dialer/uplink"), "/tmp/status/wwanmd/card1");
+  order("hang-");
+  order("up\nand so on\nquit\n");
+  program.join();
+  EXPECT_EQ(outcome.output,
+            "order: dial\norder: hang-up\norder: and so on\nthat is none\norder: quit\n");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_STREQ(readfile("/tmp/status/dialer/state"), "offline");
+  EXPECT_FALSE(std::filesystem::exists("/tmp/status/dialer/order"));
+  EXPECT_FALSE(std::filesystem::is_symlink("/tmp/status/dialer/uplink"));
+  std::filesystem::remove_all("/tmp/status");
+}
+
+TEST(DialerStatus, FailsWithoutItsFolder) {
+  support::SyslogCollector log;
+  std::ofstream("/tmp/status") << "in the way";
+  const auto [output, status] = run_program({built_program("examples/dialer-status")});
+  std::filesystem::remove("/tmp/status");
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(status, 1);
+  const std::string folder = "/tmp/status/dialer";
+  EXPECT_THAT(log.take(),
+              ElementsAre(support::LogLine{LOG_ERR, "Could not create directory " + folder +
+                                                        ". Errno:" + std::to_string(ENOTDIR) + "!"},
+                          support::LogLine{
+                              LOG_ERR, "Could not setup status interface for " + folder + "!"}));
 }
 
 class UplinkDaemon : public testing::Test {

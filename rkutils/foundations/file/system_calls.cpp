@@ -9,10 +9,9 @@ namespace rkutils::file {
 
 using internal::UniqueFd;
 
-UniqueFd open_at(int directory, const char* name, int flags) noexcept {
-  constexpr mode_t kMode = 0666;
+UniqueFd open_at(int directory, const char* name, int flags, mode_t mode) noexcept {
   for (;;) {
-    const int descriptor = ::openat(directory, name, flags | O_CLOEXEC, kMode);
+    const int descriptor = ::openat(directory, name, flags | O_CLOEXEC, mode);
     if (descriptor >= 0 || errno != EINTR) return UniqueFd(descriptor);
   }
 }
@@ -26,11 +25,17 @@ ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept {
   }
 }
 
+ssize_t write_some(int descriptor, const void* bytes, std::size_t size) noexcept {
+  for (;;) {
+    const ssize_t count = ::write(descriptor, bytes, size);
+    if (count >= 0 || errno != EINTR) return count;
+  }
+}
+
 bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept {
   const char* next = static_cast<const char*>(bytes);
   while (size > 0) {
-    const ssize_t count = ::write(descriptor, next, size);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = write_some(descriptor, next, size);
     if (count <= 0) return false;
     next += count;
     size -= static_cast<std::size_t>(count);

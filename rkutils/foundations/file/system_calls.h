@@ -21,14 +21,18 @@ constexpr int kPassed = O_PATH | O_DIRECTORY;
 constexpr mode_t kCreationMode = 0x755;
 
 // Opens `name` relative to `directory` (AT_FDCWD: the working folder), close-on-exec. A file that
-// is created gets mode 0666 less the umask. Opening a FIFO waits for its other end.
-[[nodiscard]] internal::UniqueFd open_at(int directory, const char* name, int flags) noexcept;
+// is created gets `mode` less the umask. Opening a FIFO waits for its other end.
+[[nodiscard]] internal::UniqueFd open_at(int directory, const char* name, int flags,
+                                         mode_t mode = 0666) noexcept;
 
 // Opens a file for reading, likewise.
 [[nodiscard]] internal::UniqueFd open_to_read(const char* path) noexcept;
 
 // read(2): the number of bytes, 0 at the end, -1 when it failed.
 [[nodiscard]] ssize_t read_some(int descriptor, void* buffer, std::size_t size) noexcept;
+
+// write(2): the number of bytes, which may be less than `size`; -1 when it failed.
+[[nodiscard]] ssize_t write_some(int descriptor, const void* bytes, std::size_t size) noexcept;
 
 // Writes all of it, however many pieces the kernel takes it in. On failure a part may be written.
 [[nodiscard]] bool write_all(int descriptor, const void* bytes, std::size_t size) noexcept;
