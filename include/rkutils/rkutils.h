@@ -4,6 +4,7 @@
 #ifndef RKUTILS_RKUTILS_H
 #define RKUTILS_RKUTILS_H
 
+#include <rkutils/address.h>
 #include <rkutils/cfread.h>
 #include <rkutils/command.h>
 #include <rkutils/configd.h>

@@ -84,11 +84,27 @@ static void events(void) {
   check(dispatch_legacy_event(NULL, &record) == -1, "no socket, no event");
 }
 
+static void addresses(void) {
+  struct sockaddr_storage address, mask;
+  struct sockaddr* const host = (struct sockaddr*)&address;
+  char text[CIDR_TEXT_SIZE];
+  address_route route;
+  uint32_t number = 0;
+  memset(&route, 0, sizeof route);
+  check(str2addr("192.0.2.17", host) == 0, "a text is an address");
+  check(cidr2netmask(24, (struct sockaddr*)&mask, AF_INET) == 0, "a prefix is a mask");
+  check(net2cidr(text, host, (struct sockaddr*)&mask) == text, "a mask fits an address");
+  check(strcmp(text, "192.0.2.0/24") == 0, "a network is written");
+  check(route_differs(&route, NULL) == 1 && route_differs(&route, &route) == 0, "routes differ");
+  check(convIPStr2IPUl("1.2.3.4", &number) == 0 && number == 16909060, "a quad is a number");
+}
+
 int main(void) {
   lists();
   texts();
   configuration();
   device();
   events();
+  addresses();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -82,6 +82,12 @@ TEST(Layout, OfALineOfAFile) {
   static_assert(sizeof(file_line) == 3 * sizeof(void*));
 }
 
+TEST(Layout, OfARoute) {
+  static_assert(offsetof(address_route, id) == 0);
+  static_assert(offsetof(address_route, address) == 4);
+  static_assert(sizeof(address_route) == 52);
+}
+
 TEST(Layout, OfAListNode) {
   static_assert(offsetof(list_node, next) == 0);
   static_assert(sizeof(list_node) == 2 * sizeof(void*));
