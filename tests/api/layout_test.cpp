@@ -2,8 +2,10 @@
 
 #include <rkutils/rkutils.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <type_traits>
 
@@ -86,6 +88,23 @@ TEST(Layout, OfARoute) {
   static_assert(offsetof(address_route, id) == 0);
   static_assert(offsetof(address_route, address) == 4);
   static_assert(sizeof(address_route) == 52);
+}
+
+TEST(Layout, OfAnIpAddress) {
+  static_assert(sizeof(IpAddress) == 36 && alignof(IpAddress) == 4);
+  static_assert(std::is_standard_layout_v<IpAddress> && std::is_trivially_copyable_v<IpAddress>);
+  // A kind, an address and a mask.
+  const auto words = [](const IpAddress& address) {
+    std::array<std::uint32_t, 9> all;
+    std::memcpy(all.data(), &address, sizeof address);
+    return all;
+  };
+  constexpr std::uint32_t kOnes = 0xFFFFFFFF;
+  EXPECT_EQ(words(IpAddress()),
+            (std::array<std::uint32_t, 9>{0, 0, 0, 0, 0, kOnes, kOnes, kOnes, kOnes}));
+  EXPECT_EQ(
+      words(IpAddress("192.0.2.1/24")),
+      (std::array<std::uint32_t, 9>{1, 0xC0000201, 0, 0, 0, 0xFFFFFF00, kOnes, kOnes, kOnes}));
 }
 
 TEST(Layout, OfAListNode) {
