@@ -64,6 +64,30 @@ TEST(ShowFiles, TakesNamesWithoutAFolderAndMayHaveNone) {
   EXPECT_EQ(other, 0);
 }
 
+TEST(AddressRoles, PrintsWhatEachIs) {
+  const auto [output, status] =
+      run_program({built_program("examples/address-roles"), "192.168.1.1/24", "192.168.1.0/24",
+                   "192.168.1.255/24", "192.0.2.17", "0.0.0.0/0", "255.255.255.255"});
+  EXPECT_EQ(output,
+            "192.168.1.1/24: an interface in 192.168.1.0/24\n"
+            "192.168.1.0/24: the network 192.168.1.0/24\n"
+            "192.168.1.255/24: the broadcast of 192.168.1.0/24\n"
+            "192.0.2.17: a host\n"
+            "0.0.0.0/0: all other networks, for a default gateway\n"
+            "255.255.255.255: the broadcast of the link\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(AddressRoles, FailsForWhatNoneCanHave) {
+  const auto [output, status] = run_program(
+      {built_program("examples/address-roles"), "224.0.0.1", "192.168.1.256", "10.0.0.1/8"});
+  EXPECT_EQ(output,
+            "224.0.0.1: of no use\n"
+            "192.168.1.256: of no use\n"
+            "10.0.0.1/8: an interface in 10.0.0.0/8\n");
+  EXPECT_EQ(status, 1);
+}
+
 TEST(DeviceIdentity, PrintsWhatTheFilesTell) {
   const support::KernelFolder proc("/proc");
   proc.put("sysinfo/dwhw", "18\n");

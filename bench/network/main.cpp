@@ -1,0 +1,9 @@
+// The network families beside what a developer would use otherwise.
+
+#include "network/rows.h"
+#include "support/comparison.h"
+
+int main(int argc, char** argv) {
+  bench::network::add_address_rows();
+  return bench::run(argc, argv);
+}

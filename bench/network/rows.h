@@ -1,0 +1,11 @@
+// The rows of the network's table, subject by subject.
+#ifndef BENCH_NETWORK_ROWS_H
+#define BENCH_NETWORK_ROWS_H
+
+namespace bench::network {
+
+void add_address_rows();
+
+}  // namespace bench::network
+
+#endif
