@@ -34,21 +34,23 @@
  * already is one too many, although it would be removed. A line has up to 1022 bytes and its line
  * feed. Every line but a comment or an include must have its end, the last line of a file too. A
  * NUL byte ends the line's text without a line end, so outside of those two it is an error. A
- * longer comment or include goes on as a line of its own at its 1024th byte. A path has up to 511
- * bytes; one that is made of a folder and an include's name, up to 510.
+ * longer comment or include goes on as a line of its own at its 1024th byte; a name that fills
+ * the line up to there may have been cut and is not opened. A path has up to 511 bytes; one that
+ * is made of a folder and an include's name, up to 510.
  *
  * Includes nest as deep as the process may have files open, at about 5 KiB of memory each and none
  * of the stack. A file that includes itself is not recognised as such: it is opened again and again
  * until no descriptor or memory is left, and then fails as one that cannot be opened, unless a
  * callback has ended it before. Other threads lack descriptors and memory until then. Where memory
  * runs out first, it may be an entry that lacks it: see cfread_set_entry(), which ends the process
- * when it is for slots. Of a failed reading all files are closed before the message is logged, so
+ * when it is for slots. Of a failed reading all files are closed before its message is logged, so
  * that a descriptor is there for a log that the program is not connected to yet.
  *
  * Messages go to syslog with the host program's settings, all LOG_ERR. While a file is read:
  *     cfread: no config file given                             the path is NULL or empty
  *     cfread: unable to open FILE                              missing, not readable, too long a
- *                                                              path, no descriptor or memory left
+ *                                                              path, a name that may be cut, no
+ *                                                              descriptor or memory left
  *     cfread: no include file given in FILE                    "include " without a name
  *     cfread: max. key length exceeded in FILE at line N
  *     cfread: max. value length exceeded in FILE at line N
@@ -198,7 +200,8 @@ RK_API int cfread_parse_with_callback(const char* path, cfread_callback callback
 /*
  * Appends the lines of the file `path` to `list`, whose head the caller has initialised, as
  * elements of type file_line. A text ends before the first line feed, carriage return or NUL of its
- * line. A line of more than 1023 bytes makes several elements, of 1023 bytes and the rest each.
+ * line. A line of more than 1023 bytes, its line feed counted, makes several elements: one of each
+ * 1023 bytes, and one of the rest, which is "" where only the line feed is left.
  *
  * Returns the number of lines, 0 for an empty file or a folder; -1 when the file cannot be opened,
  * or path or list is NULL (nothing is logged); -10 when there is no memory for a line, after

@@ -17,6 +17,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ElementsAre;
 using testing::SizeIs;
 
@@ -198,6 +200,31 @@ TEST_F(CfreadIncludes, AreDelimitedByTheEndOfALongLine) {
   put(at("b.conf"), "b=1\n");
   // The rest of the line is one more line, of spaces.
   expect_entries(file("a.conf", "include b.conf" + std::string(1500, ' ') + "\n"), {{"b", "1"}});
+}
+
+// A line is cut behind its 1023rd byte.
+TEST_F(CfreadIncludes, NeverOpenANameThatTheEndOfALongLineMayHaveCut) {
+  put(at("b.conf"), "b=1\n");
+  for (const std::string& name : {"b.conf"s, at("b.conf")}) {
+    const std::string line = std::string(1014 - name.size(), ' ') + name;
+    expect_entries(file("a.conf", "include " + line + " .d\n"), {{"b", "1"}});
+    expect_failure(file("a.conf", "include  " + line + ".d\n"),
+                   "cfread: unable to open " + at("b.conf"));
+  }
+}
+
+TEST_F(CfreadIncludes, EndAtANul) {
+  put(at("b.conf"), "b=1\n");
+  expect_entries(file("a.conf", "include b.conf\0.d\na=1\n"s), {{"a", "1"}, {"b", "1"}});
+}
+
+TEST_F(CfreadIncludes, MakeMessagesWithTheWholePathOfALongOne) {
+  const std::string path = path_of_length(folder_, 511);
+  make_folders(path.substr(0, path.rfind('/')));
+  put(path, "bad");
+  expect_failure(path, "cfread: non-terminated entry in " + path + " at line 1");
+  put(path, "include \n");
+  expect_failure(path, "cfread: no include file given in " + path);
 }
 
 // A limit on descriptors for as long as it lives.

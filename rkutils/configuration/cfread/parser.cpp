@@ -17,6 +17,12 @@ namespace {
 // A path made of a directory and a name is one byte shorter at most than one that is used as given.
 constexpr std::size_t kJoinedPathSize = kPathSize - 1;
 
+// Whether a name ends in the piece of a line that it lies in. One that reaches the end of a full
+// piece may go on in the next.
+bool is_whole(const char* name, const char* piece) {
+  return name + std::strlen(name) != piece + kPieceLength;
+}
+
 // How reading goes on.
 enum class Next { kLine, kIncludingFile, kFailure };
 
@@ -27,8 +33,8 @@ class Parser {
   bool parse(const char* path);
 
  private:
-  bool open(const char* path, std::size_t size);
-  bool open_include(const char* name);
+  bool open(const char* path, bool whole);
+  bool open_include(const char* name, bool whole);
   void close();
   void close_all();
   Next take_line(char* text);
@@ -44,7 +50,7 @@ bool Parser::parse(const char* path) {
     ::syslog(LOG_ERR, "cfread: no config file given");
     return false;
   }
-  if (!open(path, kPathSize)) return false;
+  if (!open(path, std::strlen(path) < kPathSize)) return false;
   while (OpenFile* const file = files_.top()) {
     char* const text = file->lines.next();
     const Next next = text != nullptr ? take_line(text) : Next::kIncludingFile;
@@ -54,9 +60,9 @@ bool Parser::parse(const char* path) {
   return true;
 }
 
-// The path must not lie in an open file's memory.
-bool Parser::open(const char* path, std::size_t size) {
-  if (std::strlen(path) >= size || !files_.push(path)) {
+// The path must not lie in an open file's memory. One that is not whole is not opened.
+bool Parser::open(const char* path, bool whole) {
+  if (!whole || !files_.push(path)) {
     close_all();
     ::syslog(LOG_ERR, "cfread: unable to open %s", path);
     return false;
@@ -65,7 +71,7 @@ bool Parser::open(const char* path, std::size_t size) {
   return true;
 }
 
-bool Parser::open_include(const char* name) {
+bool Parser::open_include(const char* name, bool whole) {
   char including[kPathSize];
   strlcpy(including, files_.top()->path, sizeof including);
   if (*name == '\0') {
@@ -76,10 +82,10 @@ bool Parser::open_include(const char* name) {
   char path[kPathSize + kPieceLength];
   if (*name == '/') {
     strlcpy(path, name, sizeof path);
-    return open(path, kPathSize);
+    return open(path, whole && std::strlen(path) < kPathSize);
   }
   std::snprintf(path, sizeof path, "%s/%s", ::dirname(including), name);
-  return open(path, kJoinedPathSize);
+  return open(path, whole && std::strlen(path) < kJoinedPathSize);
 }
 
 void Parser::close() {
@@ -100,7 +106,7 @@ Next Parser::take_line(char* text) {
   switch (line.kind) {
     case LineKind::kInclude:
       // Programs and people know the numbers of lines as counted without these.
-      return open_include(line.value) ? Next::kLine : Next::kFailure;
+      return open_include(line.value, is_whole(line.value, text)) ? Next::kLine : Next::kFailure;
     case LineKind::kComment:
       break;
     case LineKind::kEntry:
