@@ -3,6 +3,7 @@
 #include <rkutils/configuration/cfread/line.h>
 #include <rkutils/configuration/cfread/value_number.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -158,6 +159,17 @@ TEST(ParseLineModel, ReadsRandomLinesAsTheSimpleReaderDoes) {
     if (pick(4) != 0) text += '\n';
     text = text.substr(0, 1023);
     ASSERT_EQ(read(text), read_simple_line(text)) << "round " << round << ": " << text;
+  }
+}
+
+TEST(ParseLineModel, ReadsEveryByteAnywhereAsTheSimpleReaderDoes) {
+  for (int value = 1; value <= 255; ++value) {
+    // In the place of each "?".
+    for (std::string text :
+         {"?k=v\n", "k?l=v\n", "k=?v\n", "k=v?w\n", "include ?a?b?\n", "include?a\n"}) {
+      std::replace(text.begin(), text.end(), '?', static_cast<char>(value));
+      ASSERT_EQ(read(text), read_simple_line(text)) << "byte " << value << ": " << text;
+    }
   }
 }
 

@@ -988,6 +988,8 @@ TEST_F(ConfigReaderTest, StripsATextWithoutANul) {
   const std::unique_ptr<char[]> blank_first(new char[2]{' ', 'c'});
   EXPECT_EQ(reader_.strcpystrip(destination, sizeof destination, blank_first.get(), 1), 1);
   EXPECT_STREQ(destination, "c");
+  EXPECT_EQ(reader_.strcpystrip(destination, sizeof destination, source.get(), -1), 0);
+  EXPECT_STREQ(destination, "c");
 }
 
 TEST_F(ConfigReaderTest, StripsATextInPlace) {
