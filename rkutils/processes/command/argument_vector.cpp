@@ -5,6 +5,7 @@
 #include <rkutils/processes/command/words.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -22,6 +23,16 @@ struct VectorFreer {
 using Vector = std::unique_ptr<char*[], VectorFreer>;
 
 Vector make_vector() { return Vector(static_cast<char**>(zalloc(kSlots * sizeof(char*)))); }
+
+// Most slots are unused, and are passed over so many at a time.
+constexpr int kGroup = 15;
+static_assert(kSlots % kGroup == 0);
+
+bool is_unused(char* const* group) {
+  std::uintptr_t bits = 0;
+  for (int i = 0; i < kGroup; ++i) bits |= reinterpret_cast<std::uintptr_t>(group[i]);
+  return bits == 0;
+}
 
 // Each word has room for the whole line: callers have come to write into it.
 char* copy_word(std::string_view word, std::size_t size) {
@@ -55,8 +66,9 @@ int makeargv(const char* input, char*** argv, int* argc) {
 
 void freeargv(char** argv) {
   if (argv == nullptr) return;
-  for (int i = 0; i < kSlots; ++i) {
-    if (argv[i] != nullptr) std::free(argv[i]);  // most are NULL
+  for (char** group = argv; group != argv + kSlots; group += kGroup) {
+    if (is_unused(group)) continue;
+    for (int i = 0; i < kGroup; ++i) std::free(group[i]);
   }
   std::free(argv);
 }
