@@ -10,4 +10,9 @@ SigpipeWindow::~SigpipeWindow() {
   if (!leave_ignored_) std::signal(SIGPIPE, SIG_DFL);
 }
 
+void SigpipeWindow::leave_ignored() noexcept {
+  std::signal(SIGPIPE, SIG_IGN);
+  leave_ignored_ = true;
+}
+
 }  // namespace rkutils::internal

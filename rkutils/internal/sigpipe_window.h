@@ -15,8 +15,9 @@ class SigpipeWindow {
   SigpipeWindow(const SigpipeWindow&) = delete;
   SigpipeWindow& operator=(const SigpipeWindow&) = delete;
 
-  // For the ways out that leave SIGPIPE ignored.
-  void leave_ignored() noexcept { leave_ignored_ = true; }
+  // For the ways out that leave SIGPIPE ignored: it is, from here on, whatever became of it
+  // meanwhile.
+  void leave_ignored() noexcept;
 
  private:
   bool leave_ignored_ = false;

@@ -1,42 +1,21 @@
 #include <rkutils/internal/wait_readable.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <ctime>
 
 #include <poll.h>
 
 namespace rkutils::internal {
 namespace {
 
-constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
-constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
-
-// The monotonic clock: setting the time of day neither shortens nor prolongs a wait.
-std::int64_t now_ns() noexcept {
-  timespec now = {};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kNanosecondsPerSecond + now.tv_nsec;
-}
-
-// What is left until `deadline_ns` for poll(), rounded up so that the wait never ends early.
-int remaining_ms(std::int64_t deadline_ns) noexcept {
-  const std::int64_t left_ns = deadline_ns - now_ns();
-  if (left_ns <= 0) return 0;
-  return static_cast<int>((left_ns + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond);
-}
-
-}  // namespace
-
-bool wait_readable(int descriptor, int timeout_ms) noexcept {
-  if (timeout_ms < 0) timeout_ms = 0;  // to poll() it would mean for ever
-  const std::int64_t deadline_ns = now_ns() + timeout_ms * kNanosecondsPerMillisecond;
+bool wait_for(short events, int descriptor, const Deadline& deadline) noexcept {
   pollfd entry = {};
   entry.fd = descriptor;
-  entry.events = POLLIN;
+  entry.events = events;
 
-  int ready = ::poll(&entry, 1, timeout_ms);
-  while (ready < 0 && errno == EINTR) ready = ::poll(&entry, 1, remaining_ms(deadline_ns));
+  int ready = 0;
+  do {
+    ready = ::poll(&entry, 1, deadline.remaining_ms());
+  } while (ready < 0 && errno == EINTR);
 
   if (ready == 0) {
     errno = ETIMEDOUT;
@@ -47,6 +26,20 @@ bool wait_readable(int descriptor, int timeout_ms) noexcept {
     return false;
   }
   return ready > 0;
+}
+
+}  // namespace
+
+bool wait_readable(int descriptor, int timeout_ms) noexcept {
+  return wait_readable(descriptor, Deadline(timeout_ms));
+}
+
+bool wait_readable(int descriptor, const Deadline& deadline) noexcept {
+  return wait_for(POLLIN, descriptor, deadline);
+}
+
+bool wait_writable(int descriptor, const Deadline& deadline) noexcept {
+  return wait_for(POLLOUT, descriptor, deadline);
 }
 
 }  // namespace rkutils::internal

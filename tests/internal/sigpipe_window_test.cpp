@@ -39,4 +39,16 @@ TEST(SigpipeWindow, LeavesItIgnoredWhenToldTo) {
   std::signal(SIGPIPE, SIG_DFL);
 }
 
+TEST(SigpipeWindow, LeavesItIgnoredAlsoWhenAnotherWindowHasEndedMeanwhile) {
+  std::signal(SIGPIPE, SIG_DFL);
+  {
+    SigpipeWindow window;
+    { const SigpipeWindow inner; }
+    window.leave_ignored();
+    EXPECT_EQ(current_disposition(), SIG_IGN);
+  }
+  EXPECT_EQ(current_disposition(), SIG_IGN);
+  std::signal(SIGPIPE, SIG_DFL);
+}
+
 }  // namespace

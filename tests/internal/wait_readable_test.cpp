@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,8 +16,10 @@
 namespace {
 
 using namespace std::chrono_literals;
+using rkutils::internal::Deadline;
 using rkutils::internal::UniqueFd;
 using rkutils::internal::wait_readable;
+using rkutils::internal::wait_writable;
 using support::Stopwatch;
 
 class WaitReadable : public testing::Test {
@@ -82,6 +85,52 @@ TEST_F(WaitReadable, WaitsItsWholeTimeThroughSignals) {
   ::setitimer(ITIMER_REAL, &off, nullptr);
   EXPECT_GE(elapsed, 400ms);
   EXPECT_LT(elapsed, 3s);
+}
+
+TEST_F(WaitReadable, GivesSeveralWaitsOneDeadline) {
+  const Deadline deadline(300);
+  const Stopwatch watch;
+  EXPECT_FALSE(wait_readable(reader_.get(), deadline));
+  EXPECT_GE(watch.elapsed(), 300ms);
+  EXPECT_FALSE(wait_readable(reader_.get(), deadline));
+  EXPECT_LT(watch.elapsed(), 550ms);
+}
+
+class WaitWritable : public WaitReadable {
+ protected:
+  void fill() {
+    ::fcntl(writer_.get(), F_SETFL, O_NONBLOCK);
+    const std::array<char, 4096> page = {};
+    while (::write(writer_.get(), page.data(), page.size()) > 0) {
+    }
+  }
+};
+
+TEST_F(WaitWritable, SucceedsAtOnceWhereThereIsRoom) {
+  const Stopwatch watch;
+  EXPECT_TRUE(wait_writable(writer_.get(), Deadline(5000)));
+  EXPECT_LT(watch.elapsed(), 4s);
+}
+
+TEST_F(WaitWritable, GivesUpWhenTheTimeIsOver) {
+  fill();
+  const Stopwatch watch;
+  EXPECT_FALSE(wait_writable(writer_.get(), Deadline(200)));
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_GE(watch.elapsed(), 200ms);
+}
+
+TEST_F(WaitWritable, CountsAPeerThatIsGoneAsWritable) {
+  fill();
+  reader_.reset();
+  EXPECT_TRUE(wait_writable(writer_.get(), Deadline(0)));
+}
+
+TEST_F(WaitWritable, FailsForADescriptorThatIsNotOpen) {
+  const int closed = writer_.get();
+  writer_.reset();
+  EXPECT_FALSE(wait_writable(closed, Deadline(5000)));
+  EXPECT_EQ(errno, EBADF);
 }
 
 }  // namespace

@@ -1,28 +1,16 @@
 #include "support/configd_stand_in.h"
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "support/private_router.h"
 #include "support/wire_text.h"
 
 namespace support {
 namespace {
-
-using rkutils::internal::UniqueFd;
 
 constexpr char kSocketFolder[] = "/var/run/configd";
 
@@ -70,59 +58,14 @@ ConfigdStandIn::~ConfigdStandIn() {
 }
 
 void ConfigdStandIn::start() {
-  std::array<int, 2> ends = {-1, -1};
-  if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-    throw std::system_error(errno, std::generic_category(), "socketpair");
-  }
-  control_.reset(ends[0]);
-  UniqueFd theirs(ends[1]);
-  const std::string program = built_program("tests/support/configd-stand-in");
-  const std::string control = std::to_string(theirs.get());
-  std::vector<const char*> arguments = {program.c_str(), "--control", control.c_str(), "--values",
-                                        setup_.values.c_str()};
+  std::vector<std::string> arguments = {"--values", setup_.values};
   if (!setup_.record.empty()) {
-    arguments.push_back("--record");
-    arguments.push_back(setup_.record.c_str());
+    arguments.insert(arguments.end(), {"--record", setup_.record});
   }
-  const std::string record_socket = std::to_string(setup_.record_socket);
   if (setup_.record_socket >= 0) {
-    arguments.push_back("--record-socket");
-    arguments.push_back(record_socket.c_str());
+    arguments.insert(arguments.end(), {"--record-socket", std::to_string(setup_.record_socket)});
   }
-  arguments.push_back(nullptr);
-
-  process_ = ::fork();
-  if (process_ == 0) {
-    // These the stand-in inherits.
-    ::fcntl(theirs.get(), F_SETFD, 0);
-    if (setup_.record_socket >= 0) ::fcntl(setup_.record_socket, F_SETFD, 0);
-    ::execv(arguments[0], const_cast<char**>(arguments.data()));
-    std::_Exit(EXIT_FAILURE);
-  }
-  theirs.reset();
-  if (receive_outcome() != "ready") throw std::runtime_error("the stand-in does not start");
-}
-
-void ConfigdStandIn::kill() {
-  if (process_ <= 0) return;
-  ::kill(process_, SIGKILL);
-  ::waitpid(process_, nullptr, 0);
-  process_ = -1;
-  control_.reset();
-}
-
-void ConfigdStandIn::command(const std::string& text) {
-  if (::send(control_.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0) {
-    throw std::system_error(errno, std::generic_category(), "stand-in's control socket");
-  }
-  const std::string outcome = receive_outcome();
-  if (outcome != "ok") throw std::runtime_error(text + ": " + outcome);
-}
-
-std::string ConfigdStandIn::receive_outcome() {
-  std::array<char, 256> buffer;
-  const ssize_t length = ::recv(control_.get(), buffer.data(), buffer.size(), 0);
-  return std::string(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+  process_.start("tests/support/configd-stand-in", arguments, setup_.record_socket);
 }
 
 std::map<std::string, std::string> ConfigdStandIn::saved_values() const {

@@ -2,14 +2,14 @@
 #ifndef TESTS_SUPPORT_CONFIGD_STAND_IN_H
 #define TESTS_SUPPORT_CONFIGD_STAND_IN_H
 
-#include <rkutils/internal/unique_fd.h>
-
 #include <map>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
+
+#include "support/stand_in_process.h"
 
 namespace support {
 
@@ -42,16 +42,16 @@ class ConfigdStandIn {
   ConfigdStandIn& operator=(const ConfigdStandIn&) = delete;
 
   // Ends the process, as a crash does: the socket's file stays.
-  void kill();
+  void kill() { process_.kill(); }
   // Starts it again, with the values that are in the file.
   void start();
 
   // Its process id.
-  [[nodiscard]] pid_t process() const { return process_; }
+  [[nodiscard]] pid_t process() const { return process_.id(); }
 
   // Gives it a command, of those in the stand-in's main.cpp, and waits until it is obeyed. Throws
   // std::runtime_error when it is refused.
-  void command(const std::string& text);
+  void command(const std::string& text) { process_.command(text); }
 
   void set_value(const std::string& key, const std::string& value) {
     command("value " + key + "=" + value);
@@ -66,11 +66,8 @@ class ConfigdStandIn {
   [[nodiscard]] std::vector<std::string> requests() const;
 
  private:
-  std::string receive_outcome();
-
   Setup setup_;
-  pid_t process_ = -1;
-  rkutils::internal::UniqueFd control_;
+  StandInProcess process_;
 };
 
 }  // namespace support

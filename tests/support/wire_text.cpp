@@ -60,4 +60,17 @@ std::string unquote(std::string_view text) {
   return bytes;
 }
 
+std::string read_quoted(std::istream& text) {
+  std::string quoted;
+  char byte = '\0';
+  if (text >> std::ws && text.get(byte)) quoted += byte;
+  if (byte != '"') refuse(quoted);
+  while (text.get(byte)) {
+    quoted += byte;
+    if (byte == '"') return unquote(quoted);
+    if (byte == '\\' && text.get(byte)) quoted += byte;
+  }
+  refuse(quoted);
+}
+
 }  // namespace support

@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_WIRE_TEXT_H
 #define TESTS_SUPPORT_WIRE_TEXT_H
 
+#include <istream>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ std::string quote(std::string_view bytes);
 // The bytes of such a text. Throws std::invalid_argument for anything that quote() does not
 // produce.
 std::string unquote(std::string_view text);
+
+// Reads such a text, with white space before it, and gives its bytes. Throws as unquote() does.
+std::string read_quoted(std::istream& text);
 
 }  // namespace support
 

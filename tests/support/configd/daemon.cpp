@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cerrno>
-#include <exception>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -37,29 +36,25 @@ bool drop_suffix(std::string_view& text, std::string_view suffix) {
 }  // namespace
 
 Daemon::Daemon(const Options& options)
-    : values_(options.values), control_(options.control), buffer_(kLongestDatagram) {
-  if (!options.record.empty()) {
-    record_.reset(std::fopen(options.record.c_str(), "ae"));
-    if (!record_) fail(options.record);
-  } else if (options.record_socket >= 0) {
-    record_.reset(::fdopen(options.record_socket, "a"));
-    if (!record_) fail("record socket");
-  }
-  // A line goes out in one piece.
-  if (record_) std::setvbuf(record_.get(), nullptr, _IOFBF, 4 * kLongestDatagram);
+    : values_(options.values),
+      record_(options.record),
+      control_(options.control),
+      buffer_(kLongestDatagram) {
   open_socket();
 }
 
 void Daemon::run() {
   for (;;) {
-    std::array<pollfd, 2> entries = {{{control_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}}};
+    std::array<pollfd, 2> entries = {
+        {{control_.descriptor(), POLLIN, 0}, {socket_.get(), POLLIN, 0}}};
     if (::poll(entries.data(), entries.size(), -1) < 0) {
       if (errno == EINTR) continue;
       fail("poll");
     }
     // Requests first: they came before the command that follows them.
     if (entries[1].revents != 0) serve_request();
-    if (entries[0].revents != 0 && entries[1].revents == 0 && !serve_command()) return;
+    if (entries[0].revents == 0 || entries[1].revents != 0) continue;
+    if (!control_.serve([this](const auto& verb, const auto& rest) { obey(verb, rest); })) return;
   }
 }
 
@@ -122,22 +117,7 @@ std::optional<std::string> Daemon::assign(std::string_view text) {
   return echo;
 }
 
-bool Daemon::serve_command() {
-  const ssize_t length = ::recv(control_.get(), buffer_.data(), buffer_.size(), 0);
-  if (length <= 0) return false;
-  std::string outcome = "ok";
-  try {
-    obey(std::string(buffer_.data(), static_cast<std::size_t>(length)));
-  } catch (const std::exception& error) {
-    outcome = error.what();
-  }
-  return ::send(control_.get(), outcome.data(), outcome.size(), MSG_NOSIGNAL) > 0;
-}
-
-void Daemon::obey(const std::string& command) {
-  const std::size_t space = command.find(' ');
-  const std::string verb = command.substr(0, space);
-  const std::string rest = space == std::string::npos ? "" : command.substr(space + 1);
+void Daemon::obey(const std::string& verb, const std::string& rest) {
   if (verb == "fault") {
     faults_.queue(rest);
   } else if (verb == "value") {
@@ -148,16 +128,12 @@ void Daemon::obey(const std::string& command) {
   } else if (verb == "back") {
     open_socket();
   } else {
-    throw std::invalid_argument("no such command: " + command);
+    throw std::invalid_argument("no such command: " + verb);
   }
 }
 
 void Daemon::record(std::string_view direction, std::string_view peer, std::string_view bytes) {
-  if (!record_) return;
-  const std::string line =
-      std::string(direction) + " " + std::string(peer) + " " + support::quote(bytes) + "\n";
-  std::fwrite(line.data(), 1, line.size(), record_.get());
-  std::fflush(record_.get());
+  record_.write(std::string(direction) + " " + std::string(peer) + " " + support::quote(bytes));
 }
 
 }  // namespace stand_in

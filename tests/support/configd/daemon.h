@@ -3,7 +3,6 @@
 #define TESTS_SUPPORT_CONFIGD_DAEMON_H
 
 #include <rkutils/internal/unique_fd.h>
-#include <rkutils/internal/unique_file.h>
 
 #include <optional>
 #include <string>
@@ -12,14 +11,15 @@
 
 #include "support/configd/faults.h"
 #include "support/configd/values.h"
+#include "support/stand_in/control.h"
+#include "support/stand_in/record.h"
 
 namespace stand_in {
 
 struct Options {
   std::string values = "/var/lib/configd/values";
-  std::string record;      // file that every datagram is written to; none if empty
-  int record_socket = -1;  // the same as a socket, a line a datagram
-  int control = -1;        // socket on which commands come
+  RecordOptions record;  // where every datagram is written to
+  int control = -1;      // socket on which commands come
 };
 
 // Serves requests on the daemon's socket and commands on the control socket until the latter
@@ -34,8 +34,7 @@ class Daemon {
   void open_socket();
   void close_socket();
   void serve_request();
-  bool serve_command();
-  void obey(const std::string& command);
+  void obey(const std::string& verb, const std::string& rest);
   // The right reply to a request, none for one that is not well-formed.
   std::optional<std::string> answer(std::string_view request);
   std::optional<std::string> assign(std::string_view text);
@@ -43,8 +42,8 @@ class Daemon {
 
   Values values_;
   Faults faults_;
-  rkutils::internal::UniqueFile record_;
-  rkutils::internal::UniqueFd control_;
+  Record record_;
+  Control control_;
   rkutils::internal::UniqueFd socket_;
   std::vector<char> buffer_;
 };

@@ -37,9 +37,9 @@ bool parse(int argc, char** argv, stand_in::Options& options) {
     } else if (std::strcmp(argv[i], "--values") == 0) {
       options.values = argv[i + 1];
     } else if (std::strcmp(argv[i], "--record") == 0) {
-      options.record = argv[i + 1];
+      options.record.file = argv[i + 1];
     } else if (std::strcmp(argv[i], "--record-socket") == 0) {
-      options.record_socket = std::atoi(argv[i + 1]);
+      options.record.socket = std::atoi(argv[i + 1]);
     } else {
       return false;
     }

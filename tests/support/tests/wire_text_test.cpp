@@ -1,5 +1,6 @@
 #include "support/wire_text.h"
 
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -8,6 +9,7 @@
 namespace {
 
 using support::quote;
+using support::read_quoted;
 using support::unquote;
 
 TEST(Quote, ShowsEveryKindOfByte) {
@@ -24,6 +26,22 @@ TEST(Unquote, GivesBackEveryByte) {
 TEST(Unquote, RefusesOtherTexts) {
   for (const char* text : {"", "\"", "a", "\"a", R"("\q")", R"("\x4")", R"("\xzz")", R"("\")"}) {
     EXPECT_THROW(unquote(text), std::invalid_argument) << text;
+  }
+}
+
+TEST(ReadQuoted, TakesOneTextAndLeavesWhatFollows) {
+  std::istringstream text(R"(  "a \" b" "\\" rest)");
+  EXPECT_EQ(read_quoted(text), "a \" b");
+  EXPECT_EQ(read_quoted(text), "\\");
+  std::string rest;
+  text >> rest;
+  EXPECT_EQ(rest, "rest");
+}
+
+TEST(ReadQuoted, RefusesOtherTexts) {
+  for (const char* text : {"", " ", "a", "\"a", R"("\)", R"("\")", R"("\q")"}) {
+    std::istringstream stream(text);
+    EXPECT_THROW(read_quoted(stream), std::invalid_argument) << text;
   }
 }
 
