@@ -16,6 +16,7 @@
 #include <rkutils/memstream.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
+#include <rkutils/wwanmd.h>
 
 #ifdef __cplusplus
 #include <rkutils/config_daemon_client.h>

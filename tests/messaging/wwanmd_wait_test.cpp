@@ -1,0 +1,306 @@
+// Pauses between exchanges and waits for the daemon, in real time.
+
+#include <functional>
+#include <future>
+#include <thread>
+
+#include <syslog.h>
+
+#include "support/interruption.h"
+#include "wwanmd_fixture.h"
+
+namespace {
+
+using support::Interruption;
+using support::Stopwatch;
+using testing::ElementsAre;
+using testing::MatchesRegex;
+using testing::SizeIs;
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kPause = 300ms;
+
+class WwanmdPause : public WwanmdTest {
+ protected:
+  // When the daemon got each of the commands since the last call; not later than it reads them.
+  std::vector<Clock::time_point> arrivals() {
+    std::vector<Clock::time_point> times;
+    const auto events = daemon_->events("recv");
+    for (; taken_ < events.size(); ++taken_) times.push_back(events[taken_].time);
+    return times;
+  }
+
+  // Expects that what began with `start` took one pause.
+  static void expect_paused(Clock::time_point start, Clock::time_point arrival) {
+    EXPECT_GE(arrival - start, kPause);
+    EXPECT_LT(arrival - start, kPause + 250ms);
+  }
+
+ private:
+  std::size_t taken_ = 0;
+};
+
+TEST_F(WwanmdPause, IsBetweenTheIntroductionAndTheFirstCommand) {
+  const auto start = Clock::now();
+  const Connection connection = connect();
+  expect_exchange_succeeds(connection);
+  const auto times = arrivals();
+  ASSERT_THAT(times, SizeIs(2));
+  EXPECT_LT(times[0] - start, 250ms) << "there is none before the first introduction";
+  expect_paused(start, times[1]);
+}
+
+TEST_F(WwanmdPause, IsBetweenTwoCommands) {
+  const Connection connection = connect();
+  std::this_thread::sleep_for(kPause);
+  const auto start = Clock::now();
+  expect_exchange_succeeds(connection);
+  expect_exchange_succeeds(connection);
+  const auto times = arrivals();
+  ASSERT_THAT(times, SizeIs(3));
+  EXPECT_LT(times[1] - start, 250ms) << "it was over";
+  expect_paused(start, times[2]);
+}
+
+TEST_F(WwanmdPause, IsBetweenSendingAndSending) {
+  const Connection connection = connect();
+  std::this_thread::sleep_for(kPause);
+  const auto start = Clock::now();
+  for (int i = 0; i < 2; ++i) {
+    wwanmd_buffer buffer = command("x");
+    EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
+  }
+  expect_paused(start, arrivals().back());
+  EXPECT_THAT(log_.take(), SizeIs(1)) << "the first one's reply is thrown away";
+}
+
+TEST_F(WwanmdPause, IsOnlyWhatIsMissing) {
+  const Connection connection = connect();
+  const auto start = Clock::now();
+  std::this_thread::sleep_for(150ms);
+  expect_exchange_succeeds(connection);
+  EXPECT_LT(arrivals().back() - start, 150ms + 250ms);
+}
+
+TEST_F(WwanmdPause, IsBeforeTheIntroductionOfAConnectionThatIsOpenedAgain) {
+  const Connection connection = connect();
+  std::this_thread::sleep_for(kPause);
+  const auto start = Clock::now();
+  EXPECT_EQ(wwanmd_open(connection.get()), 0);
+  expect_paused(start, arrivals().back());
+}
+
+TEST_F(WwanmdPause, IsBeforeTheIntroductionAndTheCommandThatOpensTheConnection) {
+  const Connection connection = connect();
+  wwanmd_close(connection.get());
+  std::this_thread::sleep_for(kPause);
+  const auto start = Clock::now();
+  expect_exchange_succeeds(connection);
+  const auto times = arrivals();
+  ASSERT_THAT(times, SizeIs(3));
+  expect_paused(start, times[1]);
+  EXPECT_GE(times[2] - start, 2 * kPause);
+}
+
+TEST_F(WwanmdPause, IsNotBetweenTheIntroductionAndTheCommandWhereSendingOpensTheConnection) {
+  const Connection connection = connect();
+  wwanmd_close(connection.get());
+  std::this_thread::sleep_for(kPause);
+  wwanmd_buffer buffer = command("x");
+  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
+  const auto times = arrivals();
+  ASSERT_THAT(times, SizeIs(3));
+  EXPECT_LT(times[2] - times[1], 250ms);
+}
+
+TEST_F(WwanmdPause, IsBeforeTheIntroductionAfterABrokenPipe) {
+  const Connection connection = connect();
+  daemon_->command("now close");
+  std::this_thread::sleep_for(kPause);
+  const auto start = Clock::now();
+  wwanmd_buffer buffer = command("x");
+  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
+  expect_paused(start, arrivals().back());
+  log_.take();
+  // The next counts from the end of this.
+  const auto end = Clock::now();
+  expect_exchange_succeeds(connection);
+  EXPECT_GE(arrivals().back() - end, kPause - 50ms);
+}
+
+// The clock's microseconds pass 31 and 32 bits after 36 and 72 minutes.
+TEST_F(WwanmdPause, IsOverAfterAnyTime) {
+  const Connection connection = connect();
+  daemon_->command("plan 8");
+  for (const std::time_t seconds : {1L, 2147L, 2148L, 2200L, 4294L, 4295L, 4296L, 100000000L}) {
+    std::timespec& last = record_of(connection).last_exchange;
+    ASSERT_EQ(::clock_gettime(CLOCK_MONOTONIC, &last), 0);
+    last.tv_sec -= seconds;
+    const Stopwatch watch;
+    wwanmd_buffer buffer = command("x");
+    EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
+    EXPECT_LT(watch.elapsed(), 250ms) << seconds;
+  }
+}
+
+TEST_F(WwanmdPause, GoesOnAfterASignal) {
+  const Connection connection = connect();
+  std::this_thread::sleep_for(kPause);
+  Clock::time_point start;
+  const Interruption interruption;
+  std::thread sender([&] {
+    start = Clock::now();
+    expect_exchange_succeeds(connection);
+    expect_exchange_succeeds(connection);
+  });
+  for (int i = 0; i < 4; ++i) Interruption::send(sender);
+  sender.join();
+  expect_paused(start, arrivals().back());
+}
+
+// Each wait is another card's, so that all pass at once.
+class WwanmdWait : public WwanmdTest {
+ protected:
+  struct Wait {
+    std::string plan;                                     // the daemon's
+    int timeout;                                          // the buffer's
+    std::chrono::milliseconds duration;                   // of receiving
+    int result;                                           // of receiving
+    std::function<void(const wwanmd_buffer&)> expect;     // of the buffer
+    std::function<void(std::vector<std::string>)> heard;  // of the messages
+  };
+
+  // Sends a command to the card and receives its reply.
+  void receive(int card, const Connection& connection, const Wait& wait) {
+    wwanmd_buffer buffer = command("x", wait.timeout);
+    ASSERT_EQ(wwanmd_send(connection.get(), &buffer), 0);
+    const Stopwatch watch;
+    EXPECT_EQ(wwanmd_recv(connection.get(), &buffer), wait.result) << card;
+    EXPECT_GE(watch.elapsed(), wait.duration - 10ms) << card;
+    EXPECT_LT(watch.elapsed(), wait.duration + kSlack) << card;
+    wait.expect(buffer);
+  }
+};
+
+TEST_F(WwanmdWait, ForTheReplyIsAsLongAsTheBufferSays) {
+  using namespace std::string_view_literals;
+  const auto nothing = [](const wwanmd_buffer& buffer) { EXPECT_THAT(buffer, HoldsNothing()); };
+  const auto timed_out = [](const std::string& card) {
+    return [card](const std::vector<std::string>& lines) {
+      EXPECT_THAT(lines, ElementsAre("recv from wwanmd" + card + " timed out",
+                                     "receiving from wwanmd" + card + " failed (1 failures)"));
+    };
+  };
+  const std::map<int, Wait> waits = {
+      {1, {"plan 1", 0, 5s, -1, nothing, timed_out("1")}},
+      {2, {"plan 1", 6, 6s, -1, nothing, timed_out("2")}},
+      {3, {"plan 1", -7, 5s, -1, nothing, timed_out("3")}},
+      // In time.
+      {4,
+       {R"(plan 1 wait 4000 send "OK slow")", 5, 4s, 0,
+        [](const wwanmd_buffer& buffer) { EXPECT_THAT(buffer, Holds(" slow"sv)); },
+        [](const auto& lines) { EXPECT_THAT(lines, SizeIs(0)); }}},
+      // One time for all replies, not one for each.
+      {5,
+       {R"(plan 1 wait 2000 send "BUSY")", 5, 5s, -1, nothing,
+        [](const auto& lines) {
+          ASSERT_THAT(lines, SizeIs(3));
+          EXPECT_THAT(lines[0],
+                      MatchesRegex("wwanmd5 is busy, remaining timeout is [23]\\.[0-9]{1,6}s"));
+          EXPECT_EQ(lines[1], "recv from wwanmd5 timed out");
+        }}},
+      // Less than a second is left.
+      {10,
+       {R"(plan 1 wait 1000 send "BUSY" wait 3200 send "BUSY now" send "OK")", 5, 4200ms, -1,
+        [](const wwanmd_buffer& buffer) { EXPECT_THAT(buffer, Holds(" now"sv)); },
+        [](const auto& lines) {
+          ASSERT_THAT(lines, SizeIs(3));
+          EXPECT_THAT(lines[0],
+                      MatchesRegex("wwanmd10 is busy, remaining timeout is 3\\.[0-9]{1,6}s"));
+          EXPECT_THAT(lines[1],
+                      MatchesRegex("wwanmd10 is busy, remaining timeout is 0\\.[0-9]{1,6}s"));
+          EXPECT_EQ(lines[2], "wwanmd10 is busy");
+        }}},
+  };
+  std::vector<std::unique_ptr<support::WwanmdStandIn>> daemons;
+  std::map<int, Connection> connections;
+  for (const auto& [card, wait] : waits) {
+    daemons.push_back(std::make_unique<support::WwanmdStandIn>(card));
+    connections[card] = connect(card);
+    daemons.back()->command(wait.plan);
+  }
+  const Interruption interruption;
+  std::map<int, std::thread> receivers;
+  for (const auto& [card, wait] : waits) {
+    receivers[card] = std::thread([this, card = card, &wait = wait, &connections] {
+      receive(card, connections[card], wait);
+    });
+  }
+  std::this_thread::sleep_for(1s);
+  EXPECT_EQ(sigpipe_disposition(), SIG_IGN);
+  for (int i = 0; i < 5; ++i) Interruption::send(receivers[3]);
+  for (auto& [card, receiver] : receivers) receiver.join();
+
+  const auto all = log_.take();
+  for (const auto& [card, wait] : waits) {
+    std::vector<std::string> lines;
+    for (const auto& line : all) {
+      EXPECT_EQ(line.level, LOG_DEBUG);
+      if (line.text.find("wwanmd" + std::to_string(card) + " ") != std::string::npos) {
+        lines.push_back(line.text);
+      }
+    }
+    wait.heard(lines);
+  }
+}
+
+TEST_F(WwanmdWait, ForTheIntroductionIsFiveSeconds) {
+  daemon_->command("plan 1");
+  const Stopwatch watch;
+  EXPECT_EQ(wwanmd_init(0, kName), nullptr);
+  EXPECT_GE(watch.elapsed(), 5s);
+  EXPECT_LT(watch.elapsed(), 5s + kSlack);
+  EXPECT_THAT(
+      log_.take(),
+      ElementsAre(debug("recv from wwanmd0 timed out"),
+                  debug("receiving from wwanmd0 failed (1 failures)"), debug("command failed"),
+                  debug("cannot initialize wwanmd0 (" + text_of(ETIMEDOUT) + ")")));
+}
+
+// The kernel keeps some commands for a daemon that does not read; then sending waits. The fourth
+// failure in a row opens the connection anew.
+TEST_F(WwanmdWait, ForRoomToSendIsAsLongAsTheBufferSays) {
+  const Connection connection = connect();
+  daemon_->command("deaf");
+  wwanmd_buffer buffer = command(std::string(8189, 'x') + "\n", 0);
+  const Interruption interruption;
+  std::thread sender([&] {
+    Stopwatch watch;
+    for (int i = 0; i < 60 && wwanmd_send(connection.get(), &buffer) == 0; ++i) watch = Stopwatch();
+    EXPECT_GE(watch.elapsed(), 5s);
+    EXPECT_LT(watch.elapsed(), 5s + kPause + kSlack);
+  });
+  std::this_thread::sleep_for(5s);
+  for (int i = 0; i < 5; ++i) Interruption::send(sender);
+  EXPECT_EQ(sigpipe_disposition(), SIG_IGN);
+  sender.join();
+  EXPECT_EQ(sigpipe_disposition(), SIG_DFL);
+  EXPECT_THAT(log_.take(), ElementsAre(debug("sending to wwanmd0 timed out"),
+                                       debug("cannot send command to wwanmd0"),
+                                       debug("sending to wwanmd0 failed (1 failures)")));
+  EXPECT_EQ(record_of(connection).failures, 1);
+  record_of(connection).failures = 3;
+  buffer.timeout = 6;
+  daemon_->command("gone");
+  const Stopwatch watch;
+  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
+  EXPECT_GE(watch.elapsed(), 6s);
+  EXPECT_THAT(log_.take(), ElementsAre(debug("sending to wwanmd0 timed out"),
+                                       debug("cannot send command to wwanmd0"),
+                                       debug("sending to wwanmd0 failed (4 failures)"),
+                                       debug("can't bind to wwanmd0 (" + text_of(ENOENT) + ")")));
+  EXPECT_EQ(record_of(connection).socket, -1);
+}
+
+}  // namespace
