@@ -107,6 +107,14 @@ TEST(Layout, OfAnIpAddress) {
       (std::array<std::uint32_t, 9>{1, 0xC0000201, 0, 0, 0, 0xFFFFFF00, kOnes, kOnes, kOnes}));
 }
 
+TEST(Layout, OfACommandToTheModem) {
+  static_assert(offsetof(wwanmd_buffer, data) == 0);
+  static_assert(offsetof(wwanmd_buffer, length) == 8192);
+  static_assert(offsetof(wwanmd_buffer, timeout) == 8196);
+  static_assert(sizeof(wwanmd_buffer) == 8200);
+  static_assert(std::is_trivial_v<wwanmd_buffer> && std::is_standard_layout_v<wwanmd_buffer>);
+}
+
 TEST(Layout, OfAListNode) {
   static_assert(offsetof(list_node, next) == 0);
   static_assert(sizeof(list_node) == 2 * sizeof(void*));

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -17,8 +18,10 @@
 #include "support/configd_stand_in.h"
 #include "support/kernel_folder.h"
 #include "support/private_router.h"
+#include "support/put_file.h"
 #include "support/run_program.h"
 #include "support/syslog_collector.h"
+#include "support/wwanmd_stand_in.h"
 
 namespace {
 
@@ -203,6 +206,59 @@ TEST(DialerStatus, FailsWithoutItsFolder) {
                                                         ". Errno:" + std::to_string(ENOTDIR) + "!"},
                           support::LogLine{
                               LOG_ERR, "Could not setup status interface for " + folder + "!"}));
+}
+
+class ModemCommand : public testing::Test {
+ protected:
+  static support::Outcome run(const std::string& card, const std::string& command) {
+    return run_program({built_program("examples/modem-command"), card, command});
+  }
+
+  support::SyslogCollector log_;
+  support::WwanmdStandIn daemon_{10};
+};
+
+TEST_F(ModemCommand, PrintsTheAnswer) {
+  daemon_.command(R"(answer "signal" "OK-71 dBm")");
+  const auto [output, status] = run("10", "signal");
+  EXPECT_EQ(output, "-71 dBm\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(daemon_.take_received(), ElementsAre("init modem-command\n", "signal\n"));
+}
+
+TEST_F(ModemCommand, PrintsWhyItIsNotDone) {
+  daemon_.command(R"(plan 1 answer)");
+  daemon_.command(R"(plan 1 send "ERRORno SIM")");
+  const auto [output, status] = run("10", "signal");
+  EXPECT_EQ(output, "not done: no SIM\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(ModemCommand, TellsThatNoAnswerCame) {
+  daemon_.command("plan 1 answer");
+  daemon_.command("plan 1 close");
+  const auto [output, status] = run("10", "signal");
+  EXPECT_EQ(output, "no answer\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(ModemCommand, TellsOfASuspendedCard) {
+  support::put("/tmp/status/wwanmd/card10/suspended", "");
+  const auto [output, status] = run("10", "signal");
+  std::filesystem::remove_all("/tmp/status");
+  EXPECT_EQ(output, "card 10 is suspended\n\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(ModemCommand, FailsWithoutACardOrItsDaemon) {
+  EXPECT_EQ(run("9", "signal").status, 1);
+  EXPECT_EQ(run("11", "signal").status, 1);
+  EXPECT_EQ(run_program({built_program("examples/modem-command"), "10"}).status, 1);
+  const support::LogLine invalid = {LOG_ERR, "invalid wwan card 9"};
+  EXPECT_THAT(log_.take(),
+              ElementsAre(invalid, invalid,
+                          support::LogLine{LOG_DEBUG, std::string("can't bind to wwanmd11 (") +
+                                                          std::strerror(ENOENT) + ")"}));
 }
 
 class UplinkDaemon : public testing::Test {

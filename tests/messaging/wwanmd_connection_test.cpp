@@ -327,12 +327,12 @@ TEST_F(WwanmdShut, OfAClosedConnectionDoesNothing) {
 }
 
 TEST_F(WwanmdShut, FreesTheConnection) {
-  const long unfreed = support::unfreed_count();
   const auto before = open_descriptors();
+  const long unfreed = support::unfreed_count();
   wwanmd_connection* const connection = wwanmd_init(0, kName);
   wwanmd_free(connection);
-  EXPECT_EQ(open_descriptors(), before);
   EXPECT_EQ(support::unfreed_count(), unfreed);
+  EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(WwanmdShut, LeavesAnotherConnectionToTheCard) {

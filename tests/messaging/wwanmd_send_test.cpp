@@ -51,8 +51,11 @@ TEST_F(WwanmdSend, LeavesANewlineThatIsThere) {
 }
 
 TEST_F(WwanmdSend, SendsTheBytesAsTheyAre) {
+  const Connection connection = connect();
+  daemon_->command("plan 3");  // silence, for three lines come
   wwanmd_buffer buffer = command("a\n\0\xff\nb\0"sv);
-  EXPECT_THAT(sent(buffer), ElementsAre("a\n\0\xff\nb\0\n"sv));
+  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
+  EXPECT_THAT(daemon_->take_received(), ElementsAre("a\n\0\xff\nb\0\n"sv));
 }
 
 TEST_F(WwanmdSend, OfNothingSendsANewline) {

@@ -46,9 +46,9 @@ bool note_stalled_daemon(wwanmd_connection& connection) noexcept {
 }
 
 ssize_t receive(int socket, void* bytes, std::size_t size, int flags) noexcept {
-  errno = 0;
   ssize_t received = 0;
   do {
+    errno = 0;
     received = ::recv(socket, bytes, size, flags);
   } while (received < 0 && errno == EINTR);
   return received;
