@@ -4,13 +4,14 @@
 //
 // It looks after its settings twice a second, for ROUNDS rounds or for ever: reads them in one
 // batch from the configuration daemon, stores there what it has decided, once, and ends the change
-// set. While the configuration daemon is away, it goes by a file of its own; the connection stays
-// good for when it is back.
+// set; and has the modem connect, once. While the configuration daemon is away, it goes by a file of
+// its own; the connection stays good for when it is back.
 
 #include <rkutils/cfread.h>
 #include <rkutils/configd.h>
 #include <rkutils/memory.h>
 #include <rkutils/systeminfo.h>
+#include <rkutils/wwanmd.h>
 
 #include <array>
 #include <chrono>
@@ -30,6 +31,11 @@ struct CloseConnection {
   void operator()(configd_connection* connection) const { configd_close(connection); }
 };
 using Connection = std::unique_ptr<configd_connection, CloseConnection>;
+
+struct FreeModem {
+  void operator()(wwanmd_connection* modem) const { wwanmd_free(modem); }
+};
+using Modem = std::unique_ptr<wwanmd_connection, FreeModem>;
 
 struct CloseTable {
   void operator()(cfread_table* table) const { cfread_close(table); }
@@ -95,6 +101,21 @@ bool store_state(configd_connection* config, const Settings& settings) {
   return result == 0;
 }
 
+// Has the modem connect. False when it cannot, or its daemon is away: the next round tries again.
+bool connect_modem(Modem& modem, const Settings& settings) {
+  if (modem == nullptr) modem.reset(wwanmd_init(0, "uplink-daemon"));
+  wwanmd_buffer buffer = {};
+  buffer.length =
+      std::snprintf(buffer.data, sizeof buffer.data, "connect %s", settings.apn.c_str());
+  buffer.timeout = 60;
+  if (modem == nullptr || wwanmd_command(modem.get(), &buffer) != 0) {
+    std::puts("the modem does not connect");
+    return false;
+  }
+  std::printf("the modem answers: %s\n", buffer.data);
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -105,11 +126,14 @@ int main(int argc, char** argv) {
 
   std::printf("looking after the uplink of a %s\n", get_product());
   Settings settings;
+  Modem modem;
   bool stored = false;
+  bool connected = false;
   for (long round = 1;; ++round) {
     if (fetch_settings(config.get(), settings)) {
       print("settings from configd", settings);
       if (!stored) stored = store_state(config.get(), settings);
+      if (!connected) connected = connect_modem(modem, settings);
     } else if (read_settings(settings)) {
       print("no configd, settings from the file", settings);
     } else {

@@ -266,6 +266,7 @@ class UplinkDaemon : public testing::Test {
   UplinkDaemon() {
     std::filesystem::copy(source_file("examples/uplink"), kFolder);
     daemon_.set_value("uplink.apn", "internet.example");
+    modem_.command(R"(answer "connect internet.example" "OKregistered")");
   }
   ~UplinkDaemon() override { std::filesystem::remove_all(kFolder); }
 
@@ -275,18 +276,22 @@ class UplinkDaemon : public testing::Test {
 
   static constexpr char kFolder[] = "/etc/uplink";
   support::ConfigdStandIn daemon_;
+  support::WwanmdStandIn modem_{0};
   support::SyslogCollector log_;
 };
 
-TEST_F(UplinkDaemon, StoresItsStateOnce) {
+TEST_F(UplinkDaemon, StoresItsStateAndConnectsOnce) {
   const auto [output, status] = run("2");
   EXPECT_EQ(output,
             "looking after the uplink of a DW\n"
             "settings from configd: apn internet.example, user , mtu \n"
             "storing two values\n"
             "the changes are in force\n"
+            "the modem answers: registered\n"
             "settings from configd: apn internet.example, user , mtu \n");
   EXPECT_EQ(status, 0);
+  EXPECT_THAT(modem_.take_received(),
+              ElementsAre("init uplink-daemon\n", "connect internet.example\n"));
   EXPECT_EQ(daemon_.saved_values()["uplink.state"], "up");
   EXPECT_EQ(daemon_.saved_values()["uplink.apn.used"], "internet.example");
 }
@@ -317,12 +322,39 @@ TEST_F(UplinkDaemon, GoesOnWithWhatItKnowsWithoutAFile) {
                   support::LogLine{LOG_ERR, "cfread: unable to open /etc/uplink/uplink.conf"}));
 }
 
-TEST(Demo, ShowsABatchChangesABusyDaemonAFallbackAndARestart) {
+TEST_F(UplinkDaemon, ConnectsWhenTheModemCan) {
+  modem_.command("plan 1 answer");
+  modem_.command(R"(plan 1 send "ERRORno SIM")");
+  const auto [output, status] = run("2");
+  EXPECT_EQ(output,
+            "looking after the uplink of a DW\n"
+            "settings from configd: apn internet.example, user , mtu \n"
+            "storing two values\n"
+            "the changes are in force\n"
+            "the modem does not connect\n"
+            "settings from configd: apn internet.example, user , mtu \n"
+            "the modem answers: registered\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(UplinkDaemon, GoesOnWithoutTheModemDaemon) {
+  modem_.kill();
+  const auto [output, status] = run("1");
+  EXPECT_EQ(output,
+            "looking after the uplink of a DW\n"
+            "settings from configd: apn internet.example, user , mtu \n"
+            "storing two values\n"
+            "the changes are in force\n"
+            "the modem does not connect\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackAndARestart) {
   const auto [output, status] =
       run_program({built_program("tests/support/demo-stage"),
                    built_program("examples/uplink-daemon"), source_file("examples/uplink")});
   EXPECT_EQ(status, 0);
-  const std::array<std::string, 18> scenes = {
+  const std::array<std::string, 24> scenes = {
       "uplink.state=down",
       "include provider.conf",
       "uplink.apn = fallback.example",
@@ -336,6 +368,12 @@ TEST(Demo, ShowsABatchChangesABusyDaemonAFallbackAndARestart) {
       "<- configd    \"Busy\"",
       "<- configd    \"Ready\"",
       "configd is killed",
+      "-> wwanmd     \"init uplink-daemon\\n\"",
+      "-> wwanmd     \"connect internet.example\\n\"",
+      "<- wwanmd     \"BUSY\"",
+      "syslog debug    wwanmd0 is busy, remaining timeout is ",
+      "<- wwanmd     \"OKregistered with Example Mobile\"",
+      "the modem answers: registered with Example Mobile\n",
       "syslog err      unable to send query to configd",
       "no configd, settings from the file: apn fallback.example, user guest, mtu 1280\n",
       "configd is started again",

@@ -3,8 +3,9 @@
 //   demo-stage DAEMON FOLDER
 //
 // Starts DAEMON beside the stand-in for the configuration daemon, which begins with FOLDER's
-// configd.conf, is busy once, and is killed and started again on the way. The router is of the
-// product DW4600, and FOLDER is its /etc/uplink.
+// configd.conf, is busy once, and is killed and started again on the way; and beside that for the
+// modem daemon, which takes its time to connect. The router is of the product DW4600, and FOLDER is
+// its /etc/uplink.
 
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
@@ -29,6 +30,7 @@
 #include "support/private_router.h"
 #include "support/stopwatch.h"
 #include "support/syslog_collector.h"
+#include "support/wwanmd_stand_in.h"
 
 namespace {
 
@@ -38,11 +40,12 @@ using support::ConfigdStandIn;
 constexpr char kValues[] = "/var/lib/configd/values";
 constexpr char kUplink[] = "/etc/uplink";
 constexpr char kRounds[] = "3";
+constexpr int kCard = 0;
 
 // How each kind of line looks; empty where the output is not a terminal.
 struct Colours {
   const char* daemon = "";
-  const char* configd = "";
+  const char* peer = "";
   const char* log = "";
   const char* stage = "";
   const char* off = "";
@@ -71,8 +74,12 @@ class Script {
     std::fflush(stdout);
   }
   void daemon(const std::string& what) const { line(colours_.daemon, "uplink-daemon", what); }
-  void request(const std::string& what) const { line(colours_.configd, "  -> configd", what); }
-  void reply(const std::string& what) const { line(colours_.configd, "  <- configd", what); }
+  void request(const std::string& whom, const std::string& what) const {
+    line(colours_.peer, "  -> " + whom, what);
+  }
+  void reply(const std::string& whose, const std::string& what) const {
+    line(colours_.peer, "  <- " + whose, what);
+  }
   void log(const support::LogLine& message) const {
     line(colours_.log, "syslog " + std::string(support::level_name(message.level)), message.text);
   }
@@ -91,12 +98,16 @@ class Stage {
       : inbox_(support::open_log_socket()),
         outlet_(connect_to_inbox()),
         configd_({configuration, kValues, "", outlet_.get()}),
+        modem_(kCard, outlet_.get()),
         daemon_program_(daemon_program) {}
 
   // Runs the daemon to its end and returns its exit status.
   int run() {
     configd_.command("fault 4 delay 0");
     configd_.command("fault 1 reply \"Busy\"");
+    modem_.command("plan 1 answer");  // to being told who connects
+    modem_.command(
+        R"(plan 1 wait 300 send "BUSY" wait 700 send "OKregistered with Example Mobile")");
     start_daemon();
     int status = 0;
     while (::waitpid(daemon_, &status, WNOHANG) == 0) {
@@ -142,13 +153,20 @@ class Stage {
     if (line.front() == '<') {
       script_.log(support::parse_log_line(line));
     } else if (line.compare(0, 5, "recv ") == 0) {
-      script_.request(line.substr(line.find('"')));
+      script_.request(peer_of(line), line.substr(line.find('"')));
     } else if (line.compare(0, 5, "send ") == 0) {
-      script_.reply(line.substr(line.find('"')));
+      script_.reply(peer_of(line), line.substr(line.find('"')));
+    } else if (line.back() == '"') {
+      // Connections of the modem daemon's come and go.
     } else {
       script_.daemon(line);
       direct(line);
     }
+  }
+
+  // Who has recorded a line: configd with the path of a client's socket, wwanmd with a time.
+  static std::string peer_of(const std::string& line) {
+    return line.find(" /") == sizeof "recv" - 1 ? "configd" : "wwanmd";
   }
 
   // What happens around the daemon, each at a line of its.
@@ -165,6 +183,7 @@ class Stage {
   UniqueFd inbox_;
   UniqueFd outlet_;
   ConfigdStandIn configd_;
+  support::WwanmdStandIn modem_;
   const char* daemon_program_;
   Script script_;
   pid_t daemon_ = -1;
@@ -181,15 +200,18 @@ int play(const char* daemon_program, const std::string& folder) {
              folder + "/uplink.conf");
   print_file("\nand provider.conf:\n", folder + "/provider.conf");
   std::printf(
-      "\nuplink-daemon reads and changes the configuration through librkutils. The datagrams are\n"
-      "shown as they are, with \\n for a newline and \\0 for a NUL.\n\n");
+      "\nuplink-daemon reads and changes the configuration and has the modem connect, all through\n"
+      "librkutils. What goes to the other daemons and comes from them is shown as it is, with \\n "
+      "for\n"
+      "a newline and \\0 for a NUL.\n\n");
   const int status = Stage(daemon_program, configuration).run();
   std::printf("\n");
   print_file("The configuration afterwards:\n", kValues);
   std::printf(
       "\nA few calls did this: configd_add_query and configd_fetch, configd_set, configd_done;\n"
-      "cfread_open and cfread_find_entry; get_product. The daemon handled no socket, no time-out\n"
-      "and no reconnection, and parsed no file; see examples/uplink_daemon.cpp.\n");
+      "wwanmd_init and wwanmd_command; cfread_open and cfread_find_entry; get_product. The daemon\n"
+      "handled no socket, no time-out and no reconnection, and parsed no file; see\n"
+      "examples/uplink_daemon.cpp.\n");
   return status;
 }
 
