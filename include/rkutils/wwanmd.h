@@ -19,25 +19,26 @@
  * logs LOG_ERR "invalid wwan card %d".
  *
  * Failures. A caller that wants to try again does so with the connection it has. One that fails
- * repeatedly is opened anew, with a new introduction: at the fourth failure in a row to send or the
- * fourth to receive (sending a command ends the row, so four commands that fail to be answered do
- * not count as one), at once when the daemon has closed its end, and at the seventeenth exchange in
- * a row that ends with the daemon still busy. The function that this happens in reports its own
- * failure whatever becomes of the new connection. A connection that could not be opened is closed,
- * and the next command opens it. What happens is logged through syslog at LOG_DEBUG, in the texts
- * given below; nothing is printed. A NULL connection or buffer gives -1, and nothing else happens.
+ * repeatedly is opened anew, with a new introduction:
+ *   - at once when a command cannot be sent because the daemon has closed its end;
+ *   - at the fourth failure in a row. A command that could be sent ends the row, so it is calls of
+ *     wwanmd_recv() or of wwanmd_send() in a row that count, not commands that are not answered;
+ *   - at the seventeenth reply in a row that the daemon is busy to the last.
+ * The function that this happens in reports its own failure, whatever becomes of the new
+ * connection. One that could not be opened is closed, and the next command opens it. What happens
+ * is logged through syslog at LOG_DEBUG, in the texts given below; nothing is printed. A NULL
+ * connection or buffer gives -1, and nothing else happens.
  *
  * Reset. The daemon marks a card that it resets by the file "/tmp/status/wwanmd/card%d/reset". A
- * call that meets the marker waits for its end, looking once a second, for up to five seconds, and
- * one second more when it has ended; then it goes on. If the marker stays, the connection is closed
- * and the call fails with -11: LOG_DEBUG "wwanmd%d is currently in reset". Sending and receiving
- * both look, opening too.
+ * call that finds the marker looks again after each second, and goes on one second after it has
+ * found it gone. If the marker stays for five seconds, the connection is closed and the call fails
+ * with -11: LOG_DEBUG "wwanmd%d is currently in reset". Opening, sending and receiving each look.
  *
  * Time. Between two commands on a connection there are at least 300 ms, the introduction of a
- * connection that is opened again included; sending sleeps for what is missing. Sending and
- * receiving each wait up to the buffer's timeout of real time. A signal handler that runs meanwhile
- * shortens neither waits nor pauses. Connecting waits without a limit while the queue of a hung
- * daemon is full.
+ * connection that is opened again included; sending sleeps for what is missing. (For the exception
+ * see wwanmd_send().) Sending and receiving each wait up to the buffer's timeout of real time. A
+ * signal handler that runs meanwhile shortens neither waits nor pauses. Connecting waits without a
+ * limit while the queue of a hung daemon is full.
  *
  * Threads and signals. A connection belongs to one thread at a time; nothing is locked. Around the
  * waits SIGPIPE is ignored in the whole process, and afterwards it has its default action, whatever
@@ -93,7 +94,7 @@ RK_API wwanmd_connection* wwanmd_init(int card, const char* application_name);
  * Returns
  *     0  the connection is open
  *   -11  the card is in reset, LOG_DEBUG "wwanmd%d is currently in reset"
- *    -1  an argument is NULL; or, with the cause in parentheses, LOG_DEBUG
+ *    -1  the connection is NULL; or, with the cause in parentheses, LOG_DEBUG
  *        "can't open socket to wwanmd%d (%s)",
  *        "can't bind to wwanmd%d (%s)": no daemon listens (it connects, the text is an old one), or
  *        "cannot initialize wwanmd%d (%s)": the introduction failed. The messages of sending and
@@ -157,14 +158,14 @@ RK_API int wwanmd_send(wwanmd_connection* connection, wwanmd_buffer* buffer);
  *        "BUSY" for the 21st time, or with less than a second left: LOG_DEBUG "wwanmd%d is busy",
  *        or LOG_DEBUG
  *        "recv from wwanmd%d timed out",
- *        "couldn't read from wwanmd%d (%s)": the daemon has closed its end, with a cause of no
- *        error; with "faced stalled wwanmd%d" too when the cause is a broken pipe,
- *        "invalid response received from wwanmd%d": none of the three words, or a single byte.
- *        After all but "BUSY" follows "receiving from wwanmd%d failed (%d failures)", and the fourth
+ *        "couldn't read from wwanmd%d (%s)": it failed, or, with the text for no error, the daemon
+ *        has closed its end; followed by "faced stalled wwanmd%d" for a broken pipe, or
+ *        "invalid response received from wwanmd%d": it begins with none of the three words.
+ *        After all but "BUSY" comes "receiving from wwanmd%d failed (%d failures)", and the fourth
  *        failure in a row opens the connection anew; after "BUSY" the seventeenth in a row does.
  *
- * When the connection cannot be opened, and in reset, SIGPIPE stays ignored. After
- * everything else but refused arguments it has its default action.
+ * When the connection cannot be opened, and in reset, SIGPIPE stays ignored. After everything else
+ * but refused arguments it has its default action.
  */
 RK_API int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer);
 
@@ -179,7 +180,7 @@ RK_API int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer);
 RK_API int wwanmd_command(wwanmd_connection* connection, wwanmd_buffer* buffer);
 
 /*
- * Whether the card is in reset. Waits for a reset to end: up to six seconds.
+ * Whether the card is in reset. Waits up to five seconds for the reset to end.
  *
  * Returns 1 when it is still after that, 0 when it is not, -1 for an invalid card.
  */

@@ -16,9 +16,8 @@ struct CardPath {
 // Where the daemon of a card listens.
 [[nodiscard]] CardPath server_path(int card) noexcept;
 
-// Whether the daemon has marked the card as being in reset, after waiting up to five seconds for
-// the reset to end. Where it ends, the card gets the rest of the second to come to itself, and one
-// more. Keeps errno.
+// Whether the daemon has marked the card as being in reset, and leaves it so for five seconds.
+// Looks once a second, and gives a card that has come out of reset one second more. Keeps errno.
 [[nodiscard]] bool is_in_reset(int card) noexcept;
 
 // Whether the daemon has marked the card as suspended.
