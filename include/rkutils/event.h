@@ -69,8 +69,8 @@ RK_API int rkevent(unsigned event, unsigned parameter, const char* text);
  * for NULL or what is no socket (ENOTSOCK), after the end of the context (ETERM).
  *
  * Does not wait on a source. Those who are not connected, or not yet, miss the record; and so does
- * a sink that is so far behind that its queues, of 1000 messages at either end unless the program
- * sets ZMQ_SNDHWM and ZMQ_RCVHWM, are full.
+ * a sink that is so far behind that its queues, of 1000 messages at either end, are full. A source
+ * that sends hundreds of records in one go can be too fast for any sink.
  */
 RK_API int dispatch_legacy_event(void* socket, const rkevent_record* record);
 

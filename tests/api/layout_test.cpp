@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
@@ -50,6 +51,13 @@ TEST(Layout, OfAnEvent) {
   static_assert(offsetof(rkevent_record, text) == 8);
   static_assert(sizeof(rkevent_record) == 136);
   static_assert(std::is_trivial_v<rkevent_record> && std::is_standard_layout_v<rkevent_record>);
+}
+
+TEST(Layout, OfAShortMessage) {
+  static_assert(offsetof(CSimpleSMS, address) == 0);
+  static_assert(offsetof(CSimpleSMS, received) == sizeof(std::string));
+  static_assert(offsetof(CSimpleSMS, text) == 2 * sizeof(std::string));
+  static_assert(sizeof(CSimpleSMS) == 3 * sizeof(std::string));
 }
 
 TEST(Layout, OfAQuery) {
