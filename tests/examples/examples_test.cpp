@@ -1,8 +1,10 @@
 // Every example runs, and the demo shows what it promises.
 
+#include <rkutils/event.h>
 #include <rkutils/file.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,6 +16,7 @@
 
 #include <gmock/gmock.h>
 #include <syslog.h>
+#include <zmq.h>
 
 #include "support/configd_stand_in.h"
 #include "support/kernel_folder.h"
@@ -259,6 +262,73 @@ TEST_F(ModemCommand, FailsWithoutACardOrItsDaemon) {
               ElementsAre(invalid, invalid,
                           support::LogLine{LOG_DEBUG, std::string("can't bind to wwanmd11 (") +
                                                           std::strerror(ENOENT) + ")"}));
+}
+
+TEST(Events, RaisesAnEvent) {
+  const std::string program = built_program("examples/events");
+  EXPECT_EQ(run_program({program, "raise", "1", "2", "text"}).output, "no event manager\n");
+  std::filesystem::create_directories("/tmp/status/event-manager");
+  std::ofstream("/tmp/status/event-manager/throw") << "";
+  const auto [output, status] = run_program({program, "raise", "0x41", "66", "wwan0"});
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(status, 0);
+  std::ifstream written("/tmp/status/event-manager/throw");
+  std::string record(200, '\0');
+  written.read(record.data(), 200);
+  EXPECT_EQ(written.gcount(), 136);
+  const rkevent_record expected = {0x41, 66, "wwan0"};
+  EXPECT_EQ(std::memcmp(record.data(), &expected, sizeof expected), 0);
+  std::filesystem::remove_all("/tmp/status");
+}
+
+TEST(Events, PrintsThoseOfASource) {
+  void* const context = zmq_ctx_new();
+  void* const source = create_legacy_source(context);
+  std::atomic<bool> done = false;
+  std::thread dispatcher([&] {
+    const rkevent_record record = {7, 8, "link up"};
+    while (!done) {  // it is not told when the program has come
+      dispatch_legacy_event(source, &record);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  });
+  const auto [output, status] = run_program({built_program("examples/events"), "print", "2"});
+  done = true;
+  dispatcher.join();
+  zmq_close(source);
+  zmq_ctx_term(context);
+  EXPECT_EQ(output, "event 7, parameter 8: link up\nevent 7, parameter 8: link up\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Events, PrintsNothingOfAnAddressThatIsNone) {
+  const auto [output, status] =
+      run_program({built_program("examples/events"), "print", "2", "nowhere"});
+  EXPECT_EQ(output, "no sink: Invalid argument\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST(Sms, SendsAMessage) {
+  EXPECT_EQ(run_program({built_program("examples/sms"), "+49301", "Hello"}).status, 1);
+  support::put("/usr/local/sbin/send-sms", "#!/bin/sh\ncat \"$1\"\nrm \"$1\"\n");
+  std::filesystem::permissions("/usr/local/sbin/send-sms", std::filesystem::perms::all);
+  const auto [output, status] = run_program({built_program("examples/sms"), "+49301", "Hello"});
+  std::filesystem::remove("/usr/local/sbin/send-sms");
+  EXPECT_EQ(output, "To: +49301\n\nHello\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Sms, PrintsAndRemovesWhatHasCome) {
+  support::put("/var/spool/sms/incoming/1", "From: +49301\nReceived: 09:00\n\nHello\n");
+  support::put("/var/spool/sms/incoming/2", "no message");
+  support::SyslogCollector log;
+  const auto [output, status] = run_program({built_program("examples/sms")});
+  EXPECT_EQ(output, "+49301, 09:00:\nHello\n\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(log.take(), testing::SizeIs(1));
+  EXPECT_FALSE(std::filesystem::exists("/var/spool/sms/incoming/1"));
+  EXPECT_TRUE(std::filesystem::exists("/var/spool/sms/incoming/2"));
+  std::filesystem::remove_all("/var/spool/sms");
 }
 
 class UplinkDaemon : public testing::Test {

@@ -1,0 +1,54 @@
+/*
+ * events: raises events and prints those of a source.
+ *
+ *     events raise NUMBER PARAMETER [TEXT]    for the event manager
+ *     events print COUNT [ADDRESS]            the next COUNT ones of the source at ADDRESS
+ */
+
+#include <rkutils/event.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <zmq.h>
+
+static int raise_event(const char* number, const char* parameter, const char* text) {
+  if (rkevent((unsigned)strtoul(number, NULL, 0), (unsigned)strtoul(parameter, NULL, 0), text) == 0)
+    return EXIT_SUCCESS;
+  fputs("no event manager\n", stderr);
+  return EXIT_FAILURE;
+}
+
+static void print_records(void* sink, long count) {
+  rkevent_record record;
+  while (count > 0) {
+    const int size = zmq_recv(sink, &record, sizeof record, 0);
+    if (size < 0) return;
+    if (size != (int)sizeof record) continue; /* not a record: whoever listens there can send */
+    printf("event %u, parameter %u: %.*s\n", (unsigned)record.event, (unsigned)record.parameter,
+           (int)sizeof record.text, record.text);
+    --count;
+  }
+}
+
+static int print_events(long count, const char* address) {
+  void* context = zmq_ctx_new();
+  void* sink = address == NULL ? register_legacy_sink(context)
+                               : register_legacy_sink_with_addr(context, address);
+  if (sink != NULL) {
+    print_records(sink, count);
+    zmq_close(sink);
+  } else {
+    fprintf(stderr, "no sink: %s\n", zmq_strerror(zmq_errno()));
+  }
+  zmq_ctx_term(context);
+  return sink != NULL ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int main(int argc, char** argv) {
+  if (argc >= 4 && strcmp(argv[1], "raise") == 0) return raise_event(argv[2], argv[3], argv[4]);
+  if (argc >= 3 && strcmp(argv[1], "print") == 0) return print_events(atol(argv[2]), argv[3]);
+  fputs("usage: events raise NUMBER PARAMETER [TEXT]\n       events print COUNT [ADDRESS]\n",
+        stderr);
+  return EXIT_FAILURE;
+}
