@@ -12,11 +12,11 @@
  * content is the value, without a newline or NUL behind it; a link names another file; and a FIFO
  * (see fifo(7)) takes messages, which arrive at an observer of the program's.
  *
- * Names. What a caller passes as name or item is put behind the folder's path as it is, so both
- * begin with "/". They may name folders within: "/card1/state", once another setup() has made the
- * folder "/dialer/card1". Before a setup() the folder's path is empty, and items are paths of the
- * whole file system: "/state" is /state. No file has a name with a NUL in it: one that is passed
- * makes the operation fail, with nothing touched.
+ * Names. The folder's name is put behind the root and an item's name behind the folder's path, as
+ * they are, so both begin with "/". An item may be in a folder within, "/card1/state", once a
+ * setup() of "/dialer/card1" has made that. Before a setup() the folder's path is empty, and items
+ * are paths of the whole file system: "/state" is /state. A name with a NUL in it is no file's, and
+ * is treated as that of one that can be neither found nor made.
  *
  * Whose folders. A folder of status items must be writable for the program that publishes there and
  * for nobody else. Items are written through links, removed and made anew by their names: who may
