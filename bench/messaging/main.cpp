@@ -6,6 +6,7 @@
 
 int main(int argc, char** argv) {
   bench::messaging::add_command_rows();
+  bench::messaging::add_event_rows();
   bench::messaging::add_status_rows();
   return bench::run(argc, argv);
 }

@@ -5,6 +5,7 @@
 namespace bench::messaging {
 
 void add_command_rows();
+void add_event_rows();
 void add_status_rows();
 
 }  // namespace bench::messaging
