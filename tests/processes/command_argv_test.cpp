@@ -88,14 +88,18 @@ TEST(Makeargv, RefusesAnUnclosedQuote) {
 }
 
 TEST(Makeargv, AWordHasRoomForTheWholeLineAndZerosBehindIt) {
-  const std::string line = "one 'two 2' ''";
-  const support::RecordedAllocations recorded;
-  const Vector vector = split(line, 3);
-  EXPECT_THAT(recorded.sizes(), ElementsAre(kSlots * sizeof(char*), line.size() + 1,
-                                            line.size() + 1, line.size() + 1));
-  for (const std::size_t i : {0U, 1U, 2U}) {
-    for (std::size_t at = std::strlen(vector[i]); at <= line.size(); ++at) {
-      EXPECT_EQ(vector[i][at], '\0') << at << " of word " << i;
+  for (const std::size_t blanks : {0U, 1009U, 1010U, 100000U}) {  // up to 1024 bytes and above
+    const std::string line = "one 'two 2' ''" + std::string(blanks, ' ');
+    { const std::string used(line.size() + 1, '#'); }  // memory that may come again
+    const support::RecordedAllocations recorded;
+    const Vector vector = split(line, 3);
+    EXPECT_THAT(recorded.sizes(), ElementsAre(kSlots * sizeof(char*), line.size() + 1,
+                                              line.size() + 1, line.size() + 1));
+    for (const std::size_t i : {0U, 1U, 2U}) {
+      const std::size_t length = std::strlen(vector[i]);
+      EXPECT_EQ(std::string(vector[i] + length, line.size() + 1 - length),
+                std::string(line.size() + 1 - length, '\0'))
+          << "word " << i;
     }
   }
 }

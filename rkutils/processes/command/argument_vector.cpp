@@ -34,9 +34,18 @@ bool is_unused(char* const* group) {
   return bits == 0;
 }
 
+// Zero-filled memory. The GNU C library has small blocks at hand for malloc() but not for calloc(),
+// which gets large ones from the kernel with zeros that nothing has to write.
+char* allocate(std::size_t size) {
+  constexpr std::size_t kSmall = 1024;
+  if (size > kSmall) return static_cast<char*>(zalloc(size));
+  void* const memory = std::malloc(size);
+  return memory == nullptr ? nullptr : static_cast<char*>(std::memset(memory, 0, size));
+}
+
 // Each word has room for the whole line: callers have come to write into it.
 char* copy_word(std::string_view word, std::size_t size) {
-  char* const copy = static_cast<char*>(zalloc(size));
+  char* const copy = allocate(size);
   if (copy != nullptr) std::memcpy(copy, word.data(), word.size());
   return copy;
 }
