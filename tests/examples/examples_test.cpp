@@ -16,6 +16,7 @@
 
 #include <gmock/gmock.h>
 #include <syslog.h>
+#include <unistd.h>
 #include <zmq.h>
 
 #include "support/configd_stand_in.h"
@@ -129,6 +130,24 @@ TEST(DeviceIdentity, PrintsWhatItIsWithoutThem) {
             "VERSION=\n"
             "no maintenance\n");
   EXPECT_EQ(status, 0);
+}
+
+TEST(RunCommands, TellsHowEachComesOut) {
+  const auto [output, status] = run_program(
+      {built_program("examples/run-commands"), "echo one; echo two", "true", "exit 3",
+       "echo left > /tmp/left.new; mv /tmp/left.new /tmp/left &", std::string(256, ' ') + "&"});
+  EXPECT_EQ(output,
+            "echo one; echo two is done: one\n"
+            "true is done\n"
+            "exit 3 has failed\n"
+            "echo left > /tmp/left.new; mv /tmp/left.new /tmp/left & runs by itself\n" +
+                std::string(256, ' ') + "& is too long\n");
+  EXPECT_EQ(status, 0);
+  for (int waits = 0; std::string(readfile("/tmp/left")) != "left" && waits < 10000; ++waits) {
+    ::usleep(1000);
+  }
+  EXPECT_STREQ(readfile("/tmp/left"), "left");
+  EXPECT_EQ(dropfile("/tmp/left"), 0);
 }
 
 class ConfigurationFile : public testing::Test {
