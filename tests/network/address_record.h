@@ -4,11 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -113,7 +115,7 @@ inline std::string mask_bits(std::size_t ones, std::size_t size) {
 }
 
 // Calls `visit` with every record of `size` bits, 32 or 128, that is a mask with one hole: ones,
-// zeros, ones, zeros, where the first and the last may be missing.
+// zeros, ones, zeros, where the first and the last may be missing. Until a test fails.
 template <typename Visit>
 void for_each_mask_with_one_hole(std::size_t size, Visit visit) {
   const std::size_t offset = size == 32 ? kIpv4Offset : kIpv6Offset;
@@ -123,7 +125,7 @@ void for_each_mask_with_one_hole(std::size_t size, Visit visit) {
       for (std::size_t bit = end; bit < size; ++bit) {
         unsigned char& byte = mask.bytes()[offset + bit / 8];
         byte = static_cast<unsigned char>(byte | 0x80U >> bit % 8);
-        visit(static_cast<const Record&>(mask));
+        if (!testing::Test::HasFailure()) visit(static_cast<const Record&>(mask));
       }
     }
   }

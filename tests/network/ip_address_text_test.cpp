@@ -81,6 +81,7 @@ TEST(IpAddressText, TakesEverySizeAndNothingElseBehindASlash) {
        {"192.168.1.1/", "0.0.0.0/", "255.255.255.255/", "1.2.3/", "1.2.3.256/"}) {
     const auto address = quad(base.substr(0, base.size() - 1));
     const auto check = [&](const std::string& text) {
+      if (HasFailure()) return;
       const auto size = size_of(text.substr(base.size()));
       expect_address(text, size ? address : std::nullopt, size);
     };
