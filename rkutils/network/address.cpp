@@ -130,7 +130,7 @@ int str2addr4(const char* text, sockaddr* record) { return parse_address(AF_INET
 int str2addr6(const char* text, sockaddr* record) { return parse_address(AF_INET6, text, record); }
 
 int str2addr(const char* text, sockaddr* record) {
-  if (text == nullptr || record == nullptr) return -1;
+  if (text == nullptr) return -1;
   return std::strchr(text, ':') != nullptr ? str2addr6(text, record) : str2addr4(text, record);
 }
 
