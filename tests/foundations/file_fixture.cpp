@@ -1,11 +1,12 @@
 #include "file_fixture.h"
 
+#include <rkutils/internal/unique_fd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -18,6 +19,8 @@
 #include "support/open_descriptors.h"
 
 namespace {
+
+using rkutils::internal::UniqueFd;
 
 void check(bool done, const std::string& step) {
   if (!done) throw std::system_error(errno, std::generic_category(), step);
@@ -81,11 +84,16 @@ void TinyDisk::make_read_only() {
 }
 
 std::string contents_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  check(file.good(), "read " + path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  check(static_cast<bool>(file), "open " + path);
+  std::array<char, 4096> piece;
+  std::string text;
+  ssize_t length = 0;
+  while ((length = ::read(file.get(), piece.data(), piece.size())) > 0) {
+    text.append(piece.data(), static_cast<std::size_t>(length));
+  }
+  check(length == 0, "read " + path);
+  return text;
 }
 
 bool exists(const std::string& path) {
