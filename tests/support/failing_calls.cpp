@@ -136,6 +136,11 @@ void answer(FailingCall& failing, seccomp_notif_resp& response) {
   response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
 }
 
+// Not ioctl(): the C libraries differ in the type of the request.
+bool control(int questions, unsigned long request, void* argument) {
+  return ::syscall(SYS_ioctl, questions, request, argument) == 0;
+}
+
 // Answers the filter's questions until its thread has ended. It allocates nothing: a thread that
 // forks may hold the allocator's lock while it waits for the answer.
 void answer_all(int questions, std::vector<NumberedCall>& calls) {
@@ -144,11 +149,11 @@ void answer_all(int questions, std::vector<NumberedCall>& calls) {
     if (::poll(&ready, 1, -1) < 0 && errno == EINTR) continue;
     if ((ready.revents & POLLIN) == 0) return;
     seccomp_notif question = {};
-    check(::ioctl(questions, SECCOMP_IOCTL_NOTIF_RECV, &question) == 0, "question");
+    check(control(questions, SECCOMP_IOCTL_NOTIF_RECV, &question), "question");
     seccomp_notif_resp response = {};
     response.id = question.id;
     answer(find_call(calls, question.data.nr), response);
-    check(::ioctl(questions, SECCOMP_IOCTL_NOTIF_SEND, &response) == 0, "answer");
+    check(control(questions, SECCOMP_IOCTL_NOTIF_SEND, &response), "answer");
   }
 }
 

@@ -129,7 +129,8 @@ TEST(KernelFolder, HasEachProcessUnderSelf) {
             support::built_program("tests/support/tests/kernel_folder_test"));
   EXPECT_TRUE(support::inside_private_router());
   EXPECT_EQ(run_program({"cat", "/proc/self/comm"}).output, "cat\n");
-  EXPECT_EQ(run_program({"sh", "-c", "cd /proc/self/cwd/ && cat /proc/$$/comm"}).output, "sh\n");
+  EXPECT_EQ(run_program({"sh", "-c", "cd /proc/self/cwd/ && cat /proc/$$/comm; true"}).output,
+            "sh\n");
 }
 
 TEST(KernelFolder, HasEachThreadUnderThreadSelf) {
