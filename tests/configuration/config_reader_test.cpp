@@ -33,6 +33,7 @@
 #include "support/language_allocation.h"
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/standard_output.h"
 #include "support/virtual_slot.h"
@@ -325,18 +326,20 @@ TEST_F(ConfigReaderAnyFile, OfLinesOfEveryLengthAroundTheBounds) {
 
 TEST_F(ConfigReaderAnyFile, OfBytesThatMatter) {
   const std::string alphabet = std::string("=== \t\n\n#ab\0\r\x1f\x80\xff%", 16);
-  for (int i = 0; i < 3000; ++i) expect_as_in_the_model(random_text(random_() % 60, alphabet));
+  for (int i = support::rounds(3000); i > 0; --i)
+    expect_as_in_the_model(random_text(random_() % 60, alphabet));
 }
 
 TEST_F(ConfigReaderAnyFile, OfAllBytes) {
   std::string alphabet;
   for (int byte = 0; byte <= UCHAR_MAX; ++byte) alphabet += static_cast<char>(byte);
-  for (int i = 0; i < 200; ++i) expect_as_in_the_model(random_text(random_() % 5000, alphabet));
+  for (int i = support::rounds(200); i > 0; --i)
+    expect_as_in_the_model(random_text(random_() % 5000, alphabet));
 }
 
 TEST_F(ConfigReaderAnyFile, OfLongLines) {
   const std::string alphabet = std::string(200, 'x') + "= #";
-  for (int i = 0; i < 300; ++i) {
+  for (int i = support::rounds(300); i > 0; --i) {
     expect_as_in_the_model(random_text(random_() % 4000, alphabet) + "\n" +
                            random_text(random_() % 4000, alphabet));
   }

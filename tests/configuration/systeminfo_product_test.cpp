@@ -18,6 +18,7 @@
 #include "support/for_nobody.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
@@ -194,7 +195,7 @@ TEST_F(Oem, ReadsAHugeFile) {
 
 TEST_F(Oem, ReadsRandomFilesByTheRules) {
   int found = 0;
-  for (const std::string& contents : random_files(2000)) {
+  for (const std::string& contents : random_files(support::rounds(2000))) {
     put(kOemFile, contents);
     for (const std::string& key : {""s, "a"s, "A"s, " "s, "\""s, "##"s, "=\t"s}) {
       std::string expected;
@@ -208,7 +209,7 @@ TEST_F(Oem, ReadsRandomFilesByTheRules) {
       ASSERT_EQ(oem(key.c_str()), expected) << testing::PrintToString(contents) << " " << key;
     }
   }
-  EXPECT_GT(found, 500);
+  EXPECT_GT(found, support::rounds(500));
 }
 
 TEST_F(Oem, WorksOnASmallStack) {
@@ -389,7 +390,7 @@ TEST_F(GetProduct, LeavesOemsResultAloneWithoutAnOemFile) {
 
 TEST_F(GetProduct, TakesRandomBytes) {
   int found = 0;
-  for (const std::string& contents : random_files(300)) {
+  for (const std::string& contents : random_files(support::rounds(300))) {
     proc_.put(kProductName, contents);
     const std::string board = readfile(proc_.at(kProductName).c_str());
     ASSERT_EQ(get_product(), "DW" + board);
@@ -401,7 +402,7 @@ TEST_F(GetProduct, TakesRandomBytes) {
     found += fits ? 1 : 0;
     std::filesystem::remove(kOemFile);
   }
-  EXPECT_GT(found, 30);
+  EXPECT_GT(found, support::rounds(30));
 }
 
 TEST_F(GetProduct, WorksOnASmallStack) {

@@ -28,6 +28,7 @@
 #include "support/for_nobody.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
@@ -215,8 +216,8 @@ std::vector<std::pair<std::string, std::string>> variables_of(const std::string&
 }
 
 TEST_F(SysteminfoInit, ReadsRandomFilesByTheRules) {
-  std::size_t found = 0;
-  for (const std::string& contents : random_files(2000)) {
+  int found = 0;
+  for (const std::string& contents : random_files(support::rounds(2000))) {
     const Table table = table_of(contents);
     ASSERT_NE(table, nullptr);
     // What is no variable's name has no value; the first of each name counts.
@@ -225,13 +226,13 @@ TEST_F(SysteminfoInit, ReadsRandomFilesByTheRules) {
     for (const auto& [name, value] : variables_of(contents)) {
       if (seen.insert(name).second) expected[name] = value;
     }
-    found += seen.size();
+    found += static_cast<int>(seen.size());
     for (const auto& [name, value] : expected) {
       ASSERT_EQ(systeminfo_getvar(table.get(), name.c_str()), value)
           << testing::PrintToString(contents) << " " << name;
     }
   }
-  EXPECT_GT(found, 1000U);
+  EXPECT_GT(found, support::rounds(1000));
 }
 
 TEST_F(SysteminfoInit, EndsAtAFailingReadAndDropsTheLineThatItEnds) {

@@ -3,6 +3,7 @@
 #include <rkutils/file.h>
 #include <rkutils/internal/unique_fd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -24,6 +25,7 @@
 #include "support/allocation_faults.h"
 #include "support/failing_calls.h"
 #include "support/open_descriptors.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 
 namespace {
@@ -337,14 +339,14 @@ TEST_F(HalfListed, IsRemovedWhenItIsEmptyMeanwhile) {
 // A directory above the one that is walked is moved away, far enough down to have been closed.
 TEST_F(DeleteDirectory, FailsWhereItCannotFindBack) {
   constexpr int kDepth = 40;
-  constexpr int kFiles = 20000;  // they give the mover time
+  const int files = std::max(2000, support::rounds(20000));  // they give the mover time
   int result = 0;
   for (int attempt = 0; attempt < 20 && result == 0; ++attempt) {
     std::string moved = at("top");
     for (int i = 0; i < kDepth - 5; ++i) moved += "/d";
     const std::string deep = moved + "/d/d/d/d/d";
     make_folders(deep);
-    for (int i = 0; i < kFiles; ++i) put(deep + "/" + std::to_string(i), "");
+    for (int i = 0; i < files; ++i) put(deep + "/" + std::to_string(i), "");
     const UniqueFd events(::inotify_init1(IN_CLOEXEC));
     ASSERT_GE(::inotify_add_watch(events.get(), deep.c_str(), IN_DELETE), 0);
     std::thread mover([&] {
@@ -420,7 +422,7 @@ TEST_F(DeleteDirectory, TouchesNothingOutsideWhenTheTreeChangesUnderneath) {
   put(at("outside/file"), "outside");
   put(at("outside/folder/file"), "outside");
   const Tree outside = tree_of(at("outside"));
-  for (int round = 0; round < 200; ++round) {
+  for (int round = support::rounds(200); round > 0; --round) {
     for (int i = 0; i < 20; ++i) {
       const std::string folder = at("top/a" + std::to_string(i));
       make_folders(folder + "/folder");

@@ -24,6 +24,8 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include "support/rounds.h"
+
 namespace {
 
 // Without the attribute by which a compiler checks the format, and volatile so that none looks
@@ -179,9 +181,9 @@ void with_values(const Format& format, Action action) {
 class Differential : public testing::TestWithParam<unsigned> {};
 
 TEST_P(Differential, AgreesWithTheCLibrary) {
-  constexpr int kFormats = 250000;
+  const int formats = support::rounds(250000);
   Generator generator(GetParam());
-  for (int i = 0; i < kFormats; ++i) {
+  for (int i = 0; i < formats; ++i) {
     const Format format = generator.next();
     const std::size_t skip = generator.below(40);
     const std::size_t size = generator.below(40);
@@ -197,9 +199,9 @@ TEST_P(Differential, AgreesWithTheCLibrary) {
 }
 
 TEST_P(Differential, AgreesInEveryWindow) {
-  constexpr int kFormats = 150;
+  const int formats = support::rounds(150);
   Generator generator(GetParam() + 100);
-  for (int i = 0; i < kFormats; ++i) {
+  for (int i = 0; i < formats; ++i) {
     const Format format = generator.next();
     with_values(format, [&](const char* text, auto... values) {
       const std::string expected = reference(text, values...);

@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/rounds.h"
+
 namespace {
 
 // What a handle should be: handles with the same buffer point to the same one of these.
@@ -485,9 +487,9 @@ class Model {
 class StringModel : public testing::TestWithParam<unsigned> {};
 
 TEST_P(StringModel, AgreesAfterEveryOperation) {
-  constexpr int kOperations = 250000;
+  const int operations = support::rounds(250000);
   Model model(GetParam());
-  for (int i = 0; i < kOperations; ++i) {
+  for (int i = 0; i < operations; ++i) {
     model.change();
     model.check();
     model.ask();
