@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <functional>
+#include <thread>
+#include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -28,6 +31,10 @@ thread_local std::deque<Failure> connect_failures;
 thread_local std::deque<Failure> poll_failures;
 thread_local std::deque<Failure> send_failures;
 thread_local std::deque<Failure> recv_failures;
+
+// What happens when this thread's next such call is done.
+thread_local std::function<void()> after_connect;
+thread_local std::function<void()> after_send;
 
 // What this thread has called.
 thread_local std::vector<std::pair<sockaddr_un, socklen_t>> connects;
@@ -72,7 +79,9 @@ int connect(int socket, const sockaddr* address, socklen_t length) {
   connects.emplace_back(copy, length);
   Failure failure = {};
   if (fails(connect_failures, failure)) return failure.result;
-  return static_cast<int>(::syscall(SYS_connect, socket, address, length));
+  const auto result = static_cast<int>(::syscall(SYS_connect, socket, address, length));
+  if (after_connect) std::exchange(after_connect, nullptr)();
+  return result;
 }
 
 int poll(pollfd* entries, nfds_t count, int timeout_ms) {
@@ -90,7 +99,9 @@ ssize_t send(int socket, const void* bytes, std::size_t size, int flags) {
     if (failure.result < 0) return failure.result;
     size = static_cast<std::size_t>(failure.result);
   }
-  return ::sendto(socket, bytes, size, flags, nullptr, 0);
+  const ssize_t result = ::sendto(socket, bytes, size, flags, nullptr, 0);
+  if (after_send) std::exchange(after_send, nullptr)();
+  return result;
 }
 
 ssize_t recv(int socket, void* bytes, std::size_t size, int flags) {
@@ -270,6 +281,30 @@ TEST_F(WwanmdCalls, OfConnectingThatFailCloseTheSocket) {
   EXPECT_THAT(log_.take(), ElementsAre(debug("can't bind to wwanmd0 (" + text_of(EACCES) + ")")));
   EXPECT_THAT(support::open_descriptors(), SizeIs(descriptors - 1));
   EXPECT_EQ(record_of(connection_).socket, -1);
+}
+
+// The daemon may mark the card between any two steps.
+TEST_F(WwanmdCalls, AfterWhichTheCardIsInResetAreTheLast) {
+  support::WwanmdStandIn other(1);
+  const Connection opened = connect(1);
+  std::unique_ptr<Marker> marker;
+  std::unique_ptr<Marker> other_marker;
+  std::thread opening([&] {
+    after_connect = [&] { other_marker = std::make_unique<Marker>(1, "reset"); };
+    EXPECT_EQ(wwanmd_open(opened.get()), -1);
+  });
+  after_send = [&] { marker = std::make_unique<Marker>(0, "reset"); };
+  EXPECT_EQ(wwanmd_command(connection_.get(), &buffer_), -1);
+  opening.join();
+  EXPECT_THAT(log_.take(), testing::UnorderedElementsAre(
+                               debug("wwanmd0 is currently in reset"), debug("command failed"),
+                               debug("wwanmd1 is currently in reset"),
+                               debug("cannot initialize wwanmd1 (" + text_of(0) + ")")));
+  EXPECT_EQ(record_of(connection_).socket, -1);
+  EXPECT_EQ(record_of(opened).socket, -1);
+  EXPECT_EQ(sigpipe_disposition(), SIG_IGN);
+  EXPECT_THAT(daemon_->take_received(), ElementsAre("signal\n"));
+  EXPECT_THAT(other.take_received(), ElementsAre(kInit)) << "of before";
 }
 
 }  // namespace

@@ -193,12 +193,15 @@ class WwanmdIntroduction : public WwanmdTest {
   // Opens a connection that was open once, so that its introduction is paced.
   void expect_failure(const Connection& connection, const std::vector<support::LogLine>& messages) {
     wwanmd_close(connection.get());
+    record_of(connection).failures = 2;  // of before, which do not count
+    record_of(connection).busy_count = 2;
     const auto descriptors = open_descriptors().size();
     const auto connections = daemon_->events("open").size();
     EXPECT_EQ(wwanmd_open(connection.get()), -1);
     EXPECT_EQ(log_.take(), messages);
     EXPECT_EQ(record_of(connection).socket, -1);
     EXPECT_EQ(record_of(connection).flags, 1);
+    EXPECT_EQ(record_of(connection).busy_count, 0);
     EXPECT_THAT(open_descriptors(), SizeIs(descriptors));
     EXPECT_THAT(daemon_->events("open"), SizeIs(connections + 1));
     EXPECT_EQ(sigpipe_disposition(), SIG_DFL);

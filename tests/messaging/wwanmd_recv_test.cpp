@@ -6,9 +6,7 @@
 
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 

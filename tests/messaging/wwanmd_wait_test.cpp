@@ -62,6 +62,11 @@ class WwanmdPause : public WwanmdTest {
     EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
   }
 
+  static Clock::duration since(const std::timespec& time) {
+    return Clock::now().time_since_epoch() - std::chrono::seconds(time.tv_sec) -
+           std::chrono::nanoseconds(time.tv_nsec);
+  }
+
   static constexpr auto kLittle = 250ms;
 
  private:
@@ -177,13 +182,21 @@ TEST_F(WwanmdPause, CountsFromTheEndOfASendingThatFailed) {
   wwanmd_buffer buffer = command("x");
   EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
   log_.take();
-  const timespec& last = record_of(connection).last_exchange;
-  const auto since_last = Clock::now().time_since_epoch() - std::chrono::seconds(last.tv_sec) -
-                          std::chrono::nanoseconds(last.tv_nsec);
+  const auto since_last = since(record_of(connection).last_exchange);
   EXPECT_LT(since_last, 450ms) << "the introduction was sent half a second ago";
   const auto start = Clock::now();
   expect_exchange_succeeds(connection);
   EXPECT_GE(last_arrival() - start, kPause - since_last);
+}
+
+TEST_F(WwanmdPause, CountsFromTheEndOfASendingThatCouldNotOpenTheConnection) {
+  const Connection connection = connect();
+  wwanmd_close(connection.get());
+  daemon_->command(R"(plan 1 wait 500 send "ERROR")");
+  wwanmd_buffer buffer = command("x");
+  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
+  EXPECT_LT(since(record_of(connection).last_exchange), 450ms);
+  log_.take();
 }
 
 // The clock's microseconds pass 31 and 32 bits after 36 and 72 minutes.

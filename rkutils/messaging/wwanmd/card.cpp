@@ -1,4 +1,3 @@
-#include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/monotonic_clock.h>
 #include <rkutils/messaging/wwanmd/card.h>
 
@@ -37,7 +36,6 @@ CardPath server_path(int card) noexcept {
 }
 
 bool is_in_reset(int card) noexcept {
-  const internal::ErrnoRestorer keep_errno;
   const CardPath marker = marker_path(card, "reset");
   if (!is_readable(marker)) return false;
   for (int check = 0; check < kResetChecks; ++check) {

@@ -17,7 +17,7 @@ struct CardPath {
 [[nodiscard]] CardPath server_path(int card) noexcept;
 
 // Whether the daemon has marked the card as being in reset, and leaves it so for five seconds.
-// Looks once a second, and gives a card that has come out of reset one second more. Keeps errno.
+// Looks once a second, and gives a card that has come out of reset one second more.
 [[nodiscard]] bool is_in_reset(int card) noexcept;
 
 // Whether the daemon has marked the card as suspended.

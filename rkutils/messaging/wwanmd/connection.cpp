@@ -1,4 +1,3 @@
-#include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
 #include <rkutils/messaging/wwanmd/card.h>
