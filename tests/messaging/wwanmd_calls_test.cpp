@@ -237,6 +237,17 @@ TEST_F(WwanmdCalls, OfSendingThatFailFourTimesInARowOpenTheConnectionAnew) {
   EXPECT_EQ(wwanmd_command(connection_.get(), &buffer_), 0);
 }
 
+TEST_F(WwanmdCalls, OfAnIntroductionThatFailAreTheFirstFailure) {
+  record_of(connection_).failures = 3;
+  send_failures = {{ENOBUFS}};
+  EXPECT_EQ(wwanmd_open(connection_.get()), -1);
+  EXPECT_THAT(log_.take(),
+              ElementsAre(debug("could not send 12 bytes to wwanmd0 (" + text_of(ENOBUFS) + ")"),
+                          debug("sending to wwanmd0 failed (1 failures)"),
+                          debug("cannot initialize wwanmd0 (" + text_of(ENOBUFS) + ")")));
+  EXPECT_THAT(daemon_->events("open"), SizeIs(2));
+}
+
 TEST_F(WwanmdCalls, OfWaitingToReceiveThatFailAreFailures) {
   poll_failures = {{ENOMEM}};
   EXPECT_EQ(wwanmd_recv(connection_.get(), &buffer_), -1);
