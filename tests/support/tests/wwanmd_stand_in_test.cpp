@@ -27,6 +27,7 @@ using testing::SizeIs;
 
 constexpr char kNothing[] = "(nothing)";
 constexpr char kEnd[] = "(end)";
+constexpr auto kShort = 300ms;  // where nothing is to come
 
 class Client {
  public:
@@ -36,8 +37,6 @@ class Client {
     EXPECT_TRUE(rkutils::internal::make_unix_address(path.c_str(), address));
     connected_ = ::connect(socket_.get(), rkutils::internal::as_sockaddr(address),
                            rkutils::internal::unix_address_length(address)) == 0;
-    const timeval wait = {0, 300000};
-    ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
   }
 
   [[nodiscard]] bool connected() const { return connected_; }
@@ -46,16 +45,19 @@ class Client {
     ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
 
-  [[nodiscard]] std::string receive() const {
+  [[nodiscard]] std::string receive(std::chrono::microseconds wait = 5s) const {
+    const timeval time = {wait / 1s, wait % 1s / 1us};
+    ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
     std::array<char, 65536> buffer;
     const ssize_t length = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
     if (length == 0) return kEnd;
     return length < 0 ? kNothing : std::string(buffer.data(), static_cast<std::size_t>(length));
   }
 
-  [[nodiscard]] std::string exchange(const std::string& bytes) const {
+  [[nodiscard]] std::string exchange(const std::string& bytes,
+                                     std::chrono::microseconds wait = 5s) const {
     send(bytes);
-    return receive();
+    return receive(wait);
   }
 
  private:
@@ -80,7 +82,7 @@ TEST_F(ModemStandIn, AnswersEveryLineWithOk) {
   const Client client(0);
   EXPECT_EQ(client.exchange("init x\n"), "OK");
   EXPECT_EQ(client.exchange("\n"), "OK");
-  EXPECT_EQ(client.exchange("half"), kNothing);
+  EXPECT_EQ(client.exchange("half", kShort), kNothing);
   EXPECT_EQ(client.exchange(" a line\n"), "OK");
 }
 
@@ -98,8 +100,8 @@ TEST_F(ModemStandIn, FollowsAPlanForEachLine) {
   const Client client(0);
   EXPECT_EQ(client.exchange("a\n"), "BUSY");
   EXPECT_EQ(client.receive(), "ERROR\0"s);
-  EXPECT_EQ(client.exchange("b\n"), kNothing);
-  EXPECT_EQ(client.exchange("c\n"), kNothing);
+  EXPECT_EQ(client.exchange("b\n", kShort), kNothing);
+  EXPECT_EQ(client.exchange("c\n", kShort), kNothing);
   const support::Stopwatch watch;
   EXPECT_EQ(client.exchange("d\n"), "OK");
   EXPECT_GE(watch.elapsed(), 200ms);
@@ -139,7 +141,7 @@ TEST_F(ModemStandIn, ReadsNothingWhenItIsDeaf) {
   const Client client(0);
   EXPECT_EQ(client.exchange("x\n"), "OK");
   daemon_.command("deaf");
-  EXPECT_EQ(client.exchange("y\n"), kNothing);
+  EXPECT_EQ(client.exchange("y\n", kShort), kNothing);
   EXPECT_THAT(daemon_.take_received(), ElementsAre("x\n"));
 }
 
