@@ -75,6 +75,12 @@ TEST_F(ExecCommand, WithoutAFirstArgumentThereIsNone) {
   EXPECT_THAT(probe().arguments, AnyOf(IsEmpty(), ElementsAre("")));
 }
 
+TEST_F(ExecCommand, WithoutAFirstArgumentOthersAreNotCounted) {
+  EXPECT_EQ(_exec_command(0, probe_path().c_str(), kEnd, "1", "2", "3", "4", "5", "6", "7", "8",
+                          "9", "10", "11", "12", "13", "14", "15", "16", kEnd),
+            kProbeStatus);
+}
+
 TEST_F(ExecCommand, RefusesAMissingPathWithoutAMessage) {
   for (const int mode : {0, 1, 2, 3}) {
     EXPECT_EQ(_exec_command(mode, nullptr, "name", kEnd), -1);
