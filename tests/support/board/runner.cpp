@@ -196,20 +196,21 @@ class Running {
   // `wrong` says what is wrong with the end of the process.
   void finish(std::string wrong, bool skips) {
     read_rest();
-    const bool is_command = test_ != nullptr && name_in_program(*test_).empty();
-    if (is_command || test_ == nullptr) {
-      if (test_ == nullptr) begin(waiting_.begin());
+    if (test_ == nullptr) {
+      begin(waiting_.begin());
       outcome_ = skips ? Outcome::kSkipped : Outcome::kFailed;
-      if (is_command && wrong.empty()) outcome_ = Outcome::kPassed;
-      if (!is_command && wrong.empty()) wrong = "the program did not run it";
-    } else if (!outcome_ || (*outcome_ != Outcome::kFailed && !wrong.empty() && !failed_)) {
-      outcome_ = Outcome::kFailed;
+      if (wrong.empty()) wrong = "the program did not run it";
+    } else if (name_in_program(*test_).empty()) {
+      outcome_ = skips ? Outcome::kSkipped : wrong.empty() ? Outcome::kPassed : Outcome::kFailed;
+    } else if (!outcome_) {
       if (wrong.empty()) wrong = "its process ended";
+    } else if (!wrong.empty() && !failed_) {
+      outcome_ = Outcome::kFailed;
     }
     end_test(std::move(wrong));
   }
 
-  // `reason` is taken for a failure only.
+  // Without an outcome it has failed. `reason` is taken for a failure only.
   void end_test(std::string reason = {}) {
     const Clock::time_point now = Clock::now();
     const Outcome outcome = outcome_.value_or(Outcome::kFailed);
