@@ -19,6 +19,7 @@
 
 #include "command_fixture.h"
 #include "support/failing_calls.h"
+#include "support/interruption.h"
 #include "support/stopwatch.h"
 #include "support/without_override.h"
 
@@ -69,6 +70,20 @@ TEST_F(SharedWord, TenTriesAgainstAHeldSegmentThenFailure) {
   EXPECT_THAT(shared_segments(), SizeIs(1)) << "it is not ours to remove";
   remove_segment(segment);
   EXPECT_FALSE(has_probed());
+}
+
+TEST_F(SharedWord, SignalsDoNotShortenTheTries) {
+  const int segment = create_segment();
+  const support::Interruption interruption;
+  const support::Stopwatch stopwatch;
+  int result = 0;
+  std::thread thread([&result] { result = start(); });
+  for (int i = 0; i < 5; ++i) support::Interruption::send(thread);
+  thread.join();
+  EXPECT_GE(stopwatch.elapsed().count(), 900);
+  EXPECT_EQ(result, -1);
+  EXPECT_THAT(log_.take(), ElementsAreArray(tries(10)));
+  remove_segment(segment);
 }
 
 TEST_F(SharedWord, StartsAsSoonAsTheSegmentIsFree) {

@@ -1,7 +1,7 @@
 // The device restarted and switched off.
 
 #include <rkutils/command.h>
-#include <rkutils/processes/command/pause.h>
+#include <rkutils/internal/monotonic_clock.h>
 
 #include <cstdio>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-using rkutils::processes::pause_ms;
+using rkutils::internal::pause_us;
 
 // What differs between the two.
 struct Ending {
@@ -27,11 +27,11 @@ constexpr Ending kPowerOff = {"/nvstatus/skip-poweroff", "skipping poweroff",
                               "/usr/local/sbin/system-poweroff", RB_POWER_OFF};
 
 void run_script(const char* script, int first, int second) {
-  constexpr int kHeadStartMs = 100;
+  constexpr int kHeadStartUs = 100000;
   char command[511];
   std::snprintf(command, sizeof command, "%s %d %d", script, first, second);
   run_command(command, 1);
-  pause_ms(kHeadStartMs);
+  pause_us(kHeadStartUs);
 }
 
 void end_system(const Ending& ending, int first, int second) {

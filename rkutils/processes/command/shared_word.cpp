@@ -1,4 +1,4 @@
-#include <rkutils/processes/command/pause.h>
+#include <rkutils/internal/monotonic_clock.h>
 #include <rkutils/processes/command/shared_word.h>
 
 #include <cerrno>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kNoSegment = -1;
 constexpr int kAttempts = 10;
-constexpr int kPauseMs = 100;
+constexpr int kPauseUs = 100000;
 
 void log_failure() noexcept {
   const int error = errno;
@@ -51,7 +51,7 @@ int create_segment(key_t key) noexcept {
       return kNoSegment;
     }
     ::syslog(LOG_INFO, "Shared memory temporary not available (try %d/%d)", attempt, kAttempts);
-    pause_ms(kPauseMs);
+    internal::pause_us(kPauseUs);
   }
   return remove_orphan(key) ? try_to_create(key) : kNoSegment;
 }
