@@ -29,7 +29,8 @@
  *
  * Threads. All may be called from several threads at once, but for create_tmpfile(), whose result
  * is the library's. Waiting ones begin the program without copying the caller's memory, which also
- * means that functions of pthread_atfork(3) are not called. Nothing here is for signal handlers.
+ * means that functions of pthread_atfork(3) are not called. A thread that is cancelled
+ * (pthread_cancel(3)) finishes its call first. Nothing here is for signal handlers.
  */
 #ifndef RKUTILS_COMMAND_H
 #define RKUTILS_COMMAND_H

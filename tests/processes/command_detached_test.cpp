@@ -97,6 +97,12 @@ TEST_F(DetachedStart, KnowsTheIdWhereSigchldIsIgnoredToo) {
                                            std::string(std::strerror(ECHILD)) + " (10)")));
 }
 
+TEST_F(DetachedStart, IsFinishedByACancelledThread) {
+  int process = -1;
+  EXPECT_TRUE(finishes_though_cancelled([&] { process = start(); }));
+  EXPECT_EQ(probe().number("pid"), process);
+}
+
 TEST_F(DetachedStart, SeveralAtOnceTakeTurns) {
   std::array<int, 4> processes = {};
   std::array<std::thread, 4> threads;

@@ -120,6 +120,15 @@ TEST_F(EvalCommand, ASignalLosesNothing) {
   EXPECT_EQ(result, (Result{9, "beginend\n"}));
 }
 
+TEST_F(EvalCommand, IsFinishedByACancelledThread) {
+  char buffer[16] = "";
+  int length = 0;
+  EXPECT_TRUE(finishes_though_cancelled(
+      [&] { length = eval_command("sleep 0.1; echo out", buffer, sizeof buffer); }));
+  EXPECT_EQ(length, 4);
+  EXPECT_STREQ(buffer, "out\n");
+}
+
 TEST_F(EvalCommand, FailsWithoutDescriptors) {
   for (const unsigned spare : {0U, 1U}) {
     char buffer[] = "text";

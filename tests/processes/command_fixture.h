@@ -58,6 +58,10 @@ class CommandTest : public testing::Test {
 constexpr int kReturned = 111;
 int status_apart(const std::function<void()>& action);
 
+// Calls `action` on a thread that was cancelled just before. Whether the action came to its end
+// and the request still stood then.
+bool finishes_though_cancelled(const std::function<void()>& action);
+
 // Messages in the log.
 support::LogLine err(std::string text);
 support::LogLine info(std::string text);

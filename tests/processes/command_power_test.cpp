@@ -127,6 +127,14 @@ TEST_P(Power, TheScriptHasAHeadStartAndIsNotWaitedFor) {
   EXPECT_EQ(errno, ECHILD);
 }
 
+TEST_P(Power, IsFinishedByACancelledThread) {
+  put_script();
+  const support::Stopwatch stopwatch;
+  EXPECT_TRUE(finishes_though_cancelled([&] { ending_.call(5, 6); }));
+  EXPECT_GE(stopwatch.elapsed().count(), 100);
+  EXPECT_EQ(arguments(), "2: 5 6");
+}
+
 // One process of the namespace is then the script's shell's parent, and the kernel is not asked.
 TEST_P(Power, WithTheScriptTheKernelIsNotAsked) {
   put_script();

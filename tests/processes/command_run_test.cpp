@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "command_fixture.h"
+#include "support/failing_calls.h"
 #include "support/in_child.h"
 #include "support/interruption.h"
 #include "support/put_file.h"
@@ -260,6 +261,16 @@ TEST_F(ExecCommand, NoSignalHandlerRunsInTheChild) {
   ::waitpid(storm, nullptr, 0);
   ::signal(SIGURG, SIG_DFL);
   EXPECT_EQ(handled_elsewhere, 0);
+}
+
+TEST_F(ExecCommand, IsFinishedByACancelledThread) {
+  int status = -1;
+  // On old kernels the child calls what cancels a thread before it is the program.
+  support::run_with_failing_calls({{support::SystemCall::kCloseRange, ENOSYS}}, [&] {
+    EXPECT_TRUE(finishes_though_cancelled([&] { status = run(0); }));
+  });
+  EXPECT_EQ(status, kProbeStatus);
+  EXPECT_EQ(probe().descriptors.size(), 3U);
 }
 
 int forks = 0;

@@ -8,6 +8,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include "command_fixture.h"
 #include "support/open_descriptors.h"
 #include "support/put_file.h"
 
@@ -122,6 +123,13 @@ TEST_F(CreateTmpfile, FailsWithoutDescriptors) {
   const support::NoMoreDescriptors none;
   EXPECT_EQ(create_tmpfile(kTemplate), nullptr);
   EXPECT_EQ(errno, EMFILE);
+}
+
+TEST_F(CreateTmpfile, IsFinishedByACancelledThread) {
+  const char* name = nullptr;
+  EXPECT_TRUE(finishes_though_cancelled([&] { name = create_tmpfile(kTemplate); }));
+  ASSERT_NE(name, nullptr);
+  EXPECT_TRUE(fs::exists(name));
 }
 
 TEST_F(CreateTmpfile, ATemplateWithoutItsXsRemovesTheFileOfThatName) {

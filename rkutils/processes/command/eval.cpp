@@ -3,6 +3,7 @@
 #include <rkutils/command.h>
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/internal/unique_fd.h>
+#include <rkutils/processes/command/cancellation.h>
 #include <rkutils/processes/command/output.h>
 
 #include <cstdio>
@@ -16,6 +17,7 @@ namespace {
 using rkutils::file::LineSource;
 using rkutils::internal::UniqueFd;
 using rkutils::processes::Output;
+using rkutils::processes::PostponedCancellation;
 
 constexpr std::size_t kPieceLength = 1023;
 
@@ -33,6 +35,7 @@ bool read_output(std::FILE* pipe, Output& output) {
 
 int eval_command(const char* command, char* buffer, size_t size) {
   if (command == nullptr || *command == '\0' || buffer == nullptr || size == 0) return -1;
+  const PostponedCancellation postponed;
   Output output(buffer, size);
   std::FILE* const pipe = ::popen(command, "re");
   if (pipe == nullptr) return -1;

@@ -2,6 +2,7 @@
 
 #include <rkutils/command.h>
 #include <rkutils/internal/monotonic_clock.h>
+#include <rkutils/processes/command/cancellation.h>
 
 #include <cstdio>
 
@@ -12,6 +13,7 @@
 namespace {
 
 using rkutils::internal::pause_us;
+using rkutils::processes::PostponedCancellation;
 
 // What differs between the two.
 struct Ending {
@@ -35,6 +37,7 @@ void run_script(const char* script, int first, int second) {
 }
 
 void end_system(const Ending& ending, int first, int second) {
+  const PostponedCancellation postponed;
   if (::access(ending.skip_marker, R_OK) == 0) {
     ::syslog(LOG_ERR, "%s", ending.skip_message);
   } else if (::access(ending.script, X_OK) == 0) {

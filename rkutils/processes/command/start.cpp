@@ -1,6 +1,7 @@
 // Programs and shell commands started.
 
 #include <rkutils/command.h>
+#include <rkutils/processes/command/cancellation.h>
 #include <rkutils/processes/command/detached.h>
 #include <rkutils/processes/command/program.h>
 #include <rkutils/processes/command/waited.h>
@@ -13,6 +14,7 @@
 
 namespace {
 
+using rkutils::processes::PostponedCancellation;
 using rkutils::processes::Program;
 
 constexpr const char* kShell = "/bin/sh";
@@ -39,6 +41,7 @@ int first_closed(int mode) {
 }  // namespace
 
 int _exec_command(int mode, const char* path, const char* arg0, ...) {
+  const PostponedCancellation postponed;
   const char* arguments[kSlots] = {arg0};
   if (arg0 != nullptr) {
     std::va_list following;

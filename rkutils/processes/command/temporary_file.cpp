@@ -3,6 +3,7 @@
 #include <rkutils/command.h>
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/unique_fd.h>
+#include <rkutils/processes/command/cancellation.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -15,6 +16,7 @@ namespace {
 
 using rkutils::internal::ErrnoRestorer;
 using rkutils::internal::UniqueFd;
+using rkutils::processes::PostponedCancellation;
 
 constexpr std::size_t kNameSize = 1024;
 
@@ -25,6 +27,7 @@ char* create_tmpfile(const char* name_template) {
   if (name_template == nullptr || *name_template == '\0') return nullptr;
   const std::size_t length = std::strlen(name_template);
   if (length >= sizeof name) return nullptr;
+  const PostponedCancellation postponed;
   // An earlier result as a template is the empty one from here on.
   std::memset(name, 0, sizeof name);
   std::memmove(name, name_template, length + 1);

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <optional>
 
-#include <pthread.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -14,20 +13,15 @@
 namespace rkutils::processes {
 namespace {
 
-// Keeps this thread from running anything but the code that stands here: no signal handler begins,
-// and the thread is not cancelled.
+// Keeps this thread from running anything but the code that stands here: no signal handler begins.
 class Seclusion {
  public:
   [[nodiscard]] Seclusion() noexcept {
     sigset_t all;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &mask_);
-    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancellation_);
   }
-  ~Seclusion() {
-    ::pthread_setcancelstate(cancellation_, nullptr);
-    ::pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
-  }
+  ~Seclusion() { ::pthread_sigmask(SIG_SETMASK, &mask_, nullptr); }
   Seclusion(const Seclusion&) = delete;
   Seclusion& operator=(const Seclusion&) = delete;
 
@@ -36,7 +30,6 @@ class Seclusion {
 
  private:
   sigset_t mask_ = {};
-  int cancellation_ = PTHREAD_CANCEL_ENABLE;
 };
 
 // What becoming a program does to them anyway.
