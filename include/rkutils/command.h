@@ -15,17 +15,19 @@
  *
  * A program started here finds the caller's environment, user, ignored signals and blocked signals;
  * the working folder "/" and the umask 022, whatever the caller's (but for eval_command(), where it
- * finds the caller's own); and the descriptors that the table at _exec_command() gives. Those that
- * are closed are all up to the limit of open files (getdtablesize(3)); a program that has lowered
- * its limit passes on what it has above it.
+ * finds the caller's own); and the descriptors that the table at _exec_command() gives (but for
+ * eval_command(), where it finds all of the caller's that are not close-on-exec, and its output in
+ * place of descriptor 1). Those that are closed are all up to the limit of open files
+ * (getdtablesize(3)); a program that has lowered its limit passes on what it has above it.
  *
  * Time. The functions that wait do so for as long as the program runs, without a limit; a signal
  * handler that runs meanwhile does not shorten the wait. Descriptors are closed in one step,
- * however high the limit of open files is.
+ * however high the limit of open files is; before Linux 5.9, in one for each that is open, and
+ * there without a /proc, in one for each that could be.
  *
  * Signals and children. A program that ignores SIGCHLD cannot know how its children end: the
- * waiting functions then fail, after the program has run. So they do where another thread waits for
- * all children.
+ * waiting functions then fail, after the program has run. So they may where something else in the
+ * program waits for all children: another thread, or a handler of SIGCHLD.
  *
  * Threads. All may be called from several threads at once, but for create_tmpfile(), whose result
  * is the library's. Waiting ones begin the program without copying the caller's memory, which also
@@ -112,7 +114,8 @@ RK_API int eval_command(const char* command, char* buffer, size_t size);
  *   - mode 1 only, from here on: LOG_INFO "Shared memory temporary not available (try %d/%d)", ten
  *     times: other detached starts are under way, see below
  *   - LOG_ERR "Shared memory allocation failed: %s (%d)" with the error's text and number: no
- *     memory for the process id to come back in
+ *     memory for the process id to come back in, or no key for it: the working folder may not be
+ *     looked into
  *   - LOG_ERR "second fork failed": the program was run and waited for instead
  *
  * When there can be no child at all, LOG_ERR "fork failed" is logged and the calling process does

@@ -101,6 +101,20 @@ TEST_F(EvalCommand, RunsInTheCallersFolderWithItsUmask) {
   EXPECT_EQ(evaluate("pwd; umask"), (Result{10, "/tmp\n0027\n"}));
 }
 
+TEST_F(EvalCommand, ReadsTheCallersInputAndHasItsInheritableDescriptors) {
+  const int before = ::dup(STDIN_FILENO);
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  ASSERT_EQ(::dup2(pipe[0], STDIN_FILENO), STDIN_FILENO);
+  ASSERT_EQ(::dup2(pipe[0], 100), 100);
+  ASSERT_EQ(::fcntl(pipe[0], F_DUPFD_CLOEXEC, 101), 101);
+  EXPECT_EQ(::write(pipe[1], "in\n", 3), 3);
+  EXPECT_EQ(evaluate("read line; echo $line; ls /proc/$$/fd | grep '^10[01]$'"),
+            (Result{7, "in\n100\n"}));
+  ::dup2(before, STDIN_FILENO);
+  for (const int descriptor : {before, pipe[0], pipe[1], 100, 101}) ::close(descriptor);
+}
+
 TEST_F(EvalCommand, FailsWhereSigchldIsIgnored) {
   const std::string result = support::in_child([] {
     ::signal(SIGCHLD, SIG_IGN);
