@@ -36,7 +36,7 @@ Result evaluate(const std::string& command, std::size_t size = 8192) {
   std::string buffer(size + kGuard, '#');
   const int length = eval_command(command.c_str(), buffer.data(), size);
   EXPECT_EQ(buffer.substr(size), std::string(kGuard, '#'));
-  return {length, buffer.data()};
+  return {length, buffer.substr(0, buffer.find('\0'))};
 }
 
 class EvalCommand : public CommandTest {};
