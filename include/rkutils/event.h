@@ -80,7 +80,8 @@ RK_API int dispatch_legacy_event(void* socket, const rkevent_record* record);
  *
  * Returns the socket, to be closed with zmq_close(3); NULL, with no socket left open, for a NULL
  * argument, an address that is taken (EADDRINUSE: each has one source) or is none, or when
- * descriptors or the context's sockets run out.
+ * descriptors or the context's sockets run out. A file, as in "ipc:///tmp/events", counts as left
+ * over and not as taken: a second source gets all sinks that come from then on.
  */
 RK_API void* create_legacy_source_with_addr(void* context, const char* address);
 

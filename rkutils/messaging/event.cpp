@@ -28,7 +28,8 @@ static_assert(offsetof(rkevent_record, text) == 8);
 constexpr const char* kEventManagerInput = "/tmp/status/event-manager/throw";
 constexpr const char* kLegacyAddress = "tcp://127.0.0.1:47011";
 
-// Calls again what a signal has interrupted: nothing has been written or sent then.
+// Calls again what a signal has interrupted: nothing has been done then. ZeroMQ's calls too can be
+// interrupted before they begin, also those that do not wait.
 template <typename Call>
 auto repeat_interrupted(Call call) {
   for (;;) {
@@ -124,8 +125,9 @@ int dispatch_legacy_event(void* socket, const rkevent_record* record) {
 }
 
 void* create_legacy_source_with_addr(void* context, const char* address) {
-  return open_socket(context, ZMQ_PUB, address,
-                     [](void* socket, const char* where) { return zmq_bind(socket, where) == 0; });
+  return open_socket(context, ZMQ_PUB, address, [](void* socket, const char* where) {
+    return repeat_interrupted([&] { return zmq_bind(socket, where); }) == 0;
+  });
 }
 
 void* create_legacy_source(void* context) {
@@ -134,7 +136,8 @@ void* create_legacy_source(void* context) {
 
 void* register_legacy_sink_with_addr(void* context, const char* address) {
   return open_socket(context, ZMQ_SUB, address, [](void* socket, const char* where) {
-    return zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0) == 0 && zmq_connect(socket, where) == 0;
+    return zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0) == 0 &&
+           repeat_interrupted([&] { return zmq_connect(socket, where); }) == 0;
   });
 }
 

@@ -23,6 +23,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
+#include "support/failing_calls.h"
 #include "support/in_child.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
@@ -191,6 +192,23 @@ TEST_F(LegacySource, WithoutADescriptorToListenIsNull) {
   EXPECT_EQ(error, EMFILE);
 }
 
+TEST_F(LegacySource, TakesAFileOver) {
+  const Socket first(create_legacy_source_with_addr(context_, "ipc:///tmp/events"));
+  ASSERT_NE(first, nullptr);
+  const Socket before(register_legacy_sink_with_addr(context_, "ipc:///tmp/events"));
+  wait_until_connected(first.get(), before.get());
+  const Socket second(create_legacy_source_with_addr(context_, "ipc:///tmp/events"));
+  ASSERT_NE(second, nullptr);
+  const Socket after(register_legacy_sink_with_addr(context_, "ipc:///tmp/events"));
+  wait_until_connected(second.get(), after.get());
+  const rkevent_record of_first = make_record(1);
+  const rkevent_record of_second = make_record(2);
+  EXPECT_EQ(dispatch_legacy_event(first.get(), &of_first), 0);
+  EXPECT_EQ(dispatch_legacy_event(second.get(), &of_second), 0);
+  EXPECT_EQ(receive_record(before.get()), bytes_of(of_first));
+  EXPECT_EQ(receive_record(after.get()), bytes_of(of_second));
+}
+
 TEST_F(LegacySource, StaysWhenASecondOneFails) {
   const Socket source(create_legacy_source(context_));
   EXPECT_EQ(create_legacy_source(context_), nullptr);
@@ -320,6 +338,18 @@ TEST_P(LegacySocket, OfAnEndedContextIsNull) {
   zmq_ctx_shutdown(context_);
   EXPECT_EQ(GetParam().with_address(context_, kOtherAddress), nullptr);
   EXPECT_EQ(errno, ETERM);
+}
+
+TEST_P(LegacySocket, IsMadeThroughSignals) {
+  // Starts the context: its own threads are not to be interrupted.
+  const Socket other(zmq_socket(context_, ZMQ_PAIR));
+  bool interrupted = false;
+  Socket socket;
+  support::run_with_failing_calls(
+      {{support::SystemCall::kPoll, EINTR, 0, 3, [&] { interrupted = true; }}},
+      [&] { socket.reset(GetParam().plain(context_)); });
+  EXPECT_NE(socket, nullptr);
+  EXPECT_TRUE(interrupted);
 }
 
 TEST_P(LegacySocket, WithoutADescriptorIsNull) {

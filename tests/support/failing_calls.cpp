@@ -28,6 +28,7 @@ using rkutils::internal::UniqueFd;
 constexpr unsigned kClone3 = 435;
 constexpr unsigned kCloseRange = 436;
 constexpr unsigned kFchmodat2 = 452;
+constexpr unsigned kPpollTime64 = 414;  // which machines of 64 bits do not have
 
 // The numbers that a call has. New machines lack some of the old ones; those of 32 bits have more.
 std::vector<unsigned> numbers_of(SystemCall call) {
@@ -62,6 +63,12 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_getdents,
 #endif
           SYS_getdents64};
+    case SystemCall::kPoll:
+      return {
+#ifdef SYS_poll
+          SYS_poll,
+#endif
+          SYS_ppoll, kPpollTime64};
     case SystemCall::kRead:
       return {SYS_read};
     case SystemCall::kSendfile:

@@ -19,6 +19,7 @@ enum class SystemCall {
   kFork,             // all that makes a process or a thread
   kGetSharedMemory,  // shmget(2)
   kList,             // what is behind readdir(3)
+  kPoll,
   kRead,
   kSendfile,
 };

@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/sendfile.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -81,6 +82,7 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   EXPECT_TRUE(fails(SystemCall::kGetSharedMemory, [] { return ::shmget(IPC_PRIVATE, 4, 0); }));
   EXPECT_TRUE(fails(SystemCall::kAttachSharedMemory,
                     [] { return reinterpret_cast<std::intptr_t>(::shmat(-1, nullptr, 0)); }));
+  EXPECT_TRUE(fails(SystemCall::kPoll, [] { return ::poll(nullptr, 0, 0); }));
   char byte = 0;
   EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::read(first_, &byte, 1); }));
   EXPECT_TRUE(fails(SystemCall::kList, [] {
