@@ -29,7 +29,9 @@
  * place, FIFOs are still closed and removed, and libevent's memory for them is lost.
  *
  * Blocking. Nothing waits but for the file system; except that setStatus() and getStatus() of an
- * item that is a FIFO wait for its other end. Calls that a signal interrupts go on.
+ * item that is a FIFO wait for its other end. Where the reader goes before it has the value, the
+ * setter gets SIGPIPE, which ends a process that does not ignore or handle it. Calls that a signal
+ * interrupts go on.
  *
  * Failures are results: only setup() logs. Nothing throws. Without memory for a path or value the
  * process is aborted, as everywhere with String.

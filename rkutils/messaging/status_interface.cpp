@@ -142,12 +142,17 @@ void deliver(StatusFifoObserver& observer, bufferevent* event, const char* bytes
 
 struct StatusInterface::Fifo {
   explicit Fifo(String const& name) noexcept : path(name) {}
-  ~Fifo() { event.reset(); }  // before its descriptor
+  ~Fifo() { close(); }
   Fifo(const Fifo&) = delete;
   Fifo& operator=(const Fifo&) = delete;
 
   [[nodiscard]] unsigned long handle() const noexcept {
     return reinterpret_cast<std::uintptr_t>(event.get());
+  }
+
+  void close() noexcept {
+    event.reset();  // before its descriptor
+    descriptor.reset();
   }
 
   UniqueEvent event;
@@ -158,7 +163,12 @@ struct StatusInterface::Fifo {
 
 StatusFifoObserver::~StatusFifoObserver() = default;
 
-StatusInterface::StatusInterface() : fifos_(nullptr) {}
+StatusInterface::StatusInterface() : fifos_(nullptr) {
+  static_assert(offsetof(Fifo, event) == 0);
+  static_assert(offsetof(Fifo, descriptor) == sizeof(void*));
+  static_assert(offsetof(Fifo, next) == 2 * sizeof(void*));
+  static_assert(offsetof(Fifo, path) == 3 * sizeof(void*));
+}
 
 StatusInterface::~StatusInterface() { cleanup(); }
 
@@ -233,6 +243,7 @@ void StatusInterface::deleteIpcRxFifo(unsigned long handle) {
   if (*link == nullptr) return;
   const std::unique_ptr<Fifo> fifo(*link);
   *link = fifo->next;
+  fifo->close();
   ::unlink(fifo->path.c_str());
 }
 

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -16,6 +18,7 @@
 #include <event2/event.h>
 #include <event2/event_compat.h>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -265,6 +268,19 @@ TEST_F(StatusFifoSetup, ClosesItsDescriptorOnExec) {
   EXPECT_EQ(found, 1);
 }
 
+TEST_F(StatusFifoSetup, AsksLibeventForItsMessagesAlone) {
+  const unsigned long handle = status_->setupIpcRxFifo("/command", &observer_);
+  auto* const event = reinterpret_cast<bufferevent*>(handle);
+  bufferevent_data_cb written = [](bufferevent*, void*) {};
+  bufferevent_event_cb failed = [](bufferevent*, short, void*) {};
+  void* argument = nullptr;
+  ::bufferevent_getcb(event, nullptr, &written, &failed, &argument);
+  EXPECT_EQ(written, nullptr);
+  EXPECT_EQ(failed, nullptr);
+  EXPECT_EQ(argument, static_cast<StatusFifoObserver*>(&observer_));
+  EXPECT_NE(::bufferevent_get_enabled(event) & EV_READ, 0);
+}
+
 TEST_F(StatusFifoSetup, FailsForAFolderInItsPlace) {
   make_folders(in_app("/command"));
   EXPECT_EQ(status_->setupIpcRxFifo("/command", &observer_), 0U);
@@ -359,6 +375,23 @@ TEST_F(StatusFifoDelete, ClosesAndRemovesTheFifo) {
   EXPECT_THAT(app_tree(), IsEmpty());
   base_->run();
   EXPECT_THAT(observer_.take(), IsEmpty());
+}
+
+TEST_F(StatusFifoDelete, ClosesTheFifoBeforeItRemovesIt) {
+  const unsigned long handle = status_->setupIpcRxFifo("/command", &observer_);
+  const UniqueFd watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ::inotify_add_watch(watch.get(), in_app("").c_str(), IN_CLOSE | IN_DELETE);
+  status_->deleteIpcRxFifo(handle);
+  std::vector<std::uint32_t> steps;
+  alignas(inotify_event) std::array<char, 1024> bytes;
+  const ssize_t size = ::read(watch.get(), bytes.data(), bytes.size());
+  for (ssize_t at = 0; at < size;) {
+    inotify_event step;
+    std::memcpy(&step, bytes.data() + at, sizeof step);
+    steps.push_back(step.mask);
+    at += static_cast<ssize_t>(sizeof step + step.len);
+  }
+  EXPECT_THAT(steps, ElementsAre(IN_CLOSE_WRITE, IN_DELETE));
 }
 
 TEST_F(StatusFifoDelete, OfAnUnknownHandleDoesNothing) {

@@ -1,20 +1,27 @@
 // StatusInterface: its folder, values and links.
 
+#include <rkutils/internal/unique_fd.h>
 #include <rkutils/status_interface.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "status_fixture.h"
 #include "support/failing_calls.h"
+#include "support/in_child.h"
 #include "support/kernel_folder.h"
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
@@ -23,6 +30,7 @@
 
 namespace {
 
+using rkutils::internal::UniqueFd;
 using support::kIs;
 using support::LogLine;
 using support::SystemCall;
@@ -57,6 +65,14 @@ TEST(StatusInterfaceClass, HasNoVirtualMemberButItsDestructor) {
   EXPECT_GT(support::virtual_slot(&Interface::setupIpcRxFifo), kFirstSlots);
   EXPECT_GT(support::virtual_slot(&Interface::deleteIpcRxFifo), kFirstSlots);
   EXPECT_GT(support::virtual_slot(&Interface::cleanup), kFirstSlots);
+}
+
+TEST(StatusInterfaceClass, HasItsPathBeforeItsFifos) {
+  const Interface status;
+  std::array<std::uintptr_t, 3> words;
+  std::memcpy(words.data(), reinterpret_cast<const char*>(&status), sizeof status);
+  EXPECT_EQ(words[1], reinterpret_cast<std::uintptr_t>(String::StringBuffer::EMPTY()));
+  EXPECT_EQ(words[2], 0U);
 }
 
 // ---- setup() ----
@@ -355,6 +371,39 @@ TEST_F(StatusSet, WritesOnceThoughASignalInterruptsIt) {
   const ssize_t count = ::read(pipe, received.data(), received.size());
   EXPECT_EQ(received.substr(0, static_cast<std::size_t>(count)), "message");
   ::close(pipe);
+}
+
+TEST_F(StatusSet, WrittenInPartIsNotContinued) {
+  // Continuing beyond the limit would raise SIGXFSZ.
+  EXPECT_EQ(support::in_child([&]() -> std::string {
+              const rlimit limit = {100, 100};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              return status_.setStatus("/state", string_of(std::string(150, 'v'))) ? "set" : "not";
+            }),
+            "not");
+  EXPECT_EQ(contents_of("/tmp/status/app/state"), std::string(100, 'v'));
+}
+
+volatile std::sig_atomic_t pipe_signals = 0;
+
+TEST_F(StatusSet, RaisesSigpipeWhenItsReaderGoes) {
+  const char* const path = "/tmp/status/app/pipe";
+  make_fifo(path);
+  UniqueFd reader(::open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  const std::string page(4096, 'x');
+  while (::write(reader.get(), page.data(), page.size()) > 0) {
+  }
+  const auto previous = std::signal(SIGPIPE, [](int) { pipe_signals = pipe_signals + 1; });
+  const auto before = support::open_descriptors();
+  bool set = true;
+  std::thread setter([&] { set = status_.setStatus("/pipe", "message"); });
+  while (support::open_descriptors() == before) {  // until it has the pipe open too
+  }
+  reader.reset();
+  setter.join();
+  std::signal(SIGPIPE, previous);
+  EXPECT_FALSE(set);
+  EXPECT_EQ(pipe_signals, 1);
 }
 
 // ---- getStatus() ----
