@@ -189,10 +189,4 @@ TEST_F(WwanmdCard, ThatComesOutOfResetIsGoneOnWithASecondLater) {
   EXPECT_THAT(daemon_->take_received(), testing::UnorderedElementsAre("x\n", kInit));
 }
 
-TEST_F(WwanmdCard, IsOutOfResetAtOnceWithoutAMarker) {
-  const Stopwatch watch;
-  EXPECT_EQ(wwanmd_in_reset(0), 0);
-  EXPECT_LT(watch.elapsed(), 900ms);
-}
-
 }  // namespace

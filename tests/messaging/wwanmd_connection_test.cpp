@@ -63,6 +63,21 @@ TEST_F(WwanmdInit, RefusesOtherNames) {
   EXPECT_THAT(daemon_->events(), IsEmpty());
 }
 
+// The card comes first.
+TEST_F(WwanmdInit, ThatIsRefusedLeavesTheLogAsItIs) {
+  ::openlog("before", LOG_PID, LOG_DAEMON);
+  EXPECT_EQ(wwanmd_init(6, "x"), nullptr);
+  EXPECT_EQ(wwanmd_init(6, nullptr), nullptr);
+  EXPECT_EQ(wwanmd_init(0, "1234567890123456"), nullptr);
+  const auto lines = log_.take();
+  EXPECT_THAT(lines, ElementsAre(err("invalid wwan card 6"), err("invalid wwan card 6"),
+                                 debug("invalid app name for wwanmd connection")));
+  for (const support::LogLine& line : lines) {
+    EXPECT_EQ(line.program, "before");
+    EXPECT_EQ(line.facility, LOG_DAEMON);
+  }
+}
+
 TEST_F(WwanmdInit, LogsInTheNameOfTheApplication) {
   daemon_->command("gone");
   EXPECT_EQ(wwanmd_init(0, "its name"), nullptr);

@@ -1,7 +1,7 @@
-// Pauses between exchanges and waits for the daemon, in real time.
+// Pauses between exchanges and waits for the daemon, in real time. That pauses are not longer than
+// they must be is for the clock of wwanmd_calls_test.cpp, which a busy machine does not hold up.
 
 #include <functional>
-#include <future>
 #include <thread>
 
 #include <syslog.h>
@@ -32,108 +32,24 @@ class WwanmdPause : public WwanmdTest {
   }
   Clock::time_point last_arrival() { return arrivals().back(); }
 
-  // Expects that `measure` gives less than `limit`, at least once: a busy machine may add anything
-  // to one measure, but not to all.
-  static void expect_less(Clock::duration limit, const std::function<Clock::duration()>& measure) {
-    constexpr int kMeasures = 5;
-    for (int i = 0; i < kMeasures; ++i) {
-      if (measure() < limit) return;
-    }
-    ADD_FAILURE() << "always " << std::chrono::milliseconds(limit / 1ms).count() << " ms or more";
-  }
-
-  // Expects that `measure` gives one pause.
-  static void expect_one_pause(const std::function<Clock::duration()>& measure) {
-    expect_less(kPause + kLittle, [&] {
-      const Clock::duration measured = measure();
-      EXPECT_GE(measured, kPause);
-      return measured;
-    });
-  }
-
-  // Expects that `measure` gives no pause.
-  static void expect_no_pause(const std::function<Clock::duration()>& measure) {
-    expect_less(kLittle, measure);
-  }
-
-  // Sends a command whose reply is left to come.
-  static void send(const Connection& connection) {
-    wwanmd_buffer buffer = command("x");
-    EXPECT_EQ(wwanmd_send(connection.get(), &buffer), 0);
-  }
-
-  static Clock::duration since(const std::timespec& time) {
-    return Clock::now().time_since_epoch() - std::chrono::seconds(time.tv_sec) -
-           std::chrono::nanoseconds(time.tv_nsec);
-  }
-
-  static constexpr auto kLittle = 250ms;
-
  private:
   std::size_t taken_ = 0;
 };
 
 TEST_F(WwanmdPause, IsBetweenTheIntroductionAndTheFirstCommand) {
-  expect_one_pause([this] {
-    const auto start = Clock::now();
-    const Connection connection = connect();
-    expect_exchange_succeeds(connection);
-    return last_arrival() - start;
-  });
-}
-
-TEST_F(WwanmdPause, IsNotBeforeTheFirstIntroduction) {
-  expect_no_pause([this] {
-    const auto start = Clock::now();
-    const Connection connection = connect();
-    return last_arrival() - start;
-  });
+  const auto start = Clock::now();
+  const Connection connection = connect();
+  expect_exchange_succeeds(connection);
+  EXPECT_GE(last_arrival() - start, kPause);
 }
 
 TEST_F(WwanmdPause, IsBetweenTwoCommands) {
   const Connection connection = connect();
-  expect_one_pause([&] {
-    std::this_thread::sleep_for(kPause);  // and so there is none before the first
-    const auto start = Clock::now();
-    expect_exchange_succeeds(connection);
-    expect_exchange_succeeds(connection);
-    return last_arrival() - start;
-  });
-}
-
-TEST_F(WwanmdPause, IsBetweenSendingAndSending) {
-  const Connection connection = connect();
-  daemon_->command("plan 20");
-  expect_one_pause([&] {
-    std::this_thread::sleep_for(kPause);
-    const auto start = Clock::now();
-    send(connection);
-    send(connection);
-    return last_arrival() - start;
-  });
-}
-
-TEST_F(WwanmdPause, IsOnlyWhatIsMissing) {
-  const Connection connection = connect();
-  daemon_->command("plan 20");
-  expect_one_pause([&] {
-    std::this_thread::sleep_for(kPause);
-    const auto start = Clock::now();
-    send(connection);
-    std::this_thread::sleep_for(280ms);
-    send(connection);
-    return last_arrival() - start;
-  });
-}
-
-TEST_F(WwanmdPause, IsBeforeTheIntroductionOfAConnectionThatIsOpenedAgain) {
-  const Connection connection = connect();
-  expect_one_pause([&] {
-    std::this_thread::sleep_for(kPause);
-    const auto start = Clock::now();
-    EXPECT_EQ(wwanmd_open(connection.get()), 0);
-    return last_arrival() - start;
-  });
+  std::this_thread::sleep_for(kPause);  // and so there is none before the first
+  const auto start = Clock::now();
+  expect_exchange_succeeds(connection);
+  expect_exchange_succeeds(connection);
+  EXPECT_GE(last_arrival() - start, kPause);
 }
 
 TEST_F(WwanmdPause, IsBeforeTheIntroductionAndTheCommandThatOpensTheConnection) {
@@ -146,73 +62,6 @@ TEST_F(WwanmdPause, IsBeforeTheIntroductionAndTheCommandThatOpensTheConnection) 
   ASSERT_THAT(times, SizeIs(2));
   EXPECT_GE(times[0] - start, kPause);
   EXPECT_GE(times[1] - start, 2 * kPause);
-}
-
-TEST_F(WwanmdPause, IsNotBetweenTheIntroductionAndTheCommandWhereSendingOpensTheConnection) {
-  const Connection connection = connect();
-  daemon_->command("plan 1 answer");
-  expect_no_pause([&] {
-    wwanmd_close(connection.get());
-    arrivals();
-    send(connection);
-    const auto times = arrivals();
-    EXPECT_THAT(times, SizeIs(2));
-    return times.back() - times.front();
-  });
-}
-
-TEST_F(WwanmdPause, IsBeforeTheIntroductionAfterABrokenPipe) {
-  const Connection connection = connect();
-  expect_one_pause([&] {
-    daemon_->command("now close");
-    std::this_thread::sleep_for(kPause);
-    const auto start = Clock::now();
-    wwanmd_buffer buffer = command("x");
-    EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
-    return last_arrival() - start;
-  });
-  log_.take();
-}
-
-// It is the end of sending that counts, its attempt at another connection included.
-TEST_F(WwanmdPause, CountsFromTheEndOfASendingThatFailed) {
-  const Connection connection = connect();
-  daemon_->command(R"(plan 1 wait 500 answer)");
-  daemon_->command("now close");
-  wwanmd_buffer buffer = command("x");
-  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
-  log_.take();
-  const auto since_last = since(record_of(connection).last_exchange);
-  EXPECT_LT(since_last, 450ms) << "the introduction was sent half a second ago";
-  const auto start = Clock::now();
-  expect_exchange_succeeds(connection);
-  EXPECT_GE(last_arrival() - start, kPause - since_last);
-}
-
-TEST_F(WwanmdPause, CountsFromTheEndOfASendingThatCouldNotOpenTheConnection) {
-  const Connection connection = connect();
-  wwanmd_close(connection.get());
-  daemon_->command(R"(plan 1 wait 500 send "ERROR")");
-  wwanmd_buffer buffer = command("x");
-  EXPECT_EQ(wwanmd_send(connection.get(), &buffer), -1);
-  EXPECT_LT(since(record_of(connection).last_exchange), 450ms);
-  log_.take();
-}
-
-// The clock's microseconds pass 31 and 32 bits after 36 and 72 minutes.
-TEST_F(WwanmdPause, IsOverAfterAnyTime) {
-  const Connection connection = connect();
-  daemon_->command("plan 100");
-  for (const std::time_t seconds : {1L, 2147L, 2148L, 2200L, 4294L, 4295L, 4296L, 100000000L}) {
-    expect_no_pause([&, seconds = seconds] {
-      std::timespec& last = record_of(connection).last_exchange;
-      EXPECT_EQ(::clock_gettime(CLOCK_MONOTONIC, &last), 0);
-      last.tv_sec -= seconds;
-      const auto start = Clock::now();
-      send(connection);
-      return Clock::now() - start;
-    });
-  }
 }
 
 TEST_F(WwanmdPause, GoesOnAfterASignal) {
