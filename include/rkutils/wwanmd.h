@@ -21,18 +21,20 @@
  * Failures. A caller that wants to try again does so with the connection it has. One that fails
  * repeatedly is opened anew, with a new introduction:
  *   - at once when a command cannot be sent because the daemon has closed its end;
- *   - at the fourth failure in a row. A command that could be sent ends the row, so it is calls of
- *     wwanmd_recv() or of wwanmd_send() in a row that count, not commands that are not answered;
- *   - at the seventeenth reply in a row that the daemon is busy to the last.
+ *   - at the fourth failure in a row. "OK" ends the row, and a command that could be sent does, so
+ *     it is calls of wwanmd_recv() or of wwanmd_send() in a row that count, not commands that are
+ *     not answered;
+ *   - at the seventeenth time that the daemon is busy to the last, without an "OK" in between.
  * The function that this happens in reports its own failure, whatever becomes of the new
- * connection. One that could not be opened is closed, and the next command opens it. What happens
+ * connection. One that could not be opened is closed, and the next exchange opens it. What happens
  * is logged through syslog at LOG_DEBUG, in the texts given below; nothing is printed. A NULL
  * connection or buffer gives -1, and nothing else happens.
  *
  * Reset. The daemon marks a card that it resets by the file "/tmp/status/wwanmd/card%d/reset". A
- * call that finds the marker looks again after each second, and goes on one second after it has
- * found it gone. If the marker stays for five seconds, the connection is closed and the call fails
- * with -11: LOG_DEBUG "wwanmd%d is currently in reset". Opening, sending and receiving each look.
+ * call that finds the marker looks at it up to five times, and lets a second pass after each. When
+ * it has gone the call goes on, after that second. When the fifth look finds it too, the connection
+ * is closed, five seconds after the first, and the call fails with -11: LOG_DEBUG "wwanmd%d is
+ * currently in reset". Opening, sending and receiving each look.
  *
  * Time. Between two commands on a connection there are at least 300 ms, the introduction of a
  * connection that is opened again included; sending sleeps for what is missing. (For the exception
@@ -99,8 +101,8 @@ RK_API wwanmd_connection* wwanmd_init(int card, const char* application_name);
  *        "can't bind to wwanmd%d (%s)": no daemon listens (it connects, the text is an old one), or
  *        "cannot initialize wwanmd%d (%s)": the introduction failed. The messages of sending and
  *        receiving stand before it, "command failed" too when it was the reply. The cause is the
- *        last failed system call's; a reply that is not OK has none, which the C library calls
- *        "Success" or the like.
+ *        last failed system call's, or that time is up. A reply that is not OK has none, nor has
+ *        a reset that begins meanwhile; the C library calls that "Success" or the like.
  * and after -1 and -11 the connection is closed.
  */
 RK_API int wwanmd_open(wwanmd_connection* connection);
@@ -165,7 +167,8 @@ RK_API int wwanmd_send(wwanmd_connection* connection, wwanmd_buffer* buffer);
  *        failure in a row opens the connection anew; after "BUSY" the seventeenth in a row does.
  *
  * When the connection cannot be opened, and in reset, SIGPIPE stays ignored. After everything else
- * but refused arguments it has its default action.
+ * but refused arguments it has its default action; only that any function that opens the connection
+ * leaves SIGPIPE ignored too when it finds the card in reset between introduction and reply.
  */
 RK_API int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer);
 
@@ -180,9 +183,9 @@ RK_API int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer);
 RK_API int wwanmd_command(wwanmd_connection* connection, wwanmd_buffer* buffer);
 
 /*
- * Whether the card is in reset. Waits up to five seconds for the reset to end.
+ * Whether the card is in reset. Waits for its end, up to five seconds, as described above.
  *
- * Returns 1 when it is still after that, 0 when it is not, -1 for an invalid card.
+ * Returns 1 when the fifth look has found it so too, 0 when it is not, -1 for an invalid card.
  */
 RK_API int wwanmd_in_reset(int card);
 

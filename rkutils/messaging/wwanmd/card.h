@@ -16,8 +16,8 @@ struct CardPath {
 // Where the daemon of a card listens.
 [[nodiscard]] CardPath server_path(int card) noexcept;
 
-// Whether the daemon has marked the card as being in reset, and leaves it so for five seconds.
-// Looks once a second, and gives a card that has come out of reset one second more.
+// Whether the daemon has marked the card as being in reset, and leaves it so for five looks. A
+// second passes after each, so that a card that has come out of reset gets one more.
 [[nodiscard]] bool is_in_reset(int card) noexcept;
 
 // Whether the daemon has marked the card as suspended.
