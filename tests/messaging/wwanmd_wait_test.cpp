@@ -153,8 +153,8 @@ TEST_F(WwanmdWait, ForTheReplyIsAsLongAsTheBufferSays) {
   }
   const Interruption interruption;
   std::map<int, std::thread> receivers;
-  for (const auto& [card, wait] : waits) {
-    receivers[card] = std::thread([this, card = card, &wait = wait, &connections] {
+  for (const auto& [number, reply] : waits) {
+    receivers[number] = std::thread([this, card = number, &wait = reply, &connections] {
       receive(card, connections[card], wait);
     });
   }
