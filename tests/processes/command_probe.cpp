@@ -15,7 +15,9 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,14 +45,35 @@ std::string signals_that(Test test) {
   return numbers;
 }
 
-// Looked at one by one: there may be no /proc that lists them. A program that lowered its limit may
-// have some above it.
-std::map<int, std::string> open_descriptors() {
+// As /proc lists them. A limit may be too high to look at each number.
+std::vector<int> listed_descriptors(DIR* folder) {
+  std::vector<int> descriptors;
+  while (const dirent* const entry = ::readdir(folder)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != ".." && std::stoi(name) != ::dirfd(folder)) {
+      descriptors.push_back(std::stoi(name));
+    }
+  }
+  return descriptors;
+}
+
+// Looked at one by one. A program that lowered its limit may have some above it.
+std::vector<int> found_descriptors() {
   constexpr int kAlways = 1024;
   const int end = std::max(::getdtablesize(), kAlways);
-  std::map<int, std::string> descriptors;
+  std::vector<int> descriptors;
   for (int each = 0; each < end; ++each) {
-    if (::fcntl(each, F_GETFD) < 0) continue;
+    if (::fcntl(each, F_GETFD) >= 0) descriptors.push_back(each);
+  }
+  return descriptors;
+}
+
+std::map<int, std::string> open_descriptors() {
+  DIR* const folder = ::opendir("/proc/self/fd");
+  const auto numbers = folder != nullptr ? listed_descriptors(folder) : found_descriptors();
+  if (folder != nullptr) ::closedir(folder);
+  std::map<int, std::string> descriptors;
+  for (const int each : numbers) {
     char target[4096];
     const std::string link = "/proc/self/fd/" + std::to_string(each);
     const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
