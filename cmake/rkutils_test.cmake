@@ -1,6 +1,6 @@
 # Test programs.
 #
-#   rkutils_test(NAME [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...])
+#   rkutils_test(NAME [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...] [USES zmq|event...])
 #
 # Builds NAME from NAME.cpp and the other sources, and registers each of its tests with ctest. Every
 # program starts itself again in a private router, so that its tests use the installed library at the
@@ -9,6 +9,7 @@
 # OUTSIDE leaves the test on the host, where it must not change anything.
 # SHARED loads the shared library on the board too, see below; for tests of plain functions.
 # LAYERS gives the test the internals of these layers, which the library does not export.
+# USES names the libraries of others that the test calls itself (rkutils_dependencies.cmake).
 
 # Tests with the label build-machine look at what was built, with the tools of the machine that builds;
 # the others run on the machine that the library is built for.
@@ -19,19 +20,22 @@
 set(RKUTILS_TEST_TIMEOUT 120)
 
 function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS")
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
   add_executable(${name} ${name}.cpp ${TEST_SOURCES})
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
   set(library rkutils::rkutils)
+  set(uses_prefix rkutils_)
   if(CMAKE_CROSSCOMPILING AND NOT TEST_SHARED)
     set(library rkutils::static)
+    set(uses_prefix rkutils_static_)
   endif()
+  list(TRANSFORM TEST_USES PREPEND ${uses_prefix})
   set(testing rkutils_testing)
   if(TEST_OUTSIDE)
     set(testing rkutils_testing_outside)
   endif()
   target_link_libraries(
-    ${name} PRIVATE ${TEST_LAYERS} ${library} ${testing} rkutils_warnings
+    ${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing} rkutils_warnings
                     rkutils_hardening rkutils_sanitizers)
   gtest_discover_tests(
     ${name}

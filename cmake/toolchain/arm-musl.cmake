@@ -42,4 +42,5 @@ set(ENV{PKG_CONFIG_LIBDIR} "${rkutils_board_cache}/prefix/usr/lib/pkgconfig")
 
 # Runs a program of the board on this machine, to list its tests while building. Running them is the
 # board's.
-set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-arm;-L;${rkutils_board_cache}/root")
+set(CMAKE_CROSSCOMPILING_EMULATOR
+    "qemu-arm;-L;${rkutils_board_cache}/root;-E;LD_LIBRARY_PATH=${rkutils_board_cache}/prefix/usr/lib")

@@ -152,9 +152,14 @@ TEST_F(EvalCommand, FailsWithoutDescriptors) {
   }
 }
 
-TEST_F(EvalCommand, NeedsTwoDescriptors) {
+TEST_F(EvalCommand, NeedsDescriptorsForItsPipeAlone) {
+#ifdef __GLIBC__
+  constexpr unsigned kNeeded = 2;
+#else
+  constexpr unsigned kNeeded = 4;  // musl learns by a pipe of its own whether the shell was started
+#endif
   char buffer[16];
-  const support::NoMoreDescriptors none(2);
+  const support::NoMoreDescriptors none(kNeeded);
   EXPECT_EQ(eval_command("echo out", buffer, sizeof buffer), 4);
   EXPECT_STREQ(buffer, "out\n");
 }
