@@ -3,6 +3,7 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <future>
@@ -170,12 +171,16 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action) {
   std::vector<NumberedCall> numbered(calls.begin(), calls.end());
   std::promise<UniqueFd> questions;
+  std::atomic<bool> listening = false;
   std::thread thread([&] {
     questions.set_value(make_fail(calls));
+    // The action may leave no descriptor, and the sanitizer needs one to look at the promise's class.
+    while (!listening) std::this_thread::yield();
     action();
   });
   {
     const UniqueFd asked = questions.get_future().get();
+    listening = true;
     answer_all(asked.get(), numbered);
   }
   thread.join();
