@@ -11,7 +11,6 @@
 #include <new>
 
 #include <fcntl.h>
-#include <unistd.h>
 #include <zmq.h>
 
 namespace {
@@ -99,8 +98,7 @@ int rkevent(unsigned event, unsigned parameter, const char* text) {
   const UniqueFd pipe = rkutils::file::open_at(AT_FDCWD, kEventManagerInput, O_RDWR);
   if (!pipe) return -1;
   // Not write_all(): the rest of a record would not be one.
-  const ssize_t count =
-      repeat_interrupted([&] { return ::write(pipe.get(), &record, sizeof record); });
+  const ssize_t count = rkutils::file::write_some(pipe.get(), &record, sizeof record);
   return count == static_cast<ssize_t>(sizeof record) ? 0 : -1;
 }
 
