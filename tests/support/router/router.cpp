@@ -15,14 +15,12 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/network/interface_flags.h"
 #include "support/router/mounts.h"
 
 namespace router {
@@ -82,15 +80,6 @@ void unshare_namespaces() {
   }
 }
 
-void bring_loopback_up() {
-  const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ifreq request = {};
-  std::strcpy(request.ifr_name, "lo");
-  if (!socket || ::ioctl(socket.get(), SIOCGIFFLAGS, &request) != 0) fail("flags of lo");
-  request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-  if (::ioctl(socket.get(), SIOCSIFFLAGS, &request) != 0) fail("bring lo up");
-}
-
 int status_of(int wait_status) {
   constexpr int kSignalled = 128;
   return WIFSIGNALED(wait_status) ? kSignalled + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
@@ -127,7 +116,7 @@ int be_init(const Options& options) {
   enter_root(options);
   if (::chdir(folder.c_str()) != 0 && ::chdir("/") != 0) fail("chdir /");
   if (::sethostname("router", std::strlen("router")) != 0) fail("sethostname");
-  bring_loopback_up();
+  support::bring_up("lo");
   // A marker that came into another namespace says nothing there.
   write_text(kMarker, link_text("/proc/self/ns/mnt"));
   if (!options.overlays.empty()) prepend_library_path("/usr/lib");
