@@ -2,8 +2,8 @@
 
 #include <rkutils/command.h>
 #include <rkutils/foundations/file/line_source.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
-#include <rkutils/processes/command/cancellation.h>
 #include <rkutils/processes/command/output.h>
 
 #include <cstdio>
@@ -15,9 +15,9 @@
 namespace {
 
 using rkutils::file::LineSource;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 using rkutils::processes::Output;
-using rkutils::processes::PostponedCancellation;
 
 constexpr std::size_t kPieceLength = 1023;
 

@@ -2,7 +2,7 @@
 
 #include <rkutils/command.h>
 #include <rkutils/internal/monotonic_clock.h>
-#include <rkutils/processes/command/cancellation.h>
+#include <rkutils/internal/postponed_cancellation.h>
 
 #include <cstdio>
 
@@ -13,7 +13,7 @@
 namespace {
 
 using rkutils::internal::pause_us;
-using rkutils::processes::PostponedCancellation;
+using rkutils::internal::PostponedCancellation;
 
 // What differs between the two.
 struct Ending {

@@ -1,7 +1,7 @@
 // Programs and shell commands started.
 
 #include <rkutils/command.h>
-#include <rkutils/processes/command/cancellation.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/processes/command/detached.h>
 #include <rkutils/processes/command/program.h>
 #include <rkutils/processes/command/waited.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-using rkutils::processes::PostponedCancellation;
+using rkutils::internal::PostponedCancellation;
 using rkutils::processes::Program;
 
 constexpr const char* kShell = "/bin/sh";

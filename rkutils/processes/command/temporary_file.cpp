@@ -2,8 +2,8 @@
 
 #include <rkutils/command.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
-#include <rkutils/processes/command/cancellation.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -15,8 +15,8 @@
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
-using rkutils::processes::PostponedCancellation;
 
 constexpr std::size_t kNameSize = 1024;
 

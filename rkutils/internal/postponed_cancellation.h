@@ -1,10 +1,10 @@
 // Threads that others cancel.
-#ifndef RKUTILS_PROCESSES_COMMAND_CANCELLATION_H
-#define RKUTILS_PROCESSES_COMMAND_CANCELLATION_H
+#ifndef RKUTILS_INTERNAL_POSTPONED_CANCELLATION_H
+#define RKUTILS_INTERNAL_POSTPONED_CANCELLATION_H
 
 #include <pthread.h>
 
-namespace rkutils::processes {
+namespace rkutils::internal {
 
 // Lets requests to cancel this thread wait until the end of its scope. What is done here cannot be
 // left half-way: a child has to be waited for, shared memory removed, a descriptor closed.
@@ -21,6 +21,6 @@ class PostponedCancellation {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-}  // namespace rkutils::processes
+}  // namespace rkutils::internal
 
 #endif
