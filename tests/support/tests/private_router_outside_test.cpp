@@ -67,6 +67,13 @@ TEST_F(PrivateRouterOutside, TakesChangesOfTheSystemsFoldersAndForgetsThem) {
   }
 }
 
+TEST_F(PrivateRouterOutside, HasTheHostsDevices) {
+  for (const std::string device : {"/dev/fuse", "/dev/net/tun", "/dev/null"}) {
+    const Outcome outcome = in_router("test -c " + device);
+    EXPECT_EQ(outcome.status == 0, std::filesystem::is_character_file(device)) << device;
+  }
+}
+
 TEST_F(PrivateRouterOutside, HasNoNetworkButALoopbackThatIsUp) {
   EXPECT_EQ(in_router("ls /sys/class/net; cat /sys/class/net/lo/flags").output, "lo\n0x9\n");
 }
