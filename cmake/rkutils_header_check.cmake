@@ -2,7 +2,7 @@
 # name stands in the list of C++ headers.
 
 set(rkutils_cxx_only_headers config_daemon_client config_reader hash_table ip_address
-                             simple_sms status_interface string)
+                             ping_client simple_sms status_interface string)
 
 file(GLOB rkutils_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/include"
      "${PROJECT_SOURCE_DIR}/include/rkutils/*.h")

@@ -23,6 +23,7 @@
 #include <rkutils/config_reader.h>
 #include <rkutils/hash_table.h>
 #include <rkutils/ip_address.h>
+#include <rkutils/ping_client.h>
 #include <rkutils/simple_sms.h>
 #include <rkutils/status_interface.h>
 #include <rkutils/string.h>

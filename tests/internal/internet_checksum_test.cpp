@@ -8,20 +8,16 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "support/network/echo.h"
+
 namespace {
 
 using rkutils::internal::internet_checksum;
 using Bytes = std::vector<unsigned char>;
 
-// The same sum by the definition, byte by byte in network order.
+// The same sum by the definition.
 std::uint16_t checksum_by_definition(const Bytes& data) {
-  std::uint32_t sum = 0;
-  for (std::size_t i = 0; i < data.size(); i += 2) {
-    const unsigned low = i + 1 < data.size() ? data[i + 1] : 0U;
-    sum += data[i] * 256U + low;
-    if (sum > 0xffffU) sum -= 0xffffU;
-  }
-  return htons(static_cast<std::uint16_t>(~sum));
+  return htons(support::checksum_by_definition(data.data(), data.size()));
 }
 
 TEST(InternetChecksum, OfNothingIsAllOnes) { EXPECT_EQ(internet_checksum(nullptr, 0), 0xffffU); }

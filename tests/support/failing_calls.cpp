@@ -72,12 +72,26 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_ppoll, kPpollTime64};
     case SystemCall::kRead:
       return {SYS_read};
+    case SystemCall::kReceive:
+      return {
+#ifdef SYS_recv
+          SYS_recv,
+#endif
+          SYS_recvfrom};
+    case SystemCall::kSend:
+      return {
+#ifdef SYS_send
+          SYS_send,
+#endif
+          SYS_sendto};
     case SystemCall::kSendfile:
       return {
 #ifdef SYS_sendfile64
           SYS_sendfile64,
 #endif
           SYS_sendfile};
+    case SystemCall::kSetOption:
+      return {SYS_setsockopt};
   }
   return {};
 }

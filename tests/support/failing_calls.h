@@ -21,7 +21,10 @@ enum class SystemCall {
   kList,             // what is behind readdir(3)
   kPoll,
   kRead,
+  kReceive,  // recv(2), recvfrom(2)
+  kSend,     // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
+  kSetOption,  // setsockopt(2)
 };
 
 struct FailingCall {

@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <sys/sendfile.h>
 #include <sys/shm.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -83,8 +84,14 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   EXPECT_TRUE(fails(SystemCall::kAttachSharedMemory,
                     [] { return reinterpret_cast<std::intptr_t>(::shmat(-1, nullptr, 0)); }));
   EXPECT_TRUE(fails(SystemCall::kPoll, [] { return ::poll(nullptr, 0, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kSetOption, [] { return ::setsockopt(-1, 0, 0, nullptr, 0); }));
   char byte = 0;
   EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::read(first_, &byte, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kReceive, [&] { return ::recv(-1, &byte, 1, 0); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kReceive, [&] { return ::recvfrom(-1, &byte, 1, 0, nullptr, nullptr); }));
+  EXPECT_TRUE(fails(SystemCall::kSend, [&] { return ::send(-1, &byte, 1, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kSend, [&] { return ::sendto(-1, &byte, 1, 0, nullptr, 0); }));
   EXPECT_TRUE(fails(SystemCall::kList, [] {
     DIR* const stream = ::opendir("/");
     const int result = ::readdir(stream) == nullptr ? -1 : 0;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <ctime>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -28,10 +29,12 @@
 #include "support/network/echo_responder.h"
 #include "support/network/frame_socket.h"
 #include "support/network/host.h"
+#include "support/network/hosts_file.h"
 #include "support/network/link.h"
 #include "support/network/surroundings.h"
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
+#include "support/run_program.h"
 
 namespace {
 
@@ -47,6 +50,7 @@ using support::EchoResponder;
 using support::Frame;
 using support::FrameSocket;
 using support::Host;
+using support::HostsFile;
 using support::Link;
 using support::Surroundings;
 using testing::HasSubstr;
@@ -297,6 +301,21 @@ TEST(Link, CarriesNothingThatNobodySent) {
     return frame.bytes[12] == 8 && (frame.bytes[13] == 0 || frame.bytes[13] == 6);
   };
   EXPECT_THAT(capture.frames(is_ipv4_or_arp), IsEmpty());
+}
+
+TEST(HostsFile, IsForItsTimeAlone) {
+  const auto text = [] {
+    std::ifstream file("/etc/hosts");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  {
+    const HostsFile names("10.1.0.2 a-name-of-ours\n");
+    EXPECT_EQ(text(), "10.1.0.2 a-name-of-ours\n");
+    const HostsFile others("");
+    EXPECT_EQ(text(), "");
+  }
+  EXPECT_THAT(text(), testing::Not(HasSubstr("a-name-of-ours")));
+  EXPECT_THAT(support::run_program({"mount"}).output, testing::Not(HasSubstr("/etc/hosts")));
 }
 
 TEST(Capture, SeesWhatGoesOutAndWhatComesIn) {

@@ -1,0 +1,16 @@
+// The addresses of hosts.
+#ifndef RKUTILS_NETWORK_HOST_ADDRESS_H
+#define RKUTILS_NETWORK_HOST_ADDRESS_H
+
+#include <cstdint>
+#include <optional>
+
+namespace rkutils::network {
+
+// The first IPv4 address of a host, in host order. A dotted address is its own; a name is looked up,
+// which may block. Uses the C library's one record for all threads.
+[[nodiscard]] std::optional<std::uint32_t> find_ipv4_address(const char* host) noexcept;
+
+}  // namespace rkutils::network
+
+#endif

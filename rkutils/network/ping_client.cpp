@@ -1,0 +1,84 @@
+#include <rkutils/internal/internet_checksum.h>
+#include <rkutils/internal/unique_fd.h>
+#include <rkutils/network/host_address.h>
+#include <rkutils/network/ping_client_packet.h>
+#include <rkutils/ping_client.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace {
+
+using rkutils::network::EchoRequest;
+
+constexpr int kClosed = -1;
+
+std::uint16_t draw() noexcept { return static_cast<std::uint16_t>(std::rand()); }
+
+// Makes the socket take packets with their IP headers.
+bool take_headers(int socket) noexcept {
+  const int yes = 1;
+  return ::setsockopt(socket, IPPROTO_IP, IP_HDRINCL, &yes, sizeof yes) == 0;
+}
+
+bool send(int socket, std::uint32_t target, const EchoRequest& request) noexcept {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(target);
+  return ::sendto(socket, request.data(), request.size(), 0,
+                  reinterpret_cast<const sockaddr*>(&address),
+                  sizeof address) == static_cast<ssize_t>(request.size());
+}
+
+}  // namespace
+
+PingClient::PingClient() : socket_(kClosed), identifier_(draw()), sequence_(draw()) {}
+
+PingClient::~PingClient() { PingClient::cleanup(); }
+
+int PingClient::sendSimplePing(String const& target, String const& source) {
+  constexpr int kSent = 0;
+  constexpr int kFailed = 1;
+  cleanup();
+  ++sequence_;
+  socket_ = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+  if (socket_ == kClosed || !take_headers(socket_)) return kFailed;
+  const std::optional<std::uint32_t> host = rkutils::network::find_ipv4_address(target.c_str());
+  if (!host) return kFailed;
+  const EchoRequest request = rkutils::network::make_echo_request(
+      ntohl(::inet_addr(source.c_str())), *host, {identifier_, sequence_});
+  return send(socket_, *host, request) ? kSent : kFailed;
+}
+
+unsigned PingClient::checkPingResponse() {
+  constexpr unsigned kReplied = 0;
+  constexpr unsigned kNothing = 2;
+  constexpr unsigned kFailed = 3;
+  for (;;) {
+    std::array<std::uint8_t, 256> packet;
+    const ssize_t length = ::recv(socket_, packet.data(), packet.size(), MSG_DONTWAIT);
+    if (length < 0) return errno == EAGAIN ? kNothing : kFailed;
+    if (rkutils::network::has_numbers(packet.data(), static_cast<std::size_t>(length),
+                                      {identifier_, sequence_})) {
+      return kReplied;
+    }
+  }
+}
+
+void PingClient::cleanup() {
+  const rkutils::internal::UniqueFd closed_here(std::exchange(socket_, kClosed));
+}
+
+int PingClient::checksum(unsigned short* data, int length) const {
+  return rkutils::internal::internet_checksum(data,
+                                              length < 0 ? 0 : static_cast<std::size_t>(length));
+}
