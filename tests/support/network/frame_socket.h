@@ -24,7 +24,8 @@ struct Frame {
 
 // Sends and receives on one interface of a host, from whatever host the caller is in. It gets what
 // the host sends and receives there, also to others, but what it has sent itself. A loopback
-// interface shows each frame twice: going out and coming in.
+// interface shows each frame twice: going out and coming in. The host's loopback must be up when it
+// is made.
 class FrameSocket {
  public:
   FrameSocket(const Host& host, const std::string& interface);

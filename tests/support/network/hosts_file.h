@@ -6,7 +6,7 @@
 
 namespace support {
 
-// Lets /etc/hosts have other lines, from construction to destruction:
+// Lets /etc/hosts have other lines, from construction to destruction; one at a time:
 //
 //     const HostsFile names("10.1.0.2 gateway\n");
 class HostsFile {
