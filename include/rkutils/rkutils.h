@@ -8,6 +8,7 @@
 #include <rkutils/cfread.h>
 #include <rkutils/command.h>
 #include <rkutils/configd.h>
+#include <rkutils/dio.h>
 #include <rkutils/event.h>
 #include <rkutils/export.h>
 #include <rkutils/file.h>

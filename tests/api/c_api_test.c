@@ -99,11 +99,26 @@ static void addresses(void) {
   check(convIPStr2IPUl("1.2.3.4", &number) == 0 && number == 16909060, "a quad is a number");
 }
 
+static void digital_io(void) {
+  DioStatusAll all;
+  uint32_t count = 1;
+  unsigned char value = 2;
+  memset(&all, 0, sizeof all);
+  check(dio_count(&count) == DIO_OK && count == 0, "no driver, no input");
+  check(dio_roValue(1, &value) == DIO_ERR_NOENT && value == 2, "no input, no value");
+  check(dio_setValue(0, 1) == DIO_ERR_RANGE, "no output has the number 0");
+  all.out.count = 9;
+  dio_setOutValueInStatus(&all.out, 9, 1);
+  check(all.out.bits[1] == 1, "a value is a bit");
+  check(dio_getStatus(&all) == DIO_OK && all.out.count == 0, "no driver, nothing in the status");
+}
+
 int main(void) {
   lists();
   texts();
   configuration();
   device();
+  digital_io();
   events();
   addresses();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -53,6 +53,23 @@ TEST(Layout, OfAnEvent) {
   static_assert(std::is_trivial_v<rkevent_record> && std::is_standard_layout_v<rkevent_record>);
 }
 
+TEST(Layout, OfAStatusOfInputsAndOutputs) {
+  static_assert(offsetof(DioStatus, count) == 0);
+  static_assert(offsetof(DioStatus, bits) == 4);
+  static_assert(sizeof(DioStatus) == 16);
+  static_assert(offsetof(DioStatusAll, in) == 0);
+  static_assert(offsetof(DioStatusAll, out) == 16);
+  static_assert(sizeof(DioStatusAll) == 32);
+  static_assert(std::is_trivial_v<DioStatusAll> && std::is_standard_layout_v<DioStatusAll>);
+}
+
+TEST(Layout, OfAFrequency) {
+  static_assert(offsetof(DioFrequency, value) == 0);
+  static_assert(offsetof(DioFrequency, first) == sizeof(long));
+  static_assert(offsetof(DioFrequency, second) == 2 * sizeof(long));
+  static_assert(sizeof(DioFrequency) == 3 * sizeof(long));  // 12 bytes on the target
+}
+
 TEST(Layout, OfAShortMessage) {
   static_assert(offsetof(CSimpleSMS, address) == 0);
   static_assert(offsetof(CSimpleSMS, received) == sizeof(std::string));

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +21,7 @@
 #include <zmq.h>
 
 #include "support/configd_stand_in.h"
+#include "support/dio_stand_in.h"
 #include "support/kernel_folder.h"
 #include "support/private_router.h"
 #include "support/put_file.h"
@@ -228,6 +230,81 @@ TEST(DialerStatus, FailsWithoutItsFolder) {
                                                         ". Errno:" + std::to_string(ENOTDIR) + "!"},
                           support::LogLine{
                               LOG_ERR, "Could not setup status interface for " + folder + "!"}));
+}
+
+class DigitalIo : public testing::Test {
+ protected:
+  void SetUp() override {
+    try {
+      driver_.emplace(2, 1);
+    } catch (const support::StandInRefused& refusal) {
+      GTEST_SKIP() << refusal.what();
+    }
+  }
+
+  static support::Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), built_program("examples/digital-io"));
+    return run_program(arguments);
+  }
+
+  std::optional<support::DioStandIn> driver_;
+};
+
+TEST_F(DigitalIo, PrintsAllValues) {
+  driver_->set_contents("din2/value", "1");
+  const auto [output, status] = run({});
+  EXPECT_EQ(output, "input 1: 0\ninput 2: 1\noutput 1: 0\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(DigitalIo, SwitchesAnOutput) {
+  EXPECT_EQ(run({"switch", "1", "1"}).status, 0);
+  EXPECT_EQ(driver_->contents("dout1/value"), "1");
+  EXPECT_EQ(run({"switch", "1", "0"}).status, 0);
+  EXPECT_EQ(driver_->contents("dout1/value"), "0");
+}
+
+TEST_F(DigitalIo, MeasuresAFrequency) {
+  driver_->set_measured(2, "1 20 50\n");
+  EXPECT_EQ(run({"measure", "2"}).output, "1 20 50\n");
+  EXPECT_EQ(driver_->contents("din2/frequency"), "0 0 0\n");
+}
+
+TEST_F(DigitalIo, LeavesAMeasurementThatIsUnderWay) {
+  ASSERT_EQ(run({"measure", "1"}).status, 0);
+  driver_->set_contents("din1/frequency", "3 2 1\n");
+  driver_->fail("write", "din1/frequency", EEXIST);
+  support::SyslogCollector log;
+  const auto [output, status] = run({"measure", "1"});
+  EXPECT_EQ(output, "3 2 1\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(driver_->contents("din1/frequency"), "3 2 1\n");
+  EXPECT_THAT(log.take(), testing::SizeIs(1));
+}
+
+TEST_F(DigitalIo, TellsTheResultOfAFailure) {
+  support::SyslogCollector log;
+  const auto [output, status] = run({"switch", "2", "1"});
+  EXPECT_EQ(output, "failed: 2\n");
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(run({"measure", "0"}).output, "failed: 1\n");
+  EXPECT_EQ(run({"switch"}).status, 1);
+  EXPECT_THAT(log.take(), testing::SizeIs(2));
+}
+
+// A program that has not counted yet.
+TEST(DigitalIoWithoutADriver, CountsNothing) {
+  const support::KernelFolder sys("/sys");
+  EXPECT_EQ(run_program({built_program("examples/digital-io")}).output, "");
+  sys.put("devices/halcyonix", "a file in its place");
+  support::SyslogCollector log;
+  const auto [output, status] = run_program({built_program("examples/digital-io")});
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(status, 0);
+  const support::LogLine expected = {
+      LOG_ERR,
+      std::string("Can't scandir(/sys/devices/halcyonix/) - (") + std::strerror(ENOTDIR) + ")"};
+  EXPECT_THAT(log.take(), ElementsAre(expected, expected));
 }
 
 class ModemCommand : public testing::Test {

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <stdexcept>
 #include <system_error>
 
 #include <fcntl.h>
@@ -40,7 +39,14 @@ void StandInProcess::start(const std::string& program, const std::vector<std::st
     std::_Exit(EXIT_FAILURE);
   }
   theirs.reset();
-  if (receive_outcome() != "ready") throw std::runtime_error("the stand-in does not start");
+  const std::string outcome = receive_outcome();
+  if (outcome == "ready") return;
+  kill();
+  const std::string refused = "refused: ";
+  if (outcome.compare(0, refused.size(), refused) == 0) {
+    throw StandInRefused(program + ": " + outcome);
+  }
+  throw std::runtime_error("the stand-in does not start");
 }
 
 void StandInProcess::kill() {

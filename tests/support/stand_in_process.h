@@ -4,12 +4,20 @@
 
 #include <rkutils/internal/unique_fd.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
 
 namespace support {
+
+// The machine does not allow what the stand-in needs; what() says what. A test that needs it is
+// skipped.
+class StandInRefused : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 // Starts, commands and ends it. Ends with the object.
 class StandInProcess {
@@ -20,7 +28,8 @@ class StandInProcess {
   StandInProcess& operator=(const StandInProcess&) = delete;
 
   // Starts a program of the build tree, with "--control FD" before its other arguments, and waits
-  // until it serves. Throws when it does not. It inherits the descriptor `inherited`, if not -1.
+  // until it serves. Throws when it does not: StandInRefused where it says "refused: " and why. It
+  // inherits the descriptor `inherited`, if not -1.
   void start(const std::string& program, const std::vector<std::string>& arguments, int inherited);
 
   // Ends it, as a crash does.

@@ -1,0 +1,223 @@
+#include "support/dio/fuse_server.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace stand_in {
+namespace {
+
+// What one write brings at most.
+constexpr std::size_t kLargestWrite = 4096;
+// The kernel wants room for any request.
+constexpr std::size_t kBufferSize = FUSE_MIN_READ_BUFFER + kLargestWrite;
+
+[[noreturn]] void fail(const std::string& step) {
+  throw std::system_error(errno, std::generic_category(), step);
+}
+
+// Takes a structure off the beginning. Requests have no particular alignment for us.
+template <typename Structure>
+Structure take(std::string_view& body) {
+  Structure taken = {};
+  const std::size_t size = std::min(sizeof taken, body.size());  // older kernels' are shorter
+  std::memcpy(&taken, body.data(), size);
+  body.remove_prefix(size);
+  return taken;
+}
+
+template <typename Structure>
+void append(std::vector<char>& bytes, const Structure& structure) {
+  const char* const begin = static_cast<const char*>(static_cast<const void*>(&structure));
+  bytes.insert(bytes.end(), begin, begin + sizeof structure);
+}
+
+template <typename Structure>
+std::vector<char> bytes_of(const Structure& structure) {
+  std::vector<char> bytes;
+  append(bytes, structure);
+  return bytes;
+}
+
+std::string join(const std::string& folder, const std::string& name) {
+  return folder.empty() ? name : folder + "/" + name;
+}
+
+// Of the request's bytes the name that they begin with.
+std::string name_in(std::string_view body) { return std::string(body.substr(0, body.find('\0'))); }
+
+bool has_reply(std::uint32_t operation) {
+  return operation != FUSE_FORGET && operation != FUSE_BATCH_FORGET && operation != FUSE_INTERRUPT;
+}
+
+// How readdir() tells what an entry is.
+std::uint32_t entry_type(mode_t mode) { return (mode & S_IFMT) >> 12U; }
+
+}  // namespace
+
+FuseServer::FuseServer(const std::string& folder, FuseFiles& files)
+    : files_(files),
+      device_(::open("/dev/fuse", O_RDWR | O_CLOEXEC)),
+      buffer_(kBufferSize),
+      paths_{"", ""} {
+  if (!device_) fail("open /dev/fuse");
+  nodes_[{"", S_IFDIR}] = FUSE_ROOT_ID;
+  const std::string options =
+      "fd=" + std::to_string(device_.get()) +
+      ",rootmode=40755,user_id=0,group_id=0,default_permissions,allow_other";
+  if (::mount("dio-stand-in", folder.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
+    fail("mount fuse on " + folder);
+  }
+}
+
+bool FuseServer::serve() {
+  const ssize_t length = ::read(device_.get(), buffer_.data(), buffer_.size());
+  if (length < 0) {
+    if (errno == ENODEV) return false;
+    // A request that was taken back, or a signal.
+    if (errno == ENOENT || errno == EINTR || errno == EAGAIN) return true;
+    fail("read /dev/fuse");
+  }
+  std::string_view body(buffer_.data(), static_cast<std::size_t>(length));
+  const fuse_in_header header = take<fuse_in_header>(body);
+  if (!has_reply(header.opcode)) return true;
+  try {
+    reply(header.unique, 0, answer(header, body));
+  } catch (const std::system_error& error) {
+    reply(header.unique, error.code().value(), {});
+  }
+  return true;
+}
+
+FuseServer::Bytes FuseServer::answer(const fuse_in_header& header, std::string_view body) {
+  if (header.opcode == FUSE_INIT) return answer_init(body);
+  const std::string path = paths_.at(header.nodeid);
+  switch (header.opcode) {
+    case FUSE_LOOKUP:
+      return answer_lookup(join(path, name_in(body)));
+    case FUSE_GETATTR:
+      return answer_attributes(path);
+    case FUSE_OPENDIR:
+      files_.open_folder(path);
+      return bytes_of(fuse_open_out());
+    case FUSE_READDIR:
+      return answer_list(path, body);
+    case FUSE_OPEN: {
+      files_.open(path, static_cast<int>(take<fuse_open_in>(body).flags));
+      fuse_open_out out = {};
+      out.open_flags = FOPEN_DIRECT_IO;  // each read and write comes to us as it is
+      return bytes_of(out);
+    }
+    case FUSE_READ:
+      return answer_read(path, body);
+    case FUSE_WRITE:
+      return answer_write(path, body);
+    case FUSE_FLUSH:
+      files_.close(path);
+      return {};
+    case FUSE_RELEASE:
+    case FUSE_RELEASEDIR:
+      return {};
+    default:
+      throw std::system_error(ENOSYS, std::generic_category());
+  }
+}
+
+FuseServer::Bytes FuseServer::answer_init(std::string_view body) {
+  const fuse_init_in in = take<fuse_init_in>(body);
+  fuse_init_out out = {};
+  out.major = FUSE_KERNEL_VERSION;
+  out.minor = std::min<std::uint32_t>(in.minor, FUSE_KERNEL_MINOR_VERSION);
+  out.max_write = kLargestWrite;
+  return bytes_of(out);
+}
+
+FuseServer::Bytes FuseServer::answer_lookup(const std::string& path) {
+  const mode_t mode = files_.look_at(path);
+  fuse_entry_out out = {};
+  out.nodeid = node_of(path, mode);
+  out.attr = attributes_of(path, mode);
+  return bytes_of(out);
+}
+
+FuseServer::Bytes FuseServer::answer_attributes(const std::string& path) {
+  fuse_attr_out out = {};
+  out.attr = attributes_of(path, files_.look_at(path));
+  return bytes_of(out);
+}
+
+FuseServer::Bytes FuseServer::answer_list(const std::string& path, std::string_view body) {
+  const fuse_read_in in = take<fuse_read_in>(body);
+  const std::vector<FuseEntry> entries = files_.list(path);
+  Bytes out;
+  for (std::size_t i = in.offset; i < entries.size(); ++i) {
+    const auto& [name, mode] = entries[i];
+    fuse_dirent entry = {};
+    entry.ino = node_of(join(path, name), mode);
+    entry.off = i + 1;
+    entry.namelen = static_cast<std::uint32_t>(name.size());
+    entry.type = entry_type(mode);
+    const std::size_t begin = out.size();
+    const std::size_t length = FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET + name.size());
+    if (begin + length > in.size) break;
+    append(out, entry);
+    out.resize(begin + FUSE_NAME_OFFSET);  // less than the structure, with its padding
+    out.insert(out.end(), name.begin(), name.end());
+    out.resize(begin + length);
+  }
+  return out;
+}
+
+FuseServer::Bytes FuseServer::answer_read(const std::string& path, std::string_view body) {
+  const fuse_read_in in = take<fuse_read_in>(body);
+  const std::string contents = files_.read(path);
+  const std::size_t begin = std::min<std::size_t>(in.offset, contents.size());
+  const std::string part = contents.substr(begin, in.size);
+  return {part.begin(), part.end()};
+}
+
+FuseServer::Bytes FuseServer::answer_write(const std::string& path, std::string_view body) {
+  const fuse_write_in in = take<fuse_write_in>(body);
+  fuse_write_out out = {};
+  out.size = static_cast<std::uint32_t>(files_.write(path, body.substr(0, in.size)));
+  return bytes_of(out);
+}
+
+void FuseServer::reply(std::uint64_t request, int error, const Bytes& bytes) const {
+  fuse_out_header header = {};
+  header.len = static_cast<std::uint32_t>(sizeof header + bytes.size());
+  header.error = -error;
+  header.unique = request;
+  Bytes message = bytes_of(header);
+  message.insert(message.end(), bytes.begin(), bytes.end());
+  // ENOENT: whoever asked is gone.
+  if (::write(device_.get(), message.data(), message.size()) < 0 && errno != ENOENT) {
+    fail("write /dev/fuse");
+  }
+}
+
+fuse_attr FuseServer::attributes_of(const std::string& path, mode_t mode) {
+  fuse_attr attributes = {};
+  attributes.ino = node_of(path, mode);
+  attributes.mode = mode;
+  attributes.nlink = S_ISDIR(mode) ? 2 : 1;
+  attributes.size =
+      S_ISDIR(mode) ? 0 : kLargestWrite;  // as files of drivers say, whatever they hold
+  attributes.blksize = kLargestWrite;
+  return attributes;
+}
+
+std::uint64_t FuseServer::node_of(const std::string& path, mode_t mode) {
+  const auto [node, is_new] = nodes_.try_emplace({path, mode & S_IFMT}, paths_.size());
+  if (is_new) paths_.push_back(path);
+  return node->second;
+}
+
+}  // namespace stand_in
