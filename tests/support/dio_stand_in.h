@@ -28,8 +28,8 @@ struct DioOperation {
 
 // Runs the stand-in as a process of its own, from construction to destruction, with its file system
 // at the driver's place, "/sys/devices/halcyonix". For a private router only. It makes the folder
-// by way of a KernelFolder, unless it is there: a test that has a KernelFolder for /sys itself calls
-// make_folder("devices/halcyonix") first.
+// by way of a KernelFolder, unless it is there: a test that has a KernelFolder for /sys itself
+// calls make_folder("devices/halcyonix") first.
 //
 // Throws StandInRefused where the machine has no FUSE for us.
 class DioStandIn {

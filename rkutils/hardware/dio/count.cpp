@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include <sys/stat.h>
@@ -20,6 +19,9 @@ namespace {
 using internal::UniqueDir;
 
 constexpr internal::Assertions check{"rkutils/dio"};
+
+// The driver's folder as the beginning of an entry's path, with the slash that joins the two.
+constexpr char kEntryFolder[] = "/sys/devices/halcyonix//";
 
 // What was counted last. Threads that count at the same time overwrite each other's, and nothing
 // depends on the order in which that is seen: as plain integers, but without a data race.
@@ -97,8 +99,8 @@ bool dio_isDioDirent(const dirent* entry, const char* prefix, std::size_t prefix
   const char* const name = entry->d_name;
   if (std::strncmp(name, prefix, prefix_length) != 0) return false;
   if (!has_one_or_two_digits(name + prefix_length)) return false;
-  char path[4096];
-  std::snprintf(path, sizeof path, "%s/%s", kDriverFolder, name);
+  char path[sizeof kEntryFolder + sizeof entry->d_name];
+  ::stpcpy(::stpcpy(path, kEntryFolder), name);
   return is_open_folder(path);
 }
 

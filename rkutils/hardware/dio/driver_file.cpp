@@ -1,9 +1,9 @@
 #include <rkutils/dio.h>
+#include <rkutils/foundations/text/digits.h>
 #include <rkutils/hardware/dio/driver_file.h>
 #include <rkutils/internal/errno_restorer.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include <syslog.h>
@@ -24,7 +24,13 @@ bool is_in_range(std::uint32_t number) noexcept {
 }
 
 DriverPath::DriverPath(const char* direction, std::uint32_t number, const char* name) noexcept {
-  std::snprintf(text_, sizeof text_, "%s%s%u/%s", kDriverFolder, direction, unsigned{number}, name);
+  char digits[] = "99";
+  char* const digits_end = digits + sizeof digits - 1;
+  char* end = ::stpcpy(text_, kDriverFolder);
+  end = ::stpcpy(end, direction);
+  end = ::stpcpy(end, text::write_decimal(digits_end, number));
+  *end++ = '/';
+  ::stpcpy(end, name);
 }
 
 unsigned refuse_null() noexcept {

@@ -34,16 +34,8 @@ Structure take(std::string_view& body) {
 }
 
 template <typename Structure>
-void append(std::vector<char>& bytes, const Structure& structure) {
-  const char* const begin = static_cast<const char*>(static_cast<const void*>(&structure));
-  bytes.insert(bytes.end(), begin, begin + sizeof structure);
-}
-
-template <typename Structure>
-std::vector<char> bytes_of(const Structure& structure) {
-  std::vector<char> bytes;
-  append(bytes, structure);
-  return bytes;
+std::string bytes_of(const Structure& structure) {
+  return {static_cast<const char*>(static_cast<const void*>(&structure)), sizeof structure};
 }
 
 std::string join(const std::string& folder, const std::string& name) {
@@ -96,7 +88,7 @@ bool FuseServer::serve() {
   return true;
 }
 
-FuseServer::Bytes FuseServer::answer(const fuse_in_header& header, std::string_view body) {
+std::string FuseServer::answer(const fuse_in_header& header, std::string_view body) {
   if (header.opcode == FUSE_INIT) return answer_init(body);
   const std::string path = paths_.at(header.nodeid);
   switch (header.opcode) {
@@ -130,7 +122,7 @@ FuseServer::Bytes FuseServer::answer(const fuse_in_header& header, std::string_v
   }
 }
 
-FuseServer::Bytes FuseServer::answer_init(std::string_view body) {
+std::string FuseServer::answer_init(std::string_view body) {
   const fuse_init_in in = take<fuse_init_in>(body);
   fuse_init_out out = {};
   out.major = FUSE_KERNEL_VERSION;
@@ -139,7 +131,7 @@ FuseServer::Bytes FuseServer::answer_init(std::string_view body) {
   return bytes_of(out);
 }
 
-FuseServer::Bytes FuseServer::answer_lookup(const std::string& path) {
+std::string FuseServer::answer_lookup(const std::string& path) {
   const mode_t mode = files_.look_at(path);
   fuse_entry_out out = {};
   out.nodeid = node_of(path, mode);
@@ -147,16 +139,16 @@ FuseServer::Bytes FuseServer::answer_lookup(const std::string& path) {
   return bytes_of(out);
 }
 
-FuseServer::Bytes FuseServer::answer_attributes(const std::string& path) {
+std::string FuseServer::answer_attributes(const std::string& path) {
   fuse_attr_out out = {};
   out.attr = attributes_of(path, files_.look_at(path));
   return bytes_of(out);
 }
 
-FuseServer::Bytes FuseServer::answer_list(const std::string& path, std::string_view body) {
+std::string FuseServer::answer_list(const std::string& path, std::string_view body) {
   const fuse_read_in in = take<fuse_read_in>(body);
   const std::vector<FuseEntry> entries = files_.list(path);
-  Bytes out;
+  std::string out;
   for (std::size_t i = in.offset; i < entries.size(); ++i) {
     const auto& [name, mode] = entries[i];
     fuse_dirent entry = {};
@@ -167,36 +159,33 @@ FuseServer::Bytes FuseServer::answer_list(const std::string& path, std::string_v
     const std::size_t begin = out.size();
     const std::size_t length = FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET + name.size());
     if (begin + length > in.size) break;
-    append(out, entry);
-    out.resize(begin + FUSE_NAME_OFFSET);  // less than the structure, with its padding
-    out.insert(out.end(), name.begin(), name.end());
+    // The name comes in the place of the structure's padding.
+    out += bytes_of(entry).substr(0, FUSE_NAME_OFFSET) + name;
     out.resize(begin + length);
   }
   return out;
 }
 
-FuseServer::Bytes FuseServer::answer_read(const std::string& path, std::string_view body) {
+std::string FuseServer::answer_read(const std::string& path, std::string_view body) {
   const fuse_read_in in = take<fuse_read_in>(body);
   const std::string contents = files_.read(path);
   const std::size_t begin = std::min<std::size_t>(in.offset, contents.size());
-  const std::string part = contents.substr(begin, in.size);
-  return {part.begin(), part.end()};
+  return contents.substr(begin, in.size);
 }
 
-FuseServer::Bytes FuseServer::answer_write(const std::string& path, std::string_view body) {
+std::string FuseServer::answer_write(const std::string& path, std::string_view body) {
   const fuse_write_in in = take<fuse_write_in>(body);
   fuse_write_out out = {};
   out.size = static_cast<std::uint32_t>(files_.write(path, body.substr(0, in.size)));
   return bytes_of(out);
 }
 
-void FuseServer::reply(std::uint64_t request, int error, const Bytes& bytes) const {
+void FuseServer::reply(std::uint64_t request, int error, std::string_view bytes) const {
   fuse_out_header header = {};
   header.len = static_cast<std::uint32_t>(sizeof header + bytes.size());
   header.error = -error;
   header.unique = request;
-  Bytes message = bytes_of(header);
-  message.insert(message.end(), bytes.begin(), bytes.end());
+  const std::string message = bytes_of(header).append(bytes);
   // ENOENT: whoever asked is gone.
   if (::write(device_.get(), message.data(), message.size()) < 0 && errno != ENOENT) {
     fail("write /dev/fuse");

@@ -63,23 +63,21 @@ class FuseServer {
   bool serve();
 
  private:
-  using Bytes = std::vector<char>;
-
-  Bytes answer(const fuse_in_header& header, std::string_view body);
-  Bytes answer_init(std::string_view body);
-  Bytes answer_lookup(const std::string& path);
-  Bytes answer_attributes(const std::string& path);
-  Bytes answer_list(const std::string& path, std::string_view body);
-  Bytes answer_read(const std::string& path, std::string_view body);
-  Bytes answer_write(const std::string& path, std::string_view body);
-  void reply(std::uint64_t request, int error, const Bytes& bytes) const;
+  std::string answer(const fuse_in_header& header, std::string_view body);
+  std::string answer_init(std::string_view body);
+  std::string answer_lookup(const std::string& path);
+  std::string answer_attributes(const std::string& path);
+  std::string answer_list(const std::string& path, std::string_view body);
+  std::string answer_read(const std::string& path, std::string_view body);
+  std::string answer_write(const std::string& path, std::string_view body);
+  void reply(std::uint64_t request, int error, std::string_view bytes) const;
 
   fuse_attr attributes_of(const std::string& path, mode_t mode);
   std::uint64_t node_of(const std::string& path, mode_t mode);
 
   FuseFiles& files_;
   rkutils::internal::UniqueFd device_;
-  Bytes buffer_;
+  std::vector<char> buffer_;
   // Nodes are numbered from 1, the root. A file that comes in a folder's place is another node.
   std::vector<std::string> paths_;
   std::map<std::pair<std::string, mode_t>, std::uint64_t> nodes_;
