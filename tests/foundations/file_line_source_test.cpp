@@ -43,6 +43,16 @@ std::vector<std::string> pieces_of(const std::string& path, std::size_t length =
   return pieces;
 }
 
+std::vector<std::string> lines_of(const std::string& path, std::size_t length = 1023) {
+  LineSource lines(open_to_read(path.c_str()), length);
+  std::vector<std::string> first_pieces;
+  while (char* const piece = lines.next_line()) {
+    first_pieces.emplace_back(piece);
+    std::fill(piece, piece + first_pieces.back().size(), '\n');
+  }
+  return first_pieces;
+}
+
 std::vector<std::string> fgets_of(const std::string& path, std::size_t length = 1023) {
   const UniqueFile file(std::fopen(path.c_str(), "re"));
   std::vector<std::string> pieces;
@@ -124,6 +134,56 @@ TEST_F(LineSourceTest, GivesWhatFgetsGivesForRandomBytes) {
     ASSERT_EQ(pieces_of(at("a"), length), fgets_of(at("a"), length)) << "round " << round;
   }
 }
+
+// ---- Lines without the rest of long ones
+
+TEST_F(LineSourceTest, LeavesOutTheRestOfALongLine) {
+  put(at("a"), "abc\nabcd\nabcde\nabcdefghijkl\n\nabcdefgh");
+  EXPECT_THAT(lines_of(at("a"), 4), ElementsAre("abc\n", "abcd", "abcd", "abcd", "\n", "abcd"));
+  EXPECT_THAT(lines_of(at("a"), 1), ElementsAre("a", "a", "a", "a", "\n", "a"));
+  put(at("a"), "");
+  EXPECT_THAT(lines_of(at("a"), 4), IsEmpty());
+}
+
+TEST_F(LineSourceTest, ANulHidesNoLineFeed) {
+  put(at("a"), "a\0b\nc\0defgh\n\0ijkl\nm\n"s);
+  EXPECT_THAT(lines_of(at("a"), 4), ElementsAre("a", "c", "", "m\n"));
+}
+
+TEST_F(LineSourceTest, LeavesOutTheRestOfAPieceToo) {
+  put(at("a"), "abcdefgh\nij\n");
+  LineSource lines(open_to_read(at("a").c_str()), 2);
+  EXPECT_STREQ(lines.next(), "ab");
+  EXPECT_STREQ(lines.next(), "cd");
+  EXPECT_STREQ(lines.next_line(), "ij");
+  EXPECT_STREQ(lines.next(), "\n");
+  EXPECT_EQ(lines.next_line(), nullptr);
+  EXPECT_EQ(lines.next_line(), nullptr);
+}
+
+TEST_F(LineSourceTest, GivesTheBeginningsOfRandomLines) {
+  std::mt19937 random(20260103);
+  const int rounds = support::rounds(200);
+  for (int round = 0; round < rounds; ++round) {
+    std::string bytes(random() % 20000, '\0');
+    const auto span = 2 + random() % 1500;
+    for (char& byte : bytes) {
+      const auto number = random() % span;
+      byte = number == 0 ? '\n' : static_cast<char>(number);
+    }
+    put(at("a"), bytes);
+    const std::size_t length = 1 + random() % LineSource::kMaxPieceLength;
+    std::vector<std::string> expected;
+    for (std::size_t begin = 0; begin < bytes.size();) {
+      const std::size_t end = std::min(bytes.find('\n', begin), bytes.size() - 1) + 1;
+      expected.emplace_back(bytes.substr(begin, std::min(end - begin, length)).c_str());
+      begin = end;
+    }
+    ASSERT_EQ(lines_of(at("a"), length), expected) << "round " << round;
+  }
+}
+
+// ---- Other files
 
 TEST_F(LineSourceTest, JoinsWhatAFifoGivesInParts) {
   make_fifo(at("fifo"));

@@ -32,6 +32,13 @@ char* LineSource::next() noexcept {
   }
 }
 
+char* LineSource::next_line() noexcept {
+  while (within_line_) {
+    if (next() == nullptr) return nullptr;
+  }
+  return next();
+}
+
 // Reads more behind what is unread, which moves to the buffer's front.
 bool LineSource::fill() noexcept {
   if (at_end_) return false;
@@ -51,6 +58,7 @@ bool LineSource::fill() noexcept {
 char* LineSource::hand_out(std::size_t length) noexcept {
   char* const piece = unread_;
   unread_ += length;
+  within_line_ = length > 0 && unread_[-1] != '\n';
   behind_piece_ = *unread_;
   *unread_ = '\0';
   return length > 0 ? piece : nullptr;

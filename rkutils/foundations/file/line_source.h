@@ -27,6 +27,9 @@ class LineSource {
   // cannot be read. The caller may change it up to its NUL. The next call makes it invalid.
   [[nodiscard]] char* next() noexcept;
 
+  // The same, but of a longer line only its first piece: the rest is left out.
+  [[nodiscard]] char* next_line() noexcept;
+
  private:
   static constexpr std::size_t kBufferSize = kMaxPieceLength;
 
@@ -36,6 +39,7 @@ class LineSource {
   const internal::UniqueFd file_;
   const std::size_t piece_length_;
   bool at_end_ = false;
+  bool within_line_ = false;      // the piece handed out last has no line feed
   char* unread_ = buffer_;        // behind the piece handed out last
   char* filled_ = buffer_;        // behind the last byte read
   char behind_piece_ = '\0';      // what the NUL at `unread_` took the place of
