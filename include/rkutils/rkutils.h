@@ -12,6 +12,7 @@
 #include <rkutils/event.h>
 #include <rkutils/export.h>
 #include <rkutils/file.h>
+#include <rkutils/interface.h>
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>

@@ -111,6 +111,15 @@ static void digital_io(void) {
   dio_setOutValueInStatus(&all.out, 9, 1);
   check(all.out.bits[1] == 1, "a value is a bit");
   check(dio_getStatus(&all) == DIO_OK && all.out.count == 0, "no driver, nothing in the status");
+static void interfaces(void) {
+  char members[16] = "text";
+  check(strcmp(interfaceize("eth0"), "ETH1") == 0, "an interface has a name for users");
+  check(wanlink_is_up() == 0 && wanlink_count() == 0, "no link manager, no links");
+  check(bridge_members("br0", members, 0) == -1, "no room, no members");
+  check(bridge_members("br0", members, sizeof members) == 0, "no bridge, no members");
+  check(strcmp(members, "") == 0, "members are emptied");
+  check(card2family("em7455") == 0x40004, "a card has its family");
+  check(pdb_find_provider("$(reboot)") == NULL, "no shell reads a key");
 }
 
 int main(void) {
@@ -121,5 +130,6 @@ int main(void) {
   digital_io();
   events();
   addresses();
+  interfaces();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

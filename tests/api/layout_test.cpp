@@ -115,6 +115,10 @@ TEST(Layout, OfARoute) {
   static_assert(sizeof(address_route) == 52);
 }
 
+TEST(Layout, OfAnIpInterfaceStatus) {
+  static_assert(sizeof(IpInterfaceStatus) == sizeof(void*));  // no more than its virtual table
+}
+
 TEST(Layout, OfAnIpAddress) {
   static_assert(sizeof(IpAddress) == 36 && alignof(IpAddress) == 4);
   static_assert(std::is_standard_layout_v<IpAddress> && std::is_trivially_copyable_v<IpAddress>);

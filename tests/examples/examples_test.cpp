@@ -23,6 +23,7 @@
 #include "support/configd_stand_in.h"
 #include "support/dio_stand_in.h"
 #include "support/kernel_folder.h"
+#include "support/printing_program.h"
 #include "support/private_router.h"
 #include "support/put_file.h"
 #include "support/run_program.h"
@@ -95,6 +96,28 @@ TEST(AddressRoles, FailsForWhatNoneCanHave) {
             "192.168.1.256: of no use\n"
             "10.0.0.1/8: an interface in 10.0.0.0/8\n");
   EXPECT_EQ(status, 1);
+}
+
+TEST(InterfaceStatus, PrintsWhatIsUpAndWhatIsNot) {
+  const support::PrintingProgram brctl("/usr/sbin/brctl");
+  brctl.print("br0\t\t8000.0242ac110002\tno\t\teth0\n\t\t\t\t\t\t\twlan0-1\n");
+  support::put("/tmp/status/link-manager/wanlink1/state", "connected");
+  support::put("/tmp/status/link-manager/wanlink2/state", "disabled");
+  support::put("/tmp/status/link-manager/hotlink/interface", "wwan0");
+  const auto [output, status] =
+      run_program({built_program("examples/interface-status"), "lo", "br0"});
+  std::filesystem::remove_all("/tmp/status");
+  EXPECT_EQ(output,
+            "LO (lo): up, 127.0.0.1/8\n"
+            "BR1 (br0): down, bridges eth0 wlan0-1 \n"
+            "1 links to the outside, connected\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST(InterfaceStatus, PrintsTheLinksAlone) {
+  const auto [output, status] = run_program({built_program("examples/interface-status")});
+  EXPECT_EQ(output, "0 links to the outside, not connected\n");
+  EXPECT_EQ(status, 0);
 }
 
 TEST(DeviceIdentity, PrintsWhatTheFilesTell) {

@@ -48,6 +48,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {SYS_close};
     case SystemCall::kCloseRange:
       return {kCloseRange};
+    case SystemCall::kControl:
+      return {SYS_ioctl};
     case SystemCall::kCopyRange:
       return {SYS_copy_file_range};
     case SystemCall::kFork:
@@ -92,6 +94,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_sendfile};
     case SystemCall::kSetOption:
       return {SYS_setsockopt};
+    case SystemCall::kSocket:
+      return {SYS_socket};
   }
   return {};
 }

@@ -15,6 +15,7 @@ enum class SystemCall {
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
   kCloseRange,       // close_range(2)
+  kControl,          // ioctl(2)
   kCopyRange,        // copy_file_range(2)
   kFork,             // all that makes a process or a thread
   kGetSharedMemory,  // shmget(2)
@@ -25,6 +26,7 @@ enum class SystemCall {
   kSend,     // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
   kSetOption,  // setsockopt(2)
+  kSocket,
 };
 
 struct FailingCall {
