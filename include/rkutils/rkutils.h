@@ -16,6 +16,7 @@
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
+#include <rkutils/route.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 #include <rkutils/wwanmd.h>

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <future>
+#include <iterator>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -36,6 +37,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
   switch (call) {
     case SystemCall::kAttachSharedMemory:
       return {SYS_shmat};
+    case SystemCall::kBind:
+      return {SYS_bind};
     case SystemCall::kChangeModeByName:
       return {
 #ifdef SYS_chmod
@@ -60,6 +63,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_clone, kClone3};
     case SystemCall::kGetSharedMemory:
       return {SYS_shmget};
+    case SystemCall::kGetSocketName:
+      return {SYS_getsockname};
     case SystemCall::kList:
       return {
 #ifdef SYS_getdents
@@ -86,6 +91,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_send,
 #endif
           SYS_sendto};
+    case SystemCall::kReceiveMessage:
+      return {SYS_recvmsg};
     case SystemCall::kSendfile:
       return {
 #ifdef SYS_sendfile64
@@ -93,6 +100,9 @@ std::vector<unsigned> numbers_of(SystemCall call) {
 #endif
           SYS_sendfile};
     case SystemCall::kSetOption:
+    case SystemCall::kSendMessage:
+      return {SYS_sendmsg};
+    case SystemCall::kSetSocketOption:
       return {SYS_setsockopt};
     case SystemCall::kSocket:
       return {SYS_socket};
@@ -106,7 +116,8 @@ void check(bool done, const char* step) {
 
 // Whether the filter, which cannot count, is to ask about each call.
 bool is_asked_about(const FailingCall& failing) {
-  return failing.done != 0 || failing.times != FailingCall{}.times || failing.meanwhile;
+  return failing.done != 0 || failing.times != FailingCall{}.times || failing.meanwhile ||
+         failing.decide;
 }
 
 // The filter is for the calling thread alone, and for all of its life. Gives the descriptor that
@@ -151,7 +162,16 @@ FailingCall& find_call(std::vector<NumberedCall>& calls, int number) {
 }
 
 // Decides about a call, and counts it.
-void answer(FailingCall& failing, seccomp_notif_resp& response) {
+void answer(FailingCall& failing, const seccomp_data& call, seccomp_notif_resp& response) {
+  if (failing.decide) {
+    CallArguments arguments = {};
+    std::copy(std::begin(call.args), std::end(call.args), arguments.begin());
+    const std::optional<std::int64_t> result = failing.decide(arguments);
+    if (!result) response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    response.error = static_cast<std::int32_t>(std::min<std::int64_t>(result.value_or(0), 0));
+    response.val = std::max<std::int64_t>(result.value_or(0), 0);
+    return;
+  }
   if (failing.done == 0 && failing.times > 0) {
     if (failing.meanwhile) std::exchange(failing.meanwhile, nullptr)();
     --failing.times;
@@ -178,7 +198,7 @@ void answer_all(int questions, std::vector<NumberedCall>& calls) {
     check(control(questions, SECCOMP_IOCTL_NOTIF_RECV, &question), "question");
     seccomp_notif_resp response = {};
     response.id = question.id;
-    answer(find_call(calls, question.data.nr), response);
+    answer(find_call(calls, question.data.nr), question.data, response);
     check(control(questions, SECCOMP_IOCTL_NOTIF_SEND, &response), "answer");
   }
 }

@@ -2,8 +2,11 @@
 #ifndef TESTS_SUPPORT_FAILING_CALLS_H
 #define TESTS_SUPPORT_FAILING_CALLS_H
 
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <vector>
 
 namespace support {
@@ -11,6 +14,7 @@ namespace support {
 // System calls by what they do, under whatever names and numbers this machine has for it.
 enum class SystemCall {
   kAttachSharedMemory,      // shmat(2)
+  kBind,
   kChangeModeByName,        // chmod(2), fchmodat(2)
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
@@ -19,6 +23,7 @@ enum class SystemCall {
   kCopyRange,        // copy_file_range(2)
   kFork,             // all that makes a process or a thread
   kGetSharedMemory,  // shmget(2)
+  kGetSocketName,    // getsockname(2)
   kList,             // what is behind readdir(3)
   kPoll,
   kRead,
@@ -26,8 +31,15 @@ enum class SystemCall {
   kSend,     // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
   kSetOption,  // setsockopt(2)
+  kReceiveMessage,  // recvmsg(2)
+  kSendfile,
+  kSendMessage,  // sendmsg(2)
+  kSetSocketOption,
   kSocket,
 };
+
+// The arguments of a call as the kernel gets them.
+using CallArguments = std::array<std::uint64_t, 6>;
 
 struct FailingCall {
   SystemCall call;
@@ -38,6 +50,9 @@ struct FailingCall {
   // What happens meanwhile, on the caller's thread, just before the first of them fails. A thread
   // that forks may hold the allocator's lock: nothing may be allocated then.
   std::function<void()> meanwhile = {};
+  // Decides about each of them instead, on the caller's thread: gives the call's result, which is a
+  // negated errno value for a failure; or nothing, and the call is done.
+  std::function<std::optional<std::int64_t>(const CallArguments&)> decide = {};
 };
 
 // Calls `action` on a thread of its own in which the system calls fail, without doing anything, and

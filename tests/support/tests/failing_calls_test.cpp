@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -102,6 +103,19 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   }));
 }
 
+TEST_F(FailingCalls, FailUnderTheNamesOfSockets) {
+  EXPECT_TRUE(fails(SystemCall::kSocket, [] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kBind, [] { return ::bind(-1, nullptr, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kGetSocketName, [] { return ::getsockname(-1, nullptr, nullptr); }));
+  EXPECT_TRUE(fails(SystemCall::kSetSocketOption, [] {
+    const int size = 1;
+    return ::setsockopt(-1, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+  }));
+  msghdr message = {};
+  EXPECT_TRUE(fails(SystemCall::kSendMessage, [&] { return ::sendmsg(-1, &message, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kReceiveMessage, [&] { return ::recvmsg(-1, &message, 0); }));
+}
+
 TEST_F(FailingCalls, GiveZeroWithoutDoingAnythingForError0) {
   int result = -1;
   run_with_failing_calls({{SystemCall::kChangeModeByDescriptor, 0}},
@@ -147,6 +161,36 @@ TEST_F(FailingCalls, FailOnlySoManyAfterSoManyWereDone) {
   EXPECT_THAT(modes, testing::ElementsAre(0611, 0640, 0640, 0644));
   EXPECT_EQ(meanwhile, 0611U);
   EXPECT_TRUE(on_caller);
+}
+
+// By the first argument.
+TEST_F(FailingCalls, EndAsIsDecidedAboutEach) {
+  std::vector<support::CallArguments> calls;
+  const auto caller = std::this_thread::get_id();
+  bool on_caller = true;
+  const auto decide = [&](const support::CallArguments& arguments) -> std::optional<std::int64_t> {
+    calls.push_back(arguments);
+    on_caller = on_caller && std::this_thread::get_id() == caller;
+    if (arguments[0] == static_cast<unsigned>(first_)) return -EXDEV;
+    if (arguments[0] == 12345) return 6;
+    return {};
+  };
+  std::vector<int> results;
+  int error = 0;
+  run_with_failing_calls(
+      {{SystemCall::kChangeModeByDescriptor, 0, 0, 0, {}, decide}, {SystemCall::kRead, EILSEQ}},
+      [&] {
+        results.push_back(::fchmod(12345, 0600));
+        results.push_back(::fchmod(first_, 0611));
+        error = errno;
+        results.push_back(::fchmod(second_, 0622));
+      });
+  EXPECT_THAT(results, testing::ElementsAre(6, -1, 0));
+  EXPECT_EQ(error, EXDEV);
+  EXPECT_EQ(mode(), 0622U);
+  EXPECT_TRUE(on_caller);
+  ASSERT_EQ(calls.size(), 3U);
+  EXPECT_EQ(calls[1][1], 0611U);
 }
 
 TEST_F(FailingCalls, LeaveOtherCallsAndThreadsAlone) {
