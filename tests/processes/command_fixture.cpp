@@ -39,21 +39,6 @@ mode_t current_umask() {
   return mask;
 }
 
-// What a cancelled thread has to do.
-struct CancelledCall {
-  const std::function<void()>& action;
-  bool finished;
-};
-
-void* call_though_cancelled(void* data) {
-  CancelledCall& call = *static_cast<CancelledCall*>(data);
-  ::pthread_cancel(::pthread_self());
-  call.action();
-  call.finished = true;
-  ::pthread_testcancel();
-  return nullptr;
-}
-
 Probe read_report() {
   Probe probe;
   std::ifstream report(report_path);
@@ -139,16 +124,6 @@ int status_apart(const std::function<void()>& action) {
     if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "waitpid");
   }
   return status;
-}
-
-bool finishes_though_cancelled(const std::function<void()>& action) {
-  CancelledCall call = {action, false};
-  pthread_t thread = {};
-  const int error = ::pthread_create(&thread, nullptr, call_though_cancelled, &call);
-  if (error != 0) throw std::system_error(error, std::generic_category(), "pthread_create");
-  void* result = nullptr;
-  ::pthread_join(thread, &result);
-  return call.finished && result == PTHREAD_CANCELED;
 }
 
 support::LogLine err(std::string text) { return {LOG_ERR, std::move(text)}; }

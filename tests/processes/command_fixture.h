@@ -14,6 +14,7 @@
 #include <sys/types.h>
 
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 // What a started command-probe has found, by the words that begin its lines.
 struct Probe {
@@ -58,9 +59,7 @@ class CommandTest : public testing::Test {
 constexpr int kReturned = 111;
 int status_apart(const std::function<void()>& action);
 
-// Calls `action` on a thread that was cancelled just before. Whether the action came to its end
-// and the request still stood then.
-bool finishes_though_cancelled(const std::function<void()>& action);
+using support::finishes_though_cancelled;
 
 // Messages in the log.
 support::LogLine err(std::string text);

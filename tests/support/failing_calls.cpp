@@ -16,6 +16,7 @@
 #include <linux/seccomp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -30,7 +31,8 @@ using rkutils::internal::UniqueFd;
 constexpr unsigned kClone3 = 435;
 constexpr unsigned kCloseRange = 436;
 constexpr unsigned kFchmodat2 = 452;
-constexpr unsigned kPpollTime64 = 414;  // which machines of 64 bits do not have
+constexpr unsigned kPpollTime64 = 414;       // which machines of 64 bits do not have
+constexpr unsigned kSemtimedopTime64 = 420;  // likewise
 
 // The numbers that a call has. New machines lack some of the old ones; those of 32 bits have more.
 std::vector<unsigned> numbers_of(SystemCall call) {
@@ -61,6 +63,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_fork, SYS_vfork,
 #endif
           SYS_clone, kClone3};
+    case SystemCall::kGetSemaphores:
+      return {SYS_semget};
     case SystemCall::kGetSharedMemory:
       return {SYS_shmget};
     case SystemCall::kGetSocketName:
@@ -71,6 +75,20 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_getdents,
 #endif
           SYS_getdents64};
+    case SystemCall::kMapFile:
+      return {
+#ifdef SYS_mmap2
+          SYS_mmap2
+#else
+          SYS_mmap
+#endif
+      };
+    case SystemCall::kOperateSemaphores:
+      return {
+#ifdef SYS_semtimedop
+          SYS_semtimedop,
+#endif
+          SYS_semop, kSemtimedopTime64};
     case SystemCall::kPoll:
       return {
 #ifdef SYS_poll
@@ -106,6 +124,12 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {SYS_setsockopt};
     case SystemCall::kSocket:
       return {SYS_socket};
+    case SystemCall::kTruncate:
+      return {
+#ifdef SYS_ftruncate64
+          SYS_ftruncate64,
+#endif
+          SYS_ftruncate};
   }
   return {};
 }
@@ -120,6 +144,23 @@ bool is_asked_about(const FailingCall& failing) {
          failing.decide;
 }
 
+// Lets the call with this number have the verdict, and goes on with the next statement for others.
+void add_verdict(std::vector<sock_filter>& program, SystemCall call, unsigned number,
+                 unsigned verdict) {
+  constexpr unsigned kMapFlags = 3;  // the argument
+  if (call == SystemCall::kMapFile) {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 4));
+    program.push_back(
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + kMapFlags * 8));
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, MAP_ANONYMOUS, 1, 0));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, verdict));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  } else {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, verdict));
+  }
+}
+
 // The filter is for the calling thread alone, and for all of its life. Gives the descriptor that
 // its questions come from.
 UniqueFd make_fail(const std::vector<FailingCall>& calls) {
@@ -130,8 +171,7 @@ UniqueFd make_fail(const std::vector<FailingCall>& calls) {
                                  ? SECCOMP_RET_USER_NOTIF
                                  : SECCOMP_RET_ERRNO | static_cast<unsigned>(failing.error);
     for (const unsigned number : numbers_of(failing.call)) {
-      program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1));
-      program.push_back(BPF_STMT(BPF_RET | BPF_K, verdict));
+      add_verdict(program, failing.call, number, verdict);
     }
   }
   program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));

@@ -25,6 +25,14 @@ enum class SystemCall {
   kGetSharedMemory,  // shmget(2)
   kGetSocketName,    // getsockname(2)
   kList,             // what is behind readdir(3)
+  kCloseRange,         // close_range(2)
+  kCopyRange,          // copy_file_range(2)
+  kFork,               // all that makes a process or a thread
+  kGetSemaphores,      // semget(2)
+  kGetSharedMemory,    // shmget(2)
+  kList,               // what is behind readdir(3)
+  kMapFile,            // mmap(2) of a file, not of memory without one
+  kOperateSemaphores,  // semop(2), semtimedop(2)
   kPoll,
   kRead,
   kReceive,  // recv(2), recvfrom(2)
@@ -36,6 +44,7 @@ enum class SystemCall {
   kSendMessage,  // sendmsg(2)
   kSetSocketOption,
   kSocket,
+  kTruncate,  // ftruncate(2)
 };
 
 // The arguments of a call as the kernel gets them.

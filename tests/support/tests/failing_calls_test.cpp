@@ -1,8 +1,10 @@
 #include "support/failing_calls.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <ctime>
 #include <thread>
 #include <vector>
 
@@ -10,6 +12,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/mman.h>
+#include <sys/sem.h>
 #include <sys/sendfile.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
@@ -54,6 +58,11 @@ class FailingCalls : public testing::Test {
     return failed;
   }
 
+  // What mmap() gives, as a number.
+  static std::intptr_t map(std::size_t size, int flags, int file) {
+    return reinterpret_cast<std::intptr_t>(::mmap(nullptr, size, PROT_READ, flags, file, 0));
+  }
+
   static constexpr const char* kPath = "/tmp/failing-calls-test";
   int first_;
   int second_;
@@ -82,6 +91,14 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
     return child;
   }));
   EXPECT_TRUE(fails(SystemCall::kGetSharedMemory, [] { return ::shmget(IPC_PRIVATE, 4, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kGetSemaphores, [] { return ::semget(IPC_PRIVATE, 1, 0); }));
+  sembuf operation = {0, 1, IPC_NOWAIT};
+  EXPECT_TRUE(fails(SystemCall::kOperateSemaphores, [&] { return ::semop(-1, &operation, 1); }));
+  const timespec timeout = {};
+  EXPECT_TRUE(fails(SystemCall::kOperateSemaphores,
+                    [&] { return ::semtimedop(-1, &operation, 1, &timeout); }));
+  EXPECT_TRUE(fails(SystemCall::kTruncate, [&] { return ::ftruncate(first_, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kMapFile, [&] { return map(4, MAP_SHARED, first_); }));
   EXPECT_TRUE(fails(SystemCall::kAttachSharedMemory,
                     [] { return reinterpret_cast<std::intptr_t>(::shmat(-1, nullptr, 0)); }));
   EXPECT_TRUE(fails(SystemCall::kPoll, [] { return ::poll(nullptr, 0, 0); }));
@@ -122,6 +139,14 @@ TEST_F(FailingCalls, GiveZeroWithoutDoingAnythingForError0) {
                          [&] { result = ::fchmod(first_, 0644); });
   EXPECT_EQ(result, 0);
   EXPECT_EQ(mode(), 0600U);
+}
+
+TEST_F(FailingCalls, LeaveMemoryWithoutAFileAlone) {
+  EXPECT_FALSE(fails(SystemCall::kMapFile, [] {
+    const std::intptr_t address = map(4096, MAP_PRIVATE | MAP_ANONYMOUS, -1);
+    if (address != -1) ::munmap(reinterpret_cast<void*>(address), 4096);
+    return address;
+  }));
 }
 
 TEST_F(FailingCalls, FailEachWithItsOwnError) {
