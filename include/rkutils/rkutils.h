@@ -17,6 +17,7 @@
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
 #include <rkutils/route.h>
+#include <rkutils/semaphore.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 #include <rkutils/wwanmd.h>

@@ -120,6 +120,18 @@ static void interfaces(void) {
   check(strcmp(members, "") == 0, "members are emptied");
   check(card2family("em7455") == 0x40004, "a card has its family");
   check(pdb_find_provider("$(reboot)") == NULL, "no shell reads a key");
+static void locks(void) {
+  sem_options* options = sem_options_create();
+  sem_handle* handle;
+  semopt_set_consistent_mode_manual(options);
+  handle = sem_create_with_options("/c-api-test", options);
+  semopts_release(options);
+  check(sem_lock(handle) == 0 && sem_trylock(handle) == 0, "a lock is its owner's");
+  check(sem_unlock(handle) == 0 && sem_unlock(handle) == 0, "and is given back as often");
+  sem_release(handle);
+  check(sem_lock(NULL) == -1, "no handle, no lock");
+  check(acquire_lock("/tmp/c-api-test", 1) == 0, "a lock directory is made");
+  check(release_lock("/tmp/c-api-test") == 0, "and removed");
 }
 
 int main(void) {
@@ -131,5 +143,6 @@ int main(void) {
   events();
   addresses();
   interfaces();
+  locks();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 namespace {
 
@@ -24,6 +25,9 @@ static_assert(sizeof(mem_stream) == 8);
 static_assert(sizeof(String) == 4);
 static_assert(offsetof(String::StringBuffer, chars) == 12);
 static_assert(sizeof(INStringHashTable) == 12 && sizeof(INUInt32HashTable) == 12);
+static_assert(sizeof(pthread_mutex_t) == 24);  // what the shared memory of a named lock holds
+static_assert(sizeof(CSemaphore) == 4 + sizeof(std::string) + 12);
+static_assert(sizeof(CRecursiveSemaphore) == 8);
 #endif
 
 TEST(Layout, OfATimeDifference) {
@@ -147,6 +151,13 @@ TEST(Layout, OfACommandToTheModem) {
 TEST(Layout, OfAListNode) {
   static_assert(offsetof(list_node, next) == 0);
   static_assert(sizeof(list_node) == 2 * sizeof(void*));
+}
+
+TEST(Layout, OfALock) {
+  constexpr std::size_t kFields = sizeof(void*) + sizeof(std::string) + 3 * sizeof(int);
+  static_assert(sizeof(CSemaphore) - kFields < sizeof(void*));
+  static_assert(sizeof(CRecursiveSemaphore) == 2 * sizeof(void*));
+  static_assert(sizeof(CRecursiveSemaphore::CSemaphoreOptions) == 1);
 }
 
 TEST(Layout, OfAMemoryStream) {

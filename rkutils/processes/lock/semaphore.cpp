@@ -1,0 +1,142 @@
+// Locks that are semaphores of System V.
+
+#include <rkutils/internal/monotonic_clock.h>
+#include <rkutils/internal/postponed_cancellation.h>
+#include <rkutils/processes/lock/file_turn.h>
+#include <rkutils/processes/lock/uninterrupted.h>
+#include <rkutils/semaphore.h>
+
+#include <cerrno>
+#include <new>
+#include <string>
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <syslog.h>
+
+namespace {
+
+using rkutils::internal::Deadline;
+using rkutils::internal::pause_us;
+using rkutils::internal::PostponedCancellation;
+using rkutils::processes::FileTurn;
+using rkutils::processes::uninterrupted;
+
+constexpr int kNone = -1;
+constexpr int kOwnerOnly = 0600;
+// In microseconds after its creation a set is free, unless its creator is dead or starved.
+constexpr int kPatienceMs = 100;
+constexpr int kPauseUs = 1000;
+
+key_t key_of(const std::string& pathname, int project_id) noexcept {
+  constexpr unsigned kCounting = 0xFF;  // of the bits; 0 is undefined
+  if ((static_cast<unsigned>(project_id) & kCounting) == 0 ||
+      pathname.find('\0') != std::string::npos) {
+    errno = EINVAL;
+    return kNone;
+  }
+  errno = 0;
+  return ::ftok(pathname.c_str(), project_id);
+}
+
+// Adds `change` to the value as soon as it does not get below 0 by that.
+bool change_value(int id, short change, short flags) noexcept {
+  sembuf operation = {0, change, flags};
+  return uninterrupted([id, &operation] { return ::semop(id, &operation, 1); }) == 0;
+}
+
+// Whether it is as the kernel makes sets: not free, and never operated on.
+bool is_new(int id) noexcept {
+  if (::semctl(id, 0, GETVAL) != 0) return false;  // free, or removed
+  semid_ds state = {};
+  // What semctl() takes has no name that all C libraries know.
+  union {
+    int value;
+    semid_ds* state;
+  } argument = {};
+  argument.state = &state;
+  return ::semctl(id, 0, IPC_STAT, argument) == 0 && state.sem_otime == 0;
+}
+
+// Whether it still is when its creator should have freed it.
+bool stays_new(int id) noexcept {
+  const Deadline patience(kPatienceMs);
+  while (is_new(id)) {
+    if (patience.remaining_us() == 0) return true;
+    pause_us(kPauseUs);
+  }
+  return false;
+}
+
+int log_unobtained(int error) noexcept {
+  ::syslog(LOG_ERR, "CSemaphore::init() - unable to obtain semaphore-set - errno=%i", error);
+  return -1;
+}
+
+}  // namespace
+
+CSemaphore::CSemaphore(std::string const& pathname, int projectId)
+    : project_id_(projectId), key_(kNone), id_(kNone) {
+  try {
+    pathname_ = pathname;
+  } catch (const std::bad_alloc&) {
+    pathname_.clear();  // which is logged, and fails in init()
+  }
+  if (pathname_.empty()) ::syslog(LOG_ERR, "CSemaphore - constructed with empty pathname!");
+  if (project_id_ == 0) ::syslog(LOG_ERR, "CSemaphore - constructed with invalid projectID!");
+}
+
+CSemaphore::~CSemaphore() = default;
+
+int CSemaphore::init() {
+  const PostponedCancellation postponed;
+  key_ = key_of(pathname_, project_id_);
+  if (key_ == kNone) {
+    ::syslog(LOG_ERR, "CSemaphore::init() - ftok failed (errno=%i) for file %s", errno,
+             pathname_.c_str());
+    return -1;
+  }
+
+  errno = 0;
+  int id = ::semget(key_, 1, IPC_CREAT | IPC_EXCL | kOwnerOnly);
+  const bool joins = id == kNone && errno == EEXIST;
+  if (joins) id = ::semget(key_, 1, IPC_CREAT | kOwnerOnly);
+  if (id == kNone) return log_unobtained(errno);
+
+  // It is freed once, whoever else comes to it: all who have waited in vain for its creator, or that
+  // creator, after all.
+  if (!joins || stays_new(id)) {
+    const FileTurn turn(pathname_.c_str(), kPatienceMs);
+    if (is_new(id)) {
+      if (joins && turn.error() != 0) return log_unobtained(turn.error());
+      if (!change_value(id, 1, 0)) {
+        ::syslog(LOG_ERR,
+                 "CSemaphore::init() - semop() failed - unable to initialize semaphore - errno=%i",
+                 errno);
+        return -1;
+      }
+    }
+  }
+  id_ = id;
+  return 0;
+}
+
+int CSemaphore::lock() {
+  if (id_ == kNone) {
+    ::syslog(LOG_ERR, "CSemaphore::lock() - invalid semId!");
+    return -1;
+  }
+  if (change_value(id_, -1, SEM_UNDO)) return 0;
+  ::syslog(LOG_ERR, "CSemaphore::lock() - semop failed, errno=%i", errno);
+  return -1;
+}
+
+int CSemaphore::unlock() {
+  if (id_ == kNone) {
+    ::syslog(LOG_ERR, "CSemaphore::unlock() - invalid semId!");
+    return -1;
+  }
+  if (change_value(id_, 1, SEM_UNDO)) return 0;
+  ::syslog(LOG_ERR, "CSemaphore::unlock() - semop() failed errno=%i", errno);
+  return -1;
+}
