@@ -111,6 +111,8 @@ static void digital_io(void) {
   dio_setOutValueInStatus(&all.out, 9, 1);
   check(all.out.bits[1] == 1, "a value is a bit");
   check(dio_getStatus(&all) == DIO_OK && all.out.count == 0, "no driver, nothing in the status");
+}
+
 static void interfaces(void) {
   char members[16] = "text";
   check(strcmp(interfaceize("eth0"), "ETH1") == 0, "an interface has a name for users");
@@ -120,6 +122,8 @@ static void interfaces(void) {
   check(strcmp(members, "") == 0, "members are emptied");
   check(card2family("em7455") == 0x40004, "a card has its family");
   check(pdb_find_provider("$(reboot)") == NULL, "no shell reads a key");
+}
+
 static void locks(void) {
   sem_options* options = sem_options_create();
   sem_handle* handle;

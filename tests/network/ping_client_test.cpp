@@ -356,7 +356,7 @@ TEST_F(PingClientSend, FailsWhenNotAllWasSent) {
 
 TEST_F(PingClientSend, KeepsItsSocketWhenThatTakesNoHeaders) {
   PingClient client;
-  run_with_failing_calls({{SystemCall::kSetOption, EPERM}},
+  run_with_failing_calls({{SystemCall::kSetSocketOption, EPERM}},
                          [&] { EXPECT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 1); });
   EXPECT_THAT(requests(), IsEmpty());
   EXPECT_EQ(client.checkPingResponse(), kNothing);

@@ -103,21 +103,20 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_recv,
 #endif
           SYS_recvfrom};
+    case SystemCall::kReceiveMessage:
+      return {SYS_recvmsg};
     case SystemCall::kSend:
       return {
 #ifdef SYS_send
           SYS_send,
 #endif
           SYS_sendto};
-    case SystemCall::kReceiveMessage:
-      return {SYS_recvmsg};
     case SystemCall::kSendfile:
       return {
 #ifdef SYS_sendfile64
           SYS_sendfile64,
 #endif
           SYS_sendfile};
-    case SystemCall::kSetOption:
     case SystemCall::kSendMessage:
       return {SYS_sendmsg};
     case SystemCall::kSetSocketOption:

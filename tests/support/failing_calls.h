@@ -13,36 +13,29 @@ namespace support {
 
 // System calls by what they do, under whatever names and numbers this machine has for it.
 enum class SystemCall {
-  kAttachSharedMemory,      // shmat(2)
+  kAttachSharedMemory,  // shmat(2)
   kBind,
   kChangeModeByName,        // chmod(2), fchmodat(2)
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
-  kCloseRange,       // close_range(2)
-  kControl,          // ioctl(2)
-  kCopyRange,        // copy_file_range(2)
-  kFork,             // all that makes a process or a thread
-  kGetSharedMemory,  // shmget(2)
-  kGetSocketName,    // getsockname(2)
-  kList,             // what is behind readdir(3)
   kCloseRange,         // close_range(2)
+  kControl,            // ioctl(2)
   kCopyRange,          // copy_file_range(2)
   kFork,               // all that makes a process or a thread
   kGetSemaphores,      // semget(2)
   kGetSharedMemory,    // shmget(2)
+  kGetSocketName,      // getsockname(2)
   kList,               // what is behind readdir(3)
   kMapFile,            // mmap(2) of a file, not of memory without one
   kOperateSemaphores,  // semop(2), semtimedop(2)
   kPoll,
   kRead,
-  kReceive,  // recv(2), recvfrom(2)
-  kSend,     // send(2), which syslog(3) uses, too; sendto(2)
-  kSendfile,
-  kSetOption,  // setsockopt(2)
+  kReceive,         // recv(2), recvfrom(2)
   kReceiveMessage,  // recvmsg(2)
+  kSend,            // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
-  kSendMessage,  // sendmsg(2)
-  kSetSocketOption,
+  kSendMessage,      // sendmsg(2)
+  kSetSocketOption,  // setsockopt(2)
   kSocket,
   kTruncate,  // ftruncate(2)
 };
