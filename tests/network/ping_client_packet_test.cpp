@@ -64,8 +64,10 @@ class PingClientReply : public testing::Test {
     return bytes;
   }
 
+  static constexpr EchoNumbers kNumbers = {0x1234, 0xfedc};
+
   static bool is_taken(const Bytes& bytes) {
-    return has_numbers(bytes.data(), bytes.size(), {0x1234, 0xfedc});
+    return has_numbers(bytes.data(), bytes.size(), kNumbers);
   }
 };
 
@@ -98,6 +100,8 @@ TEST_F(PingClientReply, IsNotReadBeyondItsEnd) {
     for (std::size_t size = 0; size < whole.size(); ++size) {
       const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
       EXPECT_FALSE(is_taken(cut)) << words << " words, " << size << " bytes";
+      // What is behind the end does not count, even if it would be right.
+      EXPECT_FALSE(has_numbers(whole.data(), size, kNumbers)) << words << " words, " << size;
     }
   }
   EXPECT_FALSE(has_numbers(nullptr, 0, {0, 0}));

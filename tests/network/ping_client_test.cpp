@@ -29,7 +29,6 @@
 #include "support/network/echo.h"
 #include "support/network/echo_responder.h"
 #include "support/network/frame_socket.h"
-#include "support/network/host.h"
 #include "support/network/hosts_file.h"
 #include "support/network/surroundings.h"
 #include "support/open_descriptors.h"
@@ -48,7 +47,6 @@ using support::echo_in;
 using support::EchoResponder;
 using support::Frame;
 using support::FrameSocket;
-using support::Host;
 using support::HostsFile;
 using support::is_echo_request;
 using support::kIs;
