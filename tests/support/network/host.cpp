@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "support/network/interface_flags.h"
@@ -30,6 +31,15 @@ UniqueFd current_network() {
   UniqueFd network(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
   if (!network) fail("open the network namespace");
   return network;
+}
+
+// Where it is is not in everybody's PATH, and where busybox is it has one of its own, which is not
+// enough.
+std::string path_of_ip() {
+  for (const char* path : {"/usr/sbin/ip", "/sbin/ip", "/usr/bin/ip", "/bin/ip"}) {
+    if (::access(path, X_OK) == 0) return path;
+  }
+  throw std::runtime_error("there is no ip(8)");
 }
 
 }  // namespace
@@ -55,10 +65,15 @@ Host::Host() {
 Host Host::here() { return Host(current_network()); }
 
 std::string Host::ip(const std::string& commands) const {
-  // Where it is to be found is not in everybody's PATH.
+  // Kept across exec, for a program that reads it by its number.
+  const UniqueFd batch(::memfd_create("commands of ip", 0));
+  const std::string lines = commands + "\n";
+  if (!batch ||
+      ::write(batch.get(), lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) {
+    fail("write the commands of ip");
+  }
   const Outcome outcome = run([&] {
-    return run_program(
-        {"sh", "-c", "printf '%s\\n' \"$0\" | PATH=$PATH:/usr/sbin:/sbin ip -batch -", commands});
+    return run_program({path_of_ip(), "-batch", "/proc/self/fd/" + std::to_string(batch.get())});
   });
   if (outcome.status != 0) throw std::runtime_error("ip: " + commands + ": " + outcome.output);
   return outcome.output;
