@@ -21,6 +21,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "support/failing_calls.h"
@@ -55,6 +56,7 @@ using support::reply_to;
 using support::run_with_failing_calls;
 using support::Surroundings;
 using support::SystemCall;
+using testing::_;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -344,12 +346,53 @@ TEST_F(PingClientSend, KeepsItsSocketWhenTheKernelDoesNotSend) {
   EXPECT_THAT(requests(), IsEmpty());
 }
 
-// As where the interface is down.
+// Before the kernel writes its own fields.
+TEST_F(PingClientSend, HandsTheKernelTheRequestByteForByte) {
+  struct Send {
+    std::array<std::uint8_t, 28> request;
+    sockaddr_in target;
+    std::uint64_t size;
+    std::uint64_t flags;
+    std::uint64_t target_size;
+  };
+  Send seen = {};
+  const auto see = [&](const support::CallArguments& arguments) -> std::optional<std::int64_t> {
+    const auto* const request = reinterpret_cast<const void*>(std::uintptr_t(arguments[1]));
+    const auto* const target = reinterpret_cast<const void*>(std::uintptr_t(arguments[4]));
+    std::memcpy(seen.request.data(), request, seen.request.size());
+    std::memcpy(&seen.target, target, sizeof seen.target);
+    seen.size = arguments[2];
+    seen.flags = arguments[3];
+    seen.target_size = arguments[5];
+    return {};
+  };
+  PingClient client;
+  run_with_failing_calls({{SystemCall::kSend, 0, 0, 0, {}, see}},
+                         [&] { EXPECT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 0); });
+  const Members members = members_of(client);
+  EXPECT_THAT(seen.request,
+              ElementsAre(0x45, 0, 0, 28, 0, 0, 0, 0, 128, 1, 0x26, 0xdd, 10, 1, 0, 1, 10, 1, 0, 2,
+                          8, 0, _, _, members.identifier >> 8U, members.identifier & 0xffU,
+                          members.sequence >> 8U, members.sequence & 0xffU));
+  EXPECT_EQ(support::checksum_by_definition(seen.request.data(), 20), 0);
+  EXPECT_EQ(support::checksum_by_definition(seen.request.data() + 20, 8), 0);
+  EXPECT_EQ(seen.size, 28U);
+  EXPECT_EQ(seen.flags, 0U);
+  EXPECT_EQ(seen.target_size, sizeof(sockaddr_in));
+  EXPECT_EQ(seen.target.sin_family, AF_INET);
+  EXPECT_EQ(seen.target.sin_port, 0);
+  EXPECT_EQ(seen.target.sin_addr.s_addr, ::inet_addr("10.1.0.2"));
+}
+
 TEST_F(PingClientSend, FailsWhenNotAllWasSent) {
   PingClient client;
-  run_with_failing_calls({{SystemCall::kSend, 0}},
-                         [&] { EXPECT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 1); });
-  EXPECT_EQ(client.checkPingResponse(), kNothing);
+  for (const std::int64_t sent : {0, 27, -ENOBUFS}) {
+    const auto send = [&](const support::CallArguments& /*arguments*/) { return sent; };
+    run_with_failing_calls({{SystemCall::kSend, 0, 0, 0, {}, send}}, [&] {
+      EXPECT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 1) << sent;
+    });
+    EXPECT_EQ(client.checkPingResponse(), kNothing);
+  }
 }
 
 TEST_F(PingClientSend, KeepsItsSocketWhenThatTakesNoHeaders) {
