@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     if (!print_interface(interfaces, argv[i])) status = EXIT_FAILURE;
   }
-  std::printf("%d links to the outside, %s\n", wanlink_count(),
+  std::printf("links to the outside: %d, %s\n", wanlink_count(),
               interfaces.haveNetworkConnectivity() == 1 ? "connected" : "not connected");
   return status;
 }

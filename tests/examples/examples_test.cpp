@@ -110,13 +110,13 @@ TEST(InterfaceStatus, PrintsWhatIsUpAndWhatIsNot) {
   EXPECT_EQ(output,
             "LO (lo): up, 127.0.0.1/8\n"
             "BR1 (br0): down, bridges eth0 wlan0-1 \n"
-            "1 links to the outside, connected\n");
+            "links to the outside: 1, connected\n");
   EXPECT_EQ(status, 1);
 }
 
 TEST(InterfaceStatus, PrintsTheLinksAlone) {
   const auto [output, status] = run_program({built_program("examples/interface-status")});
-  EXPECT_EQ(output, "0 links to the outside, not connected\n");
+  EXPECT_EQ(output, "links to the outside: 0, not connected\n");
   EXPECT_EQ(status, 0);
 }
 

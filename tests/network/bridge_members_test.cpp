@@ -20,6 +20,7 @@
 #include "support/printing_program.h"
 #include "support/run_program.h"
 #include "support/small_stack.h"
+#include "support/syslog_collector.h"
 
 namespace {
 
@@ -62,11 +63,15 @@ Result all_of(const std::string& text) { return {static_cast<int>(text.size()), 
 class BridgeMembers : public testing::Test {
  protected:
   BridgeMembers() : descriptors_before_(support::open_descriptors()) {}
-  void TearDown() override { EXPECT_EQ(support::open_descriptors(), descriptors_before_); }
+  void TearDown() override {
+    EXPECT_THAT(log_.take(), testing::IsEmpty());
+    EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+  }
 
   const support::PrintingProgram brctl_{kBrctl};
 
  private:
+  support::SyslogCollector log_;
   const std::map<int, std::string> descriptors_before_;
 };
 

@@ -175,8 +175,14 @@ TEST_F(InterfaceizeRadio, InTwoModesCountsOneMore) {
     EXPECT_STREQ(interfaceize("wlan0-1"), "WLAN3") << status;
     EXPECT_STREQ(interfaceize("wlan1-1"), "WLAN2") << status;
     EXPECT_STREQ(interfaceize("wlan0"), "WLAN1") << status;
-    const support::KernelFolder proc("/proc");
-    proc.put("sysinfo/wlan1/type", "n");
+  }
+}
+
+TEST_F(InterfaceizeRadio, InTwoModesCountsOneMoreBehindItsNumber) {
+  const support::KernelFolder proc("/proc");
+  proc.put("sysinfo/wlan1/type", "n");
+  for (const char* status : {"dualmode", "mesh-ap", "dualmode client\n", "  mesh-ap2"}) {
+    put_status(0, status);
     EXPECT_STREQ(interfaceize("wlan0-0"), "WLAN1-1") << status;
     EXPECT_STREQ(interfaceize("wlan0-1"), "WLAN1-2") << status;
     EXPECT_STREQ(interfaceize("wlan1-1"), "WLAN2-1") << status;

@@ -21,6 +21,7 @@
 #include "support/open_descriptors.h"
 #include "support/printing_program.h"
 #include "support/small_stack.h"
+#include "support/syslog_collector.h"
 
 namespace {
 
@@ -31,11 +32,15 @@ using testing::IsEmpty;
 class PdbFindProvider : public testing::Test {
  protected:
   PdbFindProvider() : descriptors_before_(support::open_descriptors()) {}
-  void TearDown() override { EXPECT_EQ(support::open_descriptors(), descriptors_before_); }
+  void TearDown() override {
+    EXPECT_THAT(log_.take(), testing::IsEmpty());
+    EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+  }
 
   const support::PrintingProgram pdb_{"/usr/bin/pdb"};
 
  private:
+  support::SyslogCollector log_;
   const std::map<int, std::string> descriptors_before_;
 };
 

@@ -16,6 +16,7 @@
 #include "support/open_descriptors.h"
 #include "support/put_file.h"
 #include "support/small_stack.h"
+#include "support/syslog_collector.h"
 
 namespace {
 
@@ -31,13 +32,17 @@ class WanLinkTest : public testing::Test {
  protected:
   WanLinkTest() : descriptors_before_(support::open_descriptors()) {}
   ~WanLinkTest() override { fs::remove_all("/tmp/status"); }
-  void TearDown() override { EXPECT_EQ(support::open_descriptors(), descriptors_before_); }
+  void TearDown() override {
+    EXPECT_THAT(log_.take(), testing::IsEmpty());
+    EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+  }
 
   static void put_state(const std::string& link, const std::string& text) {
     put(kFolder + "/" + link + "/state", text);
   }
 
  private:
+  support::SyslogCollector log_;
   const std::map<int, std::string> descriptors_before_;
 };
 

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/sendfile.h>
@@ -77,6 +78,8 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   EXPECT_TRUE(fails(SystemCall::kChangeModeByDescriptor, [&] { return ::fchmod(first_, 0644); }));
   EXPECT_EQ(mode(), 0600U);
   EXPECT_TRUE(fails(SystemCall::kClose, [&] { return ::close(first_); }));
+  int unread = 0;
+  EXPECT_TRUE(fails(SystemCall::kControl, [&] { return ::ioctl(first_, FIONREAD, &unread); }));
   EXPECT_TRUE(fails(SystemCall::kCopyRange,
                     [&] { return ::copy_file_range(first_, nullptr, second_, nullptr, 4, 0); }));
   EXPECT_TRUE(
