@@ -5,6 +5,7 @@
 namespace bench::network {
 
 void add_address_rows();
+void add_route_rows();
 
 }  // namespace bench::network
 

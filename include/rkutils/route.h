@@ -15,8 +15,8 @@
  * locks, which other changes of interfaces may hold for some milliseconds.
  *
  * Threads and signals: there is no state, so both may be called by several threads at once. A
- * signal handler that runs meanwhile does not end a call. Not for signal handlers. A thread needs 24
- * KiB of stack.
+ * signal handler that runs meanwhile does not end a call, and a request to cancel the thread waits
+ * until it has ended. Not for signal handlers. A thread needs 24 KiB of stack.
  */
 #ifndef RKUTILS_ROUTE_H
 #define RKUTILS_ROUTE_H

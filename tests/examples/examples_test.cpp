@@ -450,6 +450,24 @@ TEST(Sms, PrintsAndRemovesWhatHasCome) {
   std::filesystem::remove_all("/var/spool/sms");
 }
 
+TEST(Routes, PrintsTheInterfaces) {
+  ASSERT_EQ(run_program({"ip", "link", "add", "wan0", "type", "bridge"}).status, 0);
+  ASSERT_EQ(run_program({"ip", "link", "set", "wan0", "up"}).status, 0);
+  ASSERT_EQ(run_program({"ip", "route", "add", "192.0.2.0/24", "dev", "wan0"}).status, 0);
+  const auto [output, status] = run_program(
+      {built_program("examples/routes"), "-b", "wan0", "192.0.2.17", "127.0.0.1", "::1"});
+  EXPECT_EQ(output, "192.0.2.17: wan0\n127.0.0.1: lo\n::1: lo\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(run_program({"ip", "link", "del", "wan0"}).status, 0);
+}
+
+TEST(Routes, TellsWhatHasNone) {
+  const auto [output, status] =
+      run_program({built_program("examples/routes"), "-x", "wan9", "198.51.100.1", "example"});
+  EXPECT_EQ(output, "wan9: no such interface\n198.51.100.1: no way there\nexample: no address\n");
+  EXPECT_EQ(status, 1);
+}
+
 class UplinkDaemon : public testing::Test {
  protected:
   UplinkDaemon() {

@@ -29,6 +29,7 @@
 #include "support/run_program.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -232,6 +233,13 @@ TEST_F(SetMultipathFlags, SendsAgainWhenASignalInterruptsIt) {
 
 TEST_F(SetMultipathFlags, NeedsNoMoreStackThanAThreadHas) {
   support::run_on_small_stack([] { EXPECT_EQ(ip_utils_set_multipath_flags("wan0", 1, 1), 0); });
+}
+
+TEST_F(SetMultipathFlags, IsDoneBeforeItsThreadIsCancelled) {
+  int result = 1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = ip_utils_set_multipath_flags("wan0", 1, 1); }));
+  EXPECT_EQ(result, 0);
 }
 
 // All of them want the same port id.

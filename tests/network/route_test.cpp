@@ -29,6 +29,7 @@
 #include "support/run_program.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -207,6 +208,13 @@ TEST_F(RouteGetInterface, WritesTheLongestName) {
 
 TEST_F(RouteGetInterface, NeedsNoMoreStackThanAThreadHas) {
   support::run_on_small_stack([] { EXPECT_EQ(look_up("127.0.0.1"), found("lo")); });
+  EXPECT_THAT(log_.take(), ElementsAre(kAsking, kAnswered));
+}
+
+TEST_F(RouteGetInterface, IsDoneBeforeItsThreadIsCancelled) {
+  Outcome outcome = {};
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { outcome = look_up("127.0.0.1"); }));
+  EXPECT_EQ(outcome, found("lo"));
   EXPECT_THAT(log_.take(), ElementsAre(kAsking, kAnswered));
 }
 

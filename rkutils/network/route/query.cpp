@@ -5,19 +5,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <sys/uio.h>
 #include <syslog.h>
 
 namespace rkutils::network::route {
 namespace {
-
-bool refuse(const char* message) noexcept {
-  ::syslog(LOG_DEBUG, "rtq: %s", message);
-  return false;
-}
 
 // The answer did not come, for the reason in errno.
 bool refuse_answer() noexcept {
@@ -60,17 +57,6 @@ bool receive(int socket, Byte (&buffer)[kSize], Datagram& datagram) noexcept {
   return true;
 }
 
-}  // namespace
-
-bool set_address(RouteQuery& query, int family, const sockaddr* record) noexcept {
-  const AddressField field = address_field(family);
-  if (!field) return false;
-  std::memcpy(query.address, bytes_of(record) + field.offset, field.size);
-  query.address_length = static_cast<int>(field.size);
-  return ::inet_ntop(family, query.address, query.address_text, sizeof query.address_text) !=
-         nullptr;
-}
-
 bool open(RouteQuery& query) noexcept {
   constexpr int kSendBuffer = 32768;
   constexpr int kReceiveBuffer = 1048576;
@@ -86,12 +72,9 @@ bool open(RouteQuery& query) noexcept {
   return true;
 }
 
-bool prepare(const RouteQuery& query, int family, RouteMessage& message) noexcept {
-  const auto length = static_cast<std::size_t>(query.address_length);
-  if (make_route_request(family, query.address, length, message)) return true;
-  return refuse("maxlen exceeded");
-}
-
+// Sends the request with the next sequence number, and puts into its place what the kernel answers.
+// Of a longer answer there is what fits; its header tells the whole length. When the answer is
+// refused, errno is the kernel's reason, or 0 if it gave none.
 bool exchange(RouteQuery& query, RouteMessage& message) noexcept {
   constexpr std::size_t kLongestDatagram = 16384;
   const int socket = query.socket.get();
@@ -113,6 +96,50 @@ bool exchange(RouteQuery& query, RouteMessage& message) noexcept {
     std::memcpy(&message, answer.data, std::min(answer.size, sizeof message));
     return true;
   }
+}
+
+// Takes the interface from what the kernel has answered, which is no error.
+bool read_answer(const RouteMessage& answer, char* interface) noexcept {
+  if (answer.header.nlmsg_type != RTM_NEWROUTE) return refuse("no route received");
+  if (answer.header.nlmsg_len < offsetof(RouteMessage, attributes)) return refuse("invalid answer");
+  if (::if_indextoname(output_interface(answer), interface) == nullptr) {
+    return refuse("no dest interface found");
+  }
+  return true;
+}
+
+}  // namespace
+
+bool refuse(const char* reason) noexcept {
+  ::syslog(LOG_DEBUG, "rtq: %s", reason);
+  return false;
+}
+
+bool set_address(RouteQuery& query, int family, const sockaddr* record) noexcept {
+  const AddressField field = address_field(family);
+  if (!field) return false;
+  std::memcpy(query.address, bytes_of(record) + field.offset, field.size);
+  query.address_length = static_cast<int>(field.size);
+  return ::inet_ntop(family, query.address, query.address_text, sizeof query.address_text) !=
+         nullptr;
+}
+
+bool prepare(const RouteQuery& query, int family, RouteMessage& message) noexcept {
+  const auto length = static_cast<std::size_t>(query.address_length);
+  if (make_route_request(family, query.address, length, message)) return true;
+  return refuse("maxlen exceeded");
+}
+
+bool look_up(RouteQuery& query, int family, char* interface) noexcept {
+  if (!open(query)) return false;
+  ::syslog(LOG_DEBUG, "looking up route for %s", query.address_text);
+  RouteMessage message;
+  if (!prepare(query, family, message) || !exchange(query, message) ||
+      !read_answer(message, interface)) {
+    return false;
+  }
+  ::syslog(LOG_DEBUG, "%s goes to %s", query.address_text, interface);
+  return true;
 }
 
 }  // namespace rkutils::network::route

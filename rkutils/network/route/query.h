@@ -1,5 +1,5 @@
-// One question to the kernel about a route, from the address to the answer. Each step logs its
-// failure, at LOG_DEBUG.
+// One question to the kernel about a route, from the address to the name of the interface. All steps
+// log their failures, at LOG_DEBUG.
 #ifndef RKUTILS_NETWORK_ROUTE_QUERY_H
 #define RKUTILS_NETWORK_ROUTE_QUERY_H
 
@@ -30,20 +30,19 @@ static_assert(offsetof(RouteQuery, address_text) == 20);
 static_assert(offsetof(RouteQuery, address) == 148);
 static_assert(offsetof(RouteQuery, address_length) == 164);
 
+// Logs why a query fails. Returns false.
+bool refuse(const char* reason) noexcept;
+
 // Takes the address of a record that is of this family, and nothing else from it. False, and nothing
 // logged, for a family that has none.
 [[nodiscard]] bool set_address(RouteQuery& query, int family, const sockaddr* record) noexcept;
 
-// Opens the socket.
-[[nodiscard]] bool open(RouteQuery& query) noexcept;
-
 // Makes the request for the query's address.
 [[nodiscard]] bool prepare(const RouteQuery& query, int family, RouteMessage& message) noexcept;
 
-// Sends the request with the next sequence number, and puts into its place what the kernel answers.
-// Of a longer answer there is what fits; its header tells the whole length. Where the kernel or a
-// system call refuses, errno tells why afterwards; otherwise it is 0.
-[[nodiscard]] bool exchange(RouteQuery& query, RouteMessage& message) noexcept;
+// Asks the kernel, over a socket that it opens, and writes the name of the interface to a buffer of
+// IF_NAMESIZE bytes.
+[[nodiscard]] bool look_up(RouteQuery& query, int family, char* interface) noexcept;
 
 }  // namespace rkutils::network::route
 

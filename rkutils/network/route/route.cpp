@@ -1,3 +1,4 @@
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/network/route/messages.h>
 #include <rkutils/network/route/netlink.h>
@@ -13,18 +14,12 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netdb.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace internal = rkutils::internal;
 namespace route = rkutils::network::route;
 
 namespace {
-
-int fail(const char* message) {
-  ::syslog(LOG_DEBUG, "rtq: %s", message);
-  return -1;
-}
 
 // The index of the interface of that name; 0 if there is none.
 unsigned index_of(const char* interface) {
@@ -33,37 +28,24 @@ unsigned index_of(const char* interface) {
   return ::if_nametoindex(interface);
 }
 
-// What the kernel has answered, in a message of its own kind: which interface.
-int read_answer(const route::RouteQuery& query, const route::RouteMessage& answer,
-                char* interface) {
-  constexpr std::size_t kFixedPart = offsetof(route::RouteMessage, attributes);
-  if (answer.header.nlmsg_type != RTM_NEWROUTE) return fail("no route received");
-  if (answer.header.nlmsg_len < kFixedPart) return fail("invalid answer");
-  if (::if_indextoname(route::output_interface(answer), interface) == nullptr) {
-    return fail("no dest interface found");
-  }
-  ::syslog(LOG_DEBUG, "%s goes to %s", query.address_text, interface);
-  return 0;
-}
-
 }  // namespace
 
 int route_get_interface(const addrinfo* address, char* interface) {
   if (address == nullptr || address->ai_addr == nullptr || interface == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
   const std::unique_ptr<route::RouteQuery> query(new (std::nothrow) route::RouteQuery);
-  if (!query) return fail("no mem for request");
+  if (!query) {
+    route::refuse("no mem for request");
+    return -1;
+  }
   if (!route::set_address(*query, address->ai_family, address->ai_addr)) return -1;
   query->sequence = static_cast<std::uint32_t>(std::time(nullptr));
-  if (!route::open(*query)) return -1;
-  ::syslog(LOG_DEBUG, "looking up route for %s", query->address_text);
-  route::RouteMessage message;
-  if (!route::prepare(*query, address->ai_family, message)) return -1;
-  if (!route::exchange(*query, message)) return -1;
-  return read_answer(*query, message, interface);
+  return route::look_up(*query, address->ai_family, interface) ? 0 : -1;
 }
 
 int ip_utils_set_multipath_flags(const char* interface, int exclude, int backup) {
   if (interface == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
   const unsigned index = index_of(interface);
   if (index == 0) return -1;
   const internal::UniqueFd socket = route::open_netlink_socket();

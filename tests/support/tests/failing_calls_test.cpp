@@ -125,7 +125,8 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
 TEST_F(FailingCalls, FailUnderTheNamesOfSockets) {
   EXPECT_TRUE(fails(SystemCall::kSocket, [] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }));
   EXPECT_TRUE(fails(SystemCall::kBind, [] { return ::bind(-1, nullptr, 0); }));
-  EXPECT_TRUE(fails(SystemCall::kGetSocketName, [] { return ::getsockname(-1, nullptr, nullptr); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kGetSocketName, [] { return ::getsockname(-1, nullptr, nullptr); }));
   EXPECT_TRUE(fails(SystemCall::kSetSocketOption, [] {
     const int size = 1;
     return ::setsockopt(-1, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
