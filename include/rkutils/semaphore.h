@@ -145,8 +145,8 @@ RK_API int release_lock(const char* path);
  * means: lock and unlock in the same process, once each.
  *
  * Each lock() and unlock() is undone at the process's end (SEM_UNDO in semop(2)): what it still
- * holds is free then. So an unlock() in another process than the lock() counts twice in the end, and
- * the lock has two places from then on. So does an unlock() of a free one.
+ * holds is free then. So an unlock() in another process than the lock() counts twice in the end:
+ * from then on two may have the lock at once.
  *
  * The key is made of parts of the file's inode and device number and of the number's low eight
  * bits: it changes when the file is replaced by another one, and two files may have the same.
@@ -284,9 +284,9 @@ class RK_API CRecursiveSemaphore {
   /*
    * The lock itself stays in the system.
    *
-   * NEVER destroy an object that a thread of this process still holds the lock through. It stays
-   * locked for ever then, for all processes, also when this one has ended; and the C library goes on
-   * using the memory, which is no longer there: the thread's next robust mutex crashes it.
+   * NEVER destroy an object while a thread of this process holds the lock through it. It stays
+   * locked for ever then, for all processes, also when this one has ended; and the C library goes
+   * on using the memory, which is no longer there: the thread's next robust mutex crashes it.
    */
   virtual ~CRecursiveSemaphore();
 

@@ -2,6 +2,7 @@
 
 #include <rkutils/event.h>
 #include <rkutils/file.h>
+#include <rkutils/semaphore.h>
 
 #include <array>
 #include <atomic>
@@ -381,6 +382,68 @@ TEST_F(ModemCommand, FailsWithoutACardOrItsDaemon) {
               ElementsAre(invalid, invalid,
                           support::LogLine{LOG_DEBUG, std::string("can't bind to wwanmd11 (") +
                                                           std::strerror(ENOENT) + ")"}));
+}
+
+class LockedRun : public testing::Test {
+ protected:
+  ~LockedRun() override { std::filesystem::remove("/dev/shm/locked-run-test"); }
+
+  static support::Outcome run(const std::string& command) {
+    return run_program({built_program("examples/locked-run"), "/locked-run-test", command});
+  }
+
+  static support::Outcome try_to_run(const std::string& command) {
+    return run_program({built_program("examples/locked-run"), "-n", "/locked-run-test", command});
+  }
+};
+
+TEST_F(LockedRun, ExitsAsTheCommandDoes) {
+  EXPECT_EQ(run("echo one").output, "one\n");
+  EXPECT_EQ(run("exit 3").status, 3);
+  EXPECT_EQ(try_to_run("exit 0").status, 0);
+}
+
+TEST_F(LockedRun, RunsOneCommandAtATime) {
+  const std::string command = "cat /tmp/running; echo 1 > /tmp/running; sleep 0.1; > /tmp/running";
+  std::ofstream("/tmp/running") << "";
+  std::array<support::Outcome, 3> outcomes;
+  std::array<std::thread, 3> threads;
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    threads[i] = std::thread([&outcomes, &command, i] { outcomes[i] = run(command); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const support::Outcome& outcome : outcomes) {
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.status, 0);
+  }
+  std::filesystem::remove("/tmp/running");
+}
+
+TEST_F(LockedRun, DoesNotWaitIfItIsNotTo) {
+  CRecursiveSemaphore lock("/locked-run-test");
+  ASSERT_EQ(lock.lock(), 0);
+  const auto [output, status] = try_to_run("true");
+  EXPECT_EQ(lock.unlock(), 0);
+  EXPECT_EQ(output, "another command is running\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(LockedRun, TellsThatTheLastOneDied) {
+  EXPECT_EQ(run("kill -9 $PPID").status, 128 + 9);
+  const auto [output, status] = run("echo two");
+  EXPECT_EQ(output, "whoever had the lock last died before its command ended\ntwo\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(run("echo three").output, "three\n");
+}
+
+TEST_F(LockedRun, FailsWithoutALock) {
+  support::SyslogCollector log;
+  const auto [output, status] =
+      run_program({built_program("examples/locked-run"), "/no/lock", "true"});
+  EXPECT_EQ(output, "no lock: see the log\n");
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(log.take(), testing::SizeIs(1));
+  EXPECT_EQ(run_program({built_program("examples/locked-run"), "-n", "/no"}).status, 1);
 }
 
 TEST(Events, RaisesAnEvent) {

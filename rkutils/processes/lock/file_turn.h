@@ -7,8 +7,8 @@
 namespace rkutils::processes {
 
 // An advisory lock on a file, from construction to destruction: for a step that one process at a
-// time may do, and that one which dies at it must not keep from the others. Others may lock the file
-// for reasons of their own, so it is not waited for without an end.
+// time may do, and that one which dies at it must not keep from the others. A program may lock the
+// file for reasons of its own, so it is not waited for without an end.
 class FileTurn {
  public:
   // Waits up to `timeout_ms`.

@@ -69,8 +69,8 @@ UniqueFd open_object(const std::string& name) noexcept {
   return object;
 }
 
-// Gives it its size, and its memory too: where the file system is full, that must not show only when
-// somebody writes, for the signal would end the process.
+// Gives it its size, and its memory too: a full file system must not show only when somebody writes
+// to the mutex, for that would be a signal and the end of the process.
 bool take_memory(int object) noexcept {
   static constexpr unsigned char kZeros[kObjectSize] = {};
   if (uninterrupted([object] { return ::ftruncate(object, kObjectSize); }) != 0) return false;

@@ -103,8 +103,8 @@ int CSemaphore::init() {
   if (joins) id = ::semget(key_, 1, IPC_CREAT | kOwnerOnly);
   if (id == kNone) return log_unobtained(errno);
 
-  // It is freed once, whoever else comes to it: all who have waited in vain for its creator, or that
-  // creator, after all.
+  // It is freed once, whoever else comes to it: others who have waited in vain for its creator, or
+  // that creator, after all.
   if (!joins || stays_new(id)) {
     const FileTurn turn(pathname_.c_str(), kPatienceMs);
     if (is_new(id)) {
@@ -121,6 +121,8 @@ int CSemaphore::init() {
   return 0;
 }
 
+// Programs call these as they are declared, not const.
+// NOLINTBEGIN(readability-make-member-function-const)
 int CSemaphore::lock() {
   if (id_ == kNone) {
     ::syslog(LOG_ERR, "CSemaphore::lock() - invalid semId!");
@@ -140,3 +142,4 @@ int CSemaphore::unlock() {
   ::syslog(LOG_ERR, "CSemaphore::unlock() - semop() failed errno=%i", errno);
   return -1;
 }
+// NOLINTEND(readability-make-member-function-const)
