@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -64,7 +65,7 @@ TEST_F(DioCount, OfAFailedScanIsThatOfTheLastTime) {
   driver().add("din4");
   driver().add("dout3");
   for (const auto& [count, last] :
-       {std::pair(dio_count, 5U), {dio_roCount, 3U}, {dio_rwCount, 2U}}) {
+       {std::pair(&dio_count, 5U), {dio_roCount, 3U}, {dio_rwCount, 2U}}) {
     driver().take_operations();
     driver().fail("opendir", ".", EACCES);
     errno = 0;

@@ -7,6 +7,7 @@
 using support::DioOperation;
 using support::LogLine;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -51,7 +52,9 @@ std::vector<DioOperation> use_of(const std::string& path, const std::string& acc
 testing::Matcher<const std::string&> assertion(const std::string& condition,
                                                const std::string& source,
                                                const std::string& function) {
-  return AllOf(HasSubstr(condition), HasSubstr(source + ":"), HasSubstr(" " + function + ":"));
+  return AllOf(AnyOf(HasSubstr("Assertion `" + condition + "' failed."),
+                     HasSubstr("Assertion failed: " + condition + " (")),
+               HasSubstr(source + ":"), HasSubstr(" " + function + ":"));
 }
 
 void DioLogTest::TearDown() {

@@ -36,7 +36,7 @@ uint32_t outputs();
 std::vector<support::DioOperation> use_of(const std::string& path, const std::string& access,
                                           const std::vector<support::DioOperation>& operations);
 
-// The report of a failed assertion, in the order of either C library.
+// The report of a failed assertion, as either C library writes it.
 testing::Matcher<const std::string&> assertion(const std::string& condition,
                                                const std::string& source,
                                                const std::string& function);

@@ -3,13 +3,12 @@
 #include <cerrno>
 #include <climits>
 #include <string>
+#include <utility>
 
 #include "dio_fixture.h"
 #include "support/small_stack.h"
 
 namespace {
-
-using namespace std::string_literals;
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;

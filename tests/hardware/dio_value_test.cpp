@@ -6,6 +6,7 @@
 #include <climits>
 #include <csignal>
 #include <string>
+#include <utility>
 
 #include "dio_fixture.h"
 

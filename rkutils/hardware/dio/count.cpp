@@ -61,12 +61,11 @@ const dirent* next_entry(DIR* folder) noexcept {
   }
 }
 
-// False, with errno, when the driver's folder cannot be listed to its end.
+// Adds to `count`. False, with errno, when the driver's folder cannot be listed to its end.
 bool count_entries(const char* prefix, std::uint32_t& count) noexcept {
   const UniqueDir folder = open_driver_folder();
   if (!folder) return false;
   const std::size_t length = std::strlen(prefix);
-  count = 0;
   while (const dirent* const entry = next_entry(folder.get())) {
     if (dio_isDioDirent(entry, prefix, length)) ++count;
   }
@@ -77,12 +76,9 @@ bool count_entries(const char* prefix, std::uint32_t& count) noexcept {
 // nothing changes.
 bool recount(const char* prefix, std::atomic<std::uint32_t>& remembered) noexcept {
   std::uint32_t count = 0;
-  if (!count_entries(prefix, count)) {
-    if (errno != ENOENT) {
-      log_failed_call("scandir", kDriverFolder);
-      return false;
-    }
-    count = 0;
+  if (!count_entries(prefix, count) && errno != ENOENT) {
+    log_failed_call("scandir", kDriverFolder);
+    return false;
   }
   remembered.store(count, std::memory_order_relaxed);
   return true;

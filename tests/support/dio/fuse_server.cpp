@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace stand_in {
@@ -48,6 +47,8 @@ std::string name_in(std::string_view body) { return std::string(body.substr(0, b
 bool has_reply(std::uint32_t operation) {
   return operation != FUSE_FORGET && operation != FUSE_BATCH_FORGET && operation != FUSE_INTERRUPT;
 }
+
+static_assert(sizeof(fuse_dirent) == FUSE_NAME_OFFSET, "the name follows");
 
 // How readdir() tells what an entry is.
 std::uint32_t entry_type(mode_t mode) { return (mode & S_IFMT) >> 12U; }
@@ -90,7 +91,7 @@ bool FuseServer::serve() {
 
 std::string FuseServer::answer(const fuse_in_header& header, std::string_view body) {
   if (header.opcode == FUSE_INIT) return answer_init(body);
-  const std::string path = paths_.at(header.nodeid);
+  const std::string path = paths_.at(static_cast<std::size_t>(header.nodeid));
   switch (header.opcode) {
     case FUSE_LOOKUP:
       return answer_lookup(join(path, name_in(body)));
@@ -149,7 +150,7 @@ std::string FuseServer::answer_list(const std::string& path, std::string_view bo
   const fuse_read_in in = take<fuse_read_in>(body);
   const std::vector<FuseEntry> entries = files_.list(path);
   std::string out;
-  for (std::size_t i = in.offset; i < entries.size(); ++i) {
+  for (auto i = static_cast<std::size_t>(in.offset); i < entries.size(); ++i) {
     const auto& [name, mode] = entries[i];
     fuse_dirent entry = {};
     entry.ino = node_of(join(path, name), mode);
@@ -157,11 +158,9 @@ std::string FuseServer::answer_list(const std::string& path, std::string_view bo
     entry.namelen = static_cast<std::uint32_t>(name.size());
     entry.type = entry_type(mode);
     const std::size_t begin = out.size();
-    const std::size_t length = FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET + name.size());
+    const std::size_t length = FUSE_DIRENT_ALIGN(sizeof entry + name.size());
     if (begin + length > in.size) break;
-    // The name comes in the place of the structure's padding.
-    out += bytes_of(entry).substr(0, FUSE_NAME_OFFSET) + name;
-    out.resize(begin + length);
+    out.append(bytes_of(entry)).append(name).resize(begin + length);
   }
   return out;
 }
@@ -169,8 +168,8 @@ std::string FuseServer::answer_list(const std::string& path, std::string_view bo
 std::string FuseServer::answer_read(const std::string& path, std::string_view body) {
   const fuse_read_in in = take<fuse_read_in>(body);
   const std::string contents = files_.read(path);
-  const std::size_t begin = std::min<std::size_t>(in.offset, contents.size());
-  return contents.substr(begin, in.size);
+  const auto begin = std::min<std::uint64_t>(in.offset, contents.size());
+  return contents.substr(static_cast<std::size_t>(begin), in.size);
 }
 
 std::string FuseServer::answer_write(const std::string& path, std::string_view body) {
@@ -197,8 +196,8 @@ fuse_attr FuseServer::attributes_of(const std::string& path, mode_t mode) {
   attributes.ino = node_of(path, mode);
   attributes.mode = mode;
   attributes.nlink = S_ISDIR(mode) ? 2 : 1;
-  attributes.size =
-      S_ISDIR(mode) ? 0 : kLargestWrite;  // as files of drivers say, whatever they hold
+  // As files of drivers say, whatever they hold.
+  if (S_ISREG(mode)) attributes.size = kLargestWrite;
   attributes.blksize = kLargestWrite;
   return attributes;
 }
