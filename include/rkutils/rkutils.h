@@ -25,7 +25,9 @@
 #ifdef __cplusplus
 #include <rkutils/config_daemon_client.h>
 #include <rkutils/config_reader.h>
+#include <rkutils/hash_context.h>
 #include <rkutils/hash_table.h>
+#include <rkutils/hmac_context.h>
 #include <rkutils/ip_address.h>
 #include <rkutils/ping_client.h>
 #include <rkutils/simple_sms.h>

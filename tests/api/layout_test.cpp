@@ -28,6 +28,8 @@ static_assert(sizeof(INStringHashTable) == 12 && sizeof(INUInt32HashTable) == 12
 static_assert(sizeof(pthread_mutex_t) == 24);  // what the shared memory of a named lock holds
 static_assert(sizeof(CSemaphore) == 4 + sizeof(std::string) + 12);
 static_assert(sizeof(CRecursiveSemaphore) == 8);
+static_assert(sizeof(Md5HashContext) == 96 && sizeof(Sha1HashContext) == 100);
+static_assert(sizeof(HmacContext) == 140);
 #endif
 
 TEST(Layout, OfATimeDifference) {
@@ -47,6 +49,16 @@ TEST(Layout, OfAString) {
 TEST(Layout, OfAHashTable) {
   static_assert(sizeof(INStringHashTable) == sizeof(void*) + 8);
   static_assert(sizeof(INUInt32HashTable) == sizeof(void*) + 8);
+}
+
+// What members come behind the table of virtual ones is in the tests of the classes.
+TEST(Layout, OfADigest) {
+  constexpr auto kSize = [](std::size_t members) {
+    return (sizeof(void*) + members + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*);
+  };
+  static_assert(sizeof(Md5HashContext) == kSize(16 + 8 + 64 + 4));
+  static_assert(sizeof(Sha1HashContext) == kSize(20 + 8 + 64 + 4));
+  static_assert(sizeof(HmacContext) == kSize(sizeof(void*) + 64 + 64 + 4));
 }
 
 TEST(Layout, OfAnEvent) {

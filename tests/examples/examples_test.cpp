@@ -75,6 +75,48 @@ TEST(ShowFiles, TakesNamesWithoutAFolderAndMayHaveNone) {
   EXPECT_EQ(other, 0);
 }
 
+TEST(FileDigests, PrintsTheDigestsOfFiles) {
+  support::put("/tmp/abc", "abc");
+  support::put("/tmp/zero", std::string(10000, '0'));
+  const auto [md5, md5_status] =
+      run_program({built_program("examples/file-digests"), "md5", "/tmp/abc", "/tmp/zero"});
+  EXPECT_EQ(md5,
+            "900150983cd24fb0d6963f7d28e17f72  /tmp/abc\n"
+            "45b565af28a2998fa8d5dae7eb6e660e  /tmp/zero\n");
+  EXPECT_EQ(md5_status, 0);
+  const auto [sha1, sha1_status] =
+      run_program({built_program("examples/file-digests"), "sha1", "/tmp/abc"});
+  EXPECT_EQ(sha1, "a9993e364706816aba3e25717850c26c9cd0d89d  /tmp/abc\n");
+  EXPECT_EQ(sha1_status, 0);
+}
+
+TEST(FileDigests, PrintsCodesOfFilesWithAKey) {
+  support::put("/tmp/question", "what do ya want for nothing?");
+  const auto [md5, md5_status] = run_program({built_program("examples/file-digests"), "hmac-md5",
+                                              "Jefe", "/tmp/question", "/tmp/question"});
+  EXPECT_EQ(md5,
+            "750c783e6ab0b503eaa86e310a5db738  /tmp/question\n"
+            "750c783e6ab0b503eaa86e310a5db738  /tmp/question\n");
+  EXPECT_EQ(md5_status, 0);
+  const auto [sha1, sha1_status] =
+      run_program({built_program("examples/file-digests"), "hmac-sha1", "Jefe", "/tmp/question"});
+  EXPECT_EQ(sha1, "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79  /tmp/question\n");
+  EXPECT_EQ(sha1_status, 0);
+}
+
+TEST(FileDigests, FailsWithoutAFileOrADigest) {
+  const auto [output, status] = run_program(
+      {built_program("examples/file-digests"), "md5", "/tmp", "/tmp/missing", "/dev/null"});
+  EXPECT_EQ(output,
+            "file-digests: cannot read /tmp\n"
+            "file-digests: cannot read /tmp/missing\n"
+            "d41d8cd98f00b204e9800998ecf8427e  /dev/null\n");
+  EXPECT_EQ(status, 1);
+  for (const char* what : {"", "sha2", "hmac-", "hmac-md5"}) {
+    EXPECT_EQ(run_program({built_program("examples/file-digests"), what}).status, 1) << what;
+  }
+}
+
 TEST(AddressRoles, PrintsWhatEachIs) {
   const auto [output, status] =
       run_program({built_program("examples/address-roles"), "192.168.1.1/24", "192.168.1.0/24",

@@ -1,0 +1,3 @@
+#include <rkutils/hash_context.h>
+
+HashContext::~HashContext() = default;
