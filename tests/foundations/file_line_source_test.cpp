@@ -109,9 +109,11 @@ TEST_F(LineSourceTest, GivesSingleBytesAsPieces) {
 }
 
 TEST_F(LineSourceTest, GivesWhatFgetsGivesForLinesOfEveryLengthAnywhereInItsBuffer) {
+  int number = 0;
   for (const std::size_t before : {0U, 1U, 1000U, 3070U, 4090U}) {
     for (std::size_t length = 0; length < 2080; ++length) {
       if (length == 30 || length == 1060) length += 960;
+      if (number++ % support::stride() != 0) continue;
       put(at("a"), std::string(before, '\n') + std::string(length, 'x') + "\nlast");
       ASSERT_EQ(pieces_of(at("a")), fgets_of(at("a"))) << before << " and " << length;
     }

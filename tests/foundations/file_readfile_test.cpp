@@ -17,6 +17,7 @@
 #include "support/case_name.h"
 #include "support/failing_calls.h"
 #include "support/open_descriptors.h"
+#include "support/rounds.h"
 
 namespace {
 
@@ -96,10 +97,12 @@ std::string text_by_fgets(const std::string& path, std::size_t size) {
 
 TEST_F(ReadfileR, AgreesWithFgetsOnEveryShortFile) {
   const std::string alphabet = "ab\0\n"s;
-  constexpr std::size_t kFiles = 1024;  // each of five characters is one of four
-  for (std::size_t number = 0; number < kFiles; ++number) {
+  constexpr int kFiles = 1024;  // each of five characters is one of four
+  for (int number = 0; number < kFiles; number += support::stride()) {
     std::string file;
-    for (std::size_t i = 0, rest = number; i < 5; ++i, rest /= 4) file += alphabet[rest % 4];
+    for (int i = 0, rest = number; i < 5; ++i, rest /= 4) {
+      file += alphabet[static_cast<std::size_t>(rest % 4)];
+    }
     file += "c\nd";
     put(at("one"), file);
     for (const std::size_t size : {2U, 4U, 5U, 16U}) {

@@ -138,7 +138,8 @@ TEST(I32toa, WritesEdgesAndSamplesInEachBase) {
 
 TEST(I16toa, WritesEveryValueInEachBase) {
   char buffer[34];
-  for (std::uint32_t value = 0; value <= 0xffff; ++value) {
+  const auto stride = static_cast<std::uint32_t>(support::stride());
+  for (std::uint32_t value = 0; value <= 0xffff; value += stride) {
     const auto number = static_cast<std::int16_t>(value);
     for (const int base : kBases) {
       ASSERT_EQ(u_i16toa(static_cast<std::uint16_t>(value), buffer, base), by_rules(value, base));
@@ -425,8 +426,10 @@ std::string dump_by_rules(std::uint32_t byte_count, std::uint32_t bytes_per_line
 }
 
 TEST(DataChunk2String, EndsLinesOfEveryLength) {
+  int number = 0;
   for (std::uint32_t byte_count = 0; byte_count <= 128; ++byte_count) {
     for (std::uint32_t per_line = 0; per_line <= 130; ++per_line) {
+      if (number++ % support::stride() != 0) continue;
       ASSERT_EQ(dump(byte_count, per_line), dump_by_rules(byte_count, per_line))
           << byte_count << ' ' << per_line;
     }

@@ -15,6 +15,7 @@
 #include "near_quads.h"
 #include "support/open_descriptors.h"
 #include "support/put_file.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
 
@@ -31,7 +32,7 @@ std::string text_of(const Record& record) {
 
 TEST(Addr2Str, WritesWhatTheCLibraryDoes) {
   std::mt19937 random(1);
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = support::rounds(20000); i > 0; --i) {
     Record v4 = ipv4("0.0.0.0");
     Record v6 = ipv6("::");
     const auto number = static_cast<std::uint32_t>(random());
@@ -115,7 +116,7 @@ TEST(Str2Addr4, RefusesIpv6) {
 TEST(Str2Addr6, TakesWhatTheCLibraryTakes) {
   std::mt19937 random(1);
   const std::string characters = "0123456789abcdefABCDEF:::::.g %/";
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = support::rounds(100000); i > 0; --i) {
     char text[ADDRESS_TEXT_SIZE];
     unsigned char address[16];
     for (unsigned char& byte : address) {

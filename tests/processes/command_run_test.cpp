@@ -2,6 +2,7 @@
 
 #include <rkutils/command.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -22,6 +23,7 @@
 #include "support/in_child.h"
 #include "support/interruption.h"
 #include "support/put_file.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 
 namespace {
@@ -256,7 +258,7 @@ TEST_F(ExecCommand, NoSignalHandlerRunsInTheChild) {
     ::signal(SIGURG, SIG_IGN);
     for (;;) ::kill(0, SIGURG);
   }
-  for (int i = 0; i < 200; ++i) EXPECT_EQ(run_command("exit 4", 0), 4);
+  for (int i = support::rounds(200); i > 0; --i) EXPECT_EQ(run_command("exit 4", 0), 4);
   ::kill(storm, SIGKILL);
   ::waitpid(storm, nullptr, 0);
   ::signal(SIGURG, SIG_DFL);
@@ -293,7 +295,7 @@ TEST_F(ExecCommand, RunsInSeveralThreadsAtOnce) {
     threads[i] = std::thread([&wrong, i] {
       const int status = static_cast<int>(i) + 1;
       const std::string command = "exit " + std::to_string(status);
-      for (int round = 0; round < 25; ++round)
+      for (int round = std::max(5, support::rounds(25)); round > 0; --round)
         wrong[i] += run_command(command.c_str(), 0) != status;
     });
   }

@@ -5,10 +5,11 @@
 
 namespace support {
 
-int rounds(int many) {
+int rounds(int many) { return std::max(1, many / stride()); }
+
+int stride() {
   const char* const fewer = std::getenv("RKUTILS_FEWER_ROUNDS");
-  if (fewer == nullptr) return many;
-  return std::max(1, many / std::max(1, std::atoi(fewer)));
+  return fewer == nullptr ? 1 : std::max(1, std::atoi(fewer));
 }
 
 }  // namespace support

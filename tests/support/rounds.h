@@ -9,6 +9,10 @@ namespace support {
 // some fifty times slower than the machine that builds.
 int rounds(int many);
 
+// For tests that go through everything of a kind: how far it is from one that is tried to the next,
+// 1 or N.
+int stride();
+
 }  // namespace support
 
 #endif
