@@ -15,8 +15,6 @@ namespace support {
 enum class SystemCall {
   kAttachSharedMemory,  // shmat(2)
   kBind,
-  kAttachSharedMemory,      // shmat(2)
-  kBind,                    // bind(2)
   kChangeModeByName,        // chmod(2), fchmodat(2)
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
