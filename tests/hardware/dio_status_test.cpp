@@ -423,6 +423,17 @@ TEST_F(DioGetStatusFolders, HasThreeMoreInTheByteThatFollows) {
   EXPECT_THAT(record.next, ElementsAre(5, 0, 0, 0));
 }
 
+TEST_F(DioGetStatusFolders, IsSwitchedFromTheByteThatFollows) {
+  make("dout", 99, {96, 97, 99});
+  Followed record = {{99, {}}, {0x02, 0xFF, 0xFF, 0xFF}};
+  EXPECT_EQ(dio_setStatusOut(&record.status), DIO_OK);
+  for (const auto& [number, expected] : {std::pair(96U, 0), {97U, 0}, {98U, 1}, {99U, 0}}) {
+    unsigned char value = 77;
+    EXPECT_EQ(dio_rwValue(number, &value), DIO_OK);
+    EXPECT_EQ(value, expected) << number;
+  }
+}
+
 TEST_F(DioGetStatusFolders, HasTheTrueCountOfOutputsBehindThreeMoreInputs) {
   make("din", 99, {97, 98, 99});
   make("dout", 2, {2});
