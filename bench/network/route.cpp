@@ -150,7 +150,9 @@ bool open_and_exchange(Request& request, std::array<char, 16384>& answer) {
   socklen_t length = sizeof local;
   ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
   ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
-  ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local);
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+    return false;
+  }
   ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&local), &length);
   ::syslog(LOG_DEBUG, "looking up route for %s", kAddress);
   return exchange(socket.get(), request, answer);

@@ -16,7 +16,7 @@
  *
  * Threads and signals: there is no state, so both may be called by several threads at once. A
  * signal handler that runs meanwhile does not end a call, and a request to cancel the thread waits
- * until it has ended. Not for signal handlers. A thread needs 24 KiB of stack.
+ * until it has ended. Not for signal handlers. They need some 24 KiB of stack.
  */
 #ifndef RKUTILS_ROUTE_H
 #define RKUTILS_ROUTE_H

@@ -34,7 +34,6 @@
 namespace {
 
 using namespace netlink_bytes;
-using netlink_calls::Sent;
 using netlink_calls::Witness;
 using rkutils::internal::UniqueFd;
 using support::FailingCall;
@@ -197,7 +196,7 @@ TEST_F(SetMultipathFlags, SendsEvenIfItsPortIdIsTaken) {
   FailingCall sending = {SystemCall::kSendMessage, 0};
   sending.decide = [&](const support::CallArguments& arguments) {
     results.push_back(::sendmsg(static_cast<int>(arguments[0]),
-                                reinterpret_cast<const msghdr*>(arguments[1]),
+                                netlink_calls::pointer_to<const msghdr>(arguments[1]),
                                 static_cast<int>(arguments[2])));
     return std::optional<std::int64_t>(results.back());
   };

@@ -13,12 +13,6 @@ using support::CallArguments;
 using support::FailingCall;
 using support::SystemCall;
 
-// The caller waits meanwhile, so that its memory can be read and written here.
-template <typename Type>
-Type* pointer_to(std::uint64_t argument) {
-  return reinterpret_cast<Type*>(static_cast<std::uintptr_t>(argument));
-}
-
 std::string copy(const void* bytes, std::size_t size) {
   return std::string(static_cast<const char*>(bytes), size);
 }
@@ -79,7 +73,8 @@ std::vector<FailingCall> Witness::watching_calls() {
   }));
   calls.push_back(decided(SystemCall::kBind, [this](const CallArguments& arguments) {
     if (is_netlink(static_cast<int>(arguments[0]))) {
-      bound.push_back(copy(pointer_to<const void>(arguments[1]), arguments[2]));
+      bound.push_back(
+          copy(pointer_to<const void>(arguments[1]), static_cast<std::size_t>(arguments[2])));
     }
     return std::optional<std::int64_t>();
   }));

@@ -55,7 +55,7 @@ class Networks {
         bytes[static_cast<std::size_t>(bit / 8)] &=
             static_cast<unsigned char>(~(0x80U >> static_cast<unsigned>(bit % 8)));
       }
-      const std::string network = text_of(bytes) + "/" + std::to_string(length);
+      std::string network = text_of(bytes) + "/" + std::to_string(length);
       if (taken_.insert(network).second) {
         networks_.push_back({bytes, length});
         return network;

@@ -36,6 +36,7 @@ namespace {
 using namespace netlink_bytes;
 using netlink_calls::Answer;
 using netlink_calls::Option;
+using netlink_calls::pointer_to;
 using netlink_calls::Received;
 using netlink_calls::Sent;
 using netlink_calls::Witness;
@@ -73,7 +74,7 @@ class RouteGetInterface : public testing::Test {
   }
 
   // Looks 127.0.0.1 up while these calls fail.
-  static Outcome look_up_with(std::vector<FailingCall> failing) {
+  static Outcome look_up_with(const std::vector<FailingCall>& failing) {
     Outcome outcome = {};
     support::run_with_failing_calls(failing, [&] { outcome = look_up("127.0.0.1"); });
     return outcome;
@@ -279,10 +280,10 @@ TEST_F(RouteGetInterface, IsMinus1WhenTheSocketCannotBeMadeReady) {
 FailingCall with_local_address(sa_family_t family, socklen_t length) {
   FailingCall call = {SystemCall::kGetSocketName, 0};
   call.decide = [=](const CallArguments& arguments) {
-    auto* const address = reinterpret_cast<sockaddr_nl*>(arguments[1]);
+    auto* const address = pointer_to<sockaddr_nl>(arguments[1]);
     address->nl_family = family;
     address->nl_pid = 4711;
-    *reinterpret_cast<socklen_t*>(arguments[2]) = length;
+    *pointer_to<socklen_t>(arguments[2]) = length;
     return std::optional<std::int64_t>(0);
   };
   return call;
