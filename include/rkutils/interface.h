@@ -64,8 +64,9 @@ class RK_API IpInterfaceStatus {
 
   /*
    * Whether the text is found in the name of an interface: 1 or 0. NOT ONLY AS ALL OF IT: with
-   * "eth0" there, "eth", "th0" and the empty text are found too. Labels of addresses count like
-   * names. 0 also when the interfaces cannot be listed.
+   * "eth0" there, "eth", "th0" and the empty text are found too. All characters of the text count,
+   * however many, and labels of addresses count like names. 0 also when the interfaces cannot be
+   * listed.
    */
   int isInterfaceAvailable(char const* name) const;
 

@@ -1,11 +1,13 @@
 // Interfaces by the names that are shown to users.
 
+#include <rkutils/export.h>
 #include <rkutils/file.h>
 #include <rkutils/foundations/text/ascii.h>
 #include <rkutils/foundations/text/prefix.h>
 #include <rkutils/interface.h>
 #include <rkutils/text.h>
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -61,29 +63,30 @@ KernelName::KernelName(const char* name) : length(std::strlen(name)) {
 // The text that is shown, cut where there is no more room.
 class Display {
  public:
-  void show(const char* text) { std::snprintf(text_, sizeof text_, "%s", text); }
-  void show(const char* text, int number) {
-    std::snprintf(text_, sizeof text_, "%s%d", text, number);
-  }
-  void show(const char* text, int number, int second) {
-    std::snprintf(text_, sizeof text_, "%s%d-%d", text, number, second);
-  }
+  void show(const char* format, ...) RK_PRINTF(2, 3);
   char* text() { return text_; }
 
  private:
   char text_[kDisplaySize];
 };
 
+void Display::show(const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  std::vsnprintf(text_, sizeof text_, format, values);
+  va_end(values);
+}
+
 // A long name is one of PPPoE, whatever makes it long. The kernel's are shorter, but programs may
 // ask for others and know what comes out.
 void show_ppp(Display& display, const KernelName& name) {
   const int unit = name.first.value();
   if (unit >= 10 && unit <= 19) {
-    display.show("SERIAL", unit - 9);
+    display.show("SERIAL%d", unit - 9);
   } else if (name.length >= 20 && name.length <= 29) {
-    display.show("PPPOE", unit - 19);
+    display.show("PPPOE%d", unit - 19);
   } else {
-    display.show("PPP", unit + 1);
+    display.show("PPP%d", unit + 1);
   }
 }
 
@@ -95,23 +98,23 @@ void show_wireless(Display& display, const char* prefix, int radio, int network)
   const char* const status = readfile(path);
   const int more = begins_with(status, "dualmode") || begins_with(status, "mesh-ap") ? 1 : 0;
   if (has_second_radio) {
-    display.show(prefix, radio + 1, network + more);
+    display.show("%s%d-%d", prefix, radio + 1, network + more);
   } else {
-    display.show(prefix, network + 1 + more);
+    display.show("%s%d", prefix, network + 1 + more);
   }
 }
 
 void show(Display& display, KernelName name) {
-  if (name.first.is_empty()) return display.show(strtoupper(name.prefix));
+  if (name.first.is_empty()) return display.show("%s", strtoupper(name.prefix));
   if (std::strcmp(name.prefix, "ppp") == 0) return show_ppp(display, name);
   const int number = name.first.value();
-  if (std::strcmp(name.prefix, "gretun") == 0) return display.show("GRE", number + 1);
+  if (std::strcmp(name.prefix, "gretun") == 0) return display.show("GRE%d", number + 1);
   const bool is_wireless = begins_with(name.prefix, "wlan");
   const char* const prefix = strtoupper(name.prefix);
-  if (name.second.is_empty()) return display.show(prefix, number + 1);
+  if (name.second.is_empty()) return display.show("%s%d", prefix, number + 1);
   const int second = name.second.value();
   if (is_wireless) return show_wireless(display, prefix, number, second);
-  display.show(prefix, number + 1, second + 1);
+  display.show("%s%d-%d", prefix, number + 1, second + 1);
 }
 
 }  // namespace
