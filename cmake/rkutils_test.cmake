@@ -8,6 +8,7 @@
 #
 # OUTSIDE leaves the test on the host, where it must not change anything.
 # SHARED loads the shared library on the board too, see below; for tests of plain functions.
+# SOURCES are compiled once for all the tests that name them.
 # LAYERS gives the test the internals of these layers, which the library does not export.
 # USES names the libraries of others that the test calls itself (rkutils_dependencies.cmake).
 
@@ -16,12 +17,36 @@
 
 # The cross compiler puts a C++ runtime into every shared library, and an exception of one runtime is
 # not caught by type in another. So programs that test the classes link the static library there.
+
 # What runs longer than this hangs.
 set(RKUTILS_TEST_TIMEOUT 120)
 
+# The flags of test programs. The library under test is optimised as it is shipped, but what tests it is
+# compiled in half the time when it is not. FORTIFY needs optimised code.
+add_library(rkutils_not_optimised INTERFACE)
+if(NOT CMAKE_CROSSCOMPILING)
+  target_compile_options(rkutils_not_optimised INTERFACE -O0 "SHELL:-U _FORTIFY_SOURCE")
+endif()
+add_library(rkutils_test_flags INTERFACE)
+target_link_libraries(rkutils_test_flags INTERFACE rkutils_warnings rkutils_hardening
+                                                   rkutils_sanitizers rkutils_not_optimised)
+
+# Sets a variable to the objects of a source that several tests may share. They are others for tests that
+# see other headers.
+function(rkutils_shared_objects variable source layers uses)
+  get_filename_component(path "${source}" ABSOLUTE)
+  file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}/tests" "${path}")
+  string(MAKE_C_IDENTIFIER "${name};${layers};${uses}" name)
+  if(NOT TARGET ${name})
+    add_library(${name} OBJECT "${path}")
+    target_link_libraries(${name} PRIVATE ${layers} rkutils::rkutils ${uses} rkutils_testing
+                                          rkutils_test_flags)
+  endif()
+  set(${variable} $<TARGET_OBJECTS:${name}> PARENT_SCOPE)
+endfunction()
+
 function(rkutils_test name)
   cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
-  add_executable(${name} ${name}.cpp ${TEST_SOURCES})
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
   set(library rkutils::rkutils)
   set(uses_prefix rkutils_)
@@ -34,9 +59,13 @@ function(rkutils_test name)
   if(TEST_OUTSIDE)
     set(testing rkutils_testing_outside)
   endif()
-  target_link_libraries(
-    ${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing} rkutils_warnings
-                    rkutils_hardening rkutils_sanitizers)
+  add_executable(${name} ${name}.cpp)
+  foreach(source IN LISTS TEST_SOURCES)
+    rkutils_shared_objects(objects "${source}" "${TEST_LAYERS}" "${TEST_USES}")
+    target_sources(${name} PRIVATE ${objects})
+  endforeach()
+  target_link_libraries(${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
+                                        rkutils_test_flags)
   gtest_discover_tests(
     ${name}
     NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
