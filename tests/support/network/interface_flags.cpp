@@ -14,9 +14,11 @@ namespace {
 
 using rkutils::internal::UniqueFd;
 
-void request_flags(unsigned long what, ifreq& request) {
+// A request is an int in one C library and an unsigned long in another; as a constant it fits both.
+template <int kRequest>
+void request_flags(ifreq& request) {
   const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (!socket || ::ioctl(socket.get(), what, &request) != 0) {
+  if (!socket || ::ioctl(socket.get(), kRequest, &request) != 0) {
     throw std::system_error(errno, std::generic_category(),
                             std::string("flags of ") + static_cast<char*>(request.ifr_name));
   }
@@ -25,7 +27,7 @@ void request_flags(unsigned long what, ifreq& request) {
 ifreq current_flags(const std::string& interface) {
   ifreq request = {};
   interface.copy(static_cast<char*>(request.ifr_name), IFNAMSIZ - 1);
-  request_flags(SIOCGIFFLAGS, request);
+  request_flags<SIOCGIFFLAGS>(request);
   return request;
 }
 
@@ -36,7 +38,7 @@ short interface_flags(const std::string& interface) { return current_flags(inter
 void bring_up(const std::string& interface) {
   ifreq request = current_flags(interface);
   request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-  request_flags(SIOCSIFFLAGS, request);
+  request_flags<SIOCSIFFLAGS>(request);
 }
 
 }  // namespace support
