@@ -18,6 +18,7 @@
 #include <rkutils/memstream.h>
 #include <rkutils/route.h>
 #include <rkutils/semaphore.h>
+#include <rkutils/ping.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 #include <rkutils/wwanmd.h>

@@ -1,10 +1,12 @@
 // Requests to the kernel about an interface by its name (netdevice(7)).
+// What the kernel tells of an interface by its name (netdevice(7)).
 #ifndef RKUTILS_NETWORK_INTERFACE_REQUEST_H
 #define RKUTILS_NETWORK_INTERFACE_REQUEST_H
 
 #include <rkutils/memory.h>
 
 #include <cerrno>
+#include <optional>
 
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -29,6 +31,16 @@ template <int kRequest>
     result = ::ioctl(socket, kRequest, &request);
   } while (result != 0 && errno == EINTR);
   return result == 0;
+}
+
+// Asks with an ioctl of the SIOCGIF… kind, on a socket of any sort. A name that is too long for the
+// kernel is cut. Without an answer errno says why.
+template <int kRequest>
+[[nodiscard]] std::optional<ifreq> ask_interface(int socket, const char* interface) noexcept {
+  ifreq request = {};
+  strlcpy(request.ifr_name, interface, sizeof request.ifr_name);
+  if (::ioctl(socket, kRequest, &request) != 0) return std::nullopt;
+  return request;
 }
 
 }  // namespace rkutils::network

@@ -136,6 +136,14 @@ static void locks(void) {
   check(sem_lock(NULL) == -1, "no handle, no lock");
   check(acquire_lock("/tmp/c-api-test", 1) == 0, "a lock directory is made");
   check(release_lock("/tmp/c-api-test") == 0, "and removed");
+static void pings(void) {
+  time_difference took = {7, 7};
+  const uint32_t mark = 1;
+  check(icmpping("", "127.0.0.1", 0) == -1, "no interface, no ping");
+  check(rawping("lo", NULL, NULL, 0) == -1, "no target, no ping");
+  check(__rawping("lo", "127.0.0.1", NULL, "127.0.0.1", NULL, 0, -1, &took, &mark) == -1,
+        "no netmask, no ping");
+  check(took.seconds == 7 && took.nanoseconds == 7, "no ping, no time");
 }
 
 int main(void) {
@@ -148,5 +156,6 @@ int main(void) {
   addresses();
   interfaces();
   locks();
+  pings();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

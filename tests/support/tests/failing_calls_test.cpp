@@ -105,6 +105,13 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   EXPECT_TRUE(fails(SystemCall::kAttachSharedMemory,
                     [] { return reinterpret_cast<std::intptr_t>(::shmat(-1, nullptr, 0)); }));
   EXPECT_TRUE(fails(SystemCall::kPoll, [] { return ::poll(nullptr, 0, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kBind, [] { return ::bind(-1, nullptr, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kControl, [&] {
+    int count = 0;
+    return ::ioctl(first_, FIONREAD, &count);
+  }));
+  EXPECT_TRUE(fails(SystemCall::kSetOption, [] { return ::setsockopt(-1, 0, 0, nullptr, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kSocket, [] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }));
   char byte = 0;
   EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::read(first_, &byte, 1); }));
   EXPECT_TRUE(fails(SystemCall::kReceive, [&] { return ::recv(-1, &byte, 1, 0); }));
