@@ -25,6 +25,7 @@
 #include "support/dio_stand_in.h"
 #include "support/kernel_folder.h"
 #include "support/printing_program.h"
+#include "support/network/surroundings.h"
 #include "support/private_router.h"
 #include "support/put_file.h"
 #include "support/run_program.h"
@@ -161,6 +162,28 @@ TEST(InterfaceStatus, PrintsTheLinksAlone) {
   const auto [output, status] = run_program({built_program("examples/interface-status")});
   EXPECT_EQ(output, "links to the outside: 0, not connected\n");
   EXPECT_EQ(status, 0);
+}
+
+TEST(PingUplink, TellsWhetherAHostAnswersPastTheRoutes) {
+  const support::Surroundings surroundings;
+  support::SyslogCollector log;
+  surroundings.router.ip("route del 10.2.0.0/24");
+  const auto [output, status] =
+      run_program({built_program("examples/ping-uplink"), "wan0", "10.2.0.2", "10.1.0.2"});
+  EXPECT_THAT(output, testing::MatchesRegex(
+                          "10\\.2\\.0\\.2: answered through wan0 after 0\\.[0-9]{6} s\n"));
+  EXPECT_EQ(status, 0);
+}
+
+TEST(PingUplink, FailsWithoutAnAnswer) {
+  support::SyslogCollector log;
+  const auto [output, status] =
+      run_program({built_program("examples/ping-uplink"), "missing0", "127.0.0.1"});
+  EXPECT_EQ(output, "127.0.0.1: no answer through missing0\n");
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(log.take(), ElementsAre(support::LogLine{
+                              LOG_ERR, "rawping[missing0]: can't get interface index (" +
+                                           std::string(std::strerror(ENODEV)) + ")"}));
 }
 
 TEST(DeviceIdentity, PrintsWhatTheFilesTell) {

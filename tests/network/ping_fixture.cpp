@@ -78,6 +78,11 @@ Messages operator+(Messages first, const Messages& second) {
   return first;
 }
 
+Messages operator+(Messages first, const support::LogLine& second) {
+  first.push_back(second);
+  return first;
+}
+
 Messages beginning(const std::string& gateway, const std::string& route) {
   return {progress("interface runs 10.1.0.1/255.255.255.0 (02:00:00:00:01:01)"),
           debug("gateway " + gateway + " (source " + route + ")")};

@@ -112,6 +112,7 @@ support::LogLine progress(const std::string& text, const std::string& interface 
 // Messages that follow each other.
 using Messages = std::vector<support::LogLine>;
 Messages operator+(Messages first, const Messages& second);
+Messages operator+(Messages first, const support::LogLine& second);
 
 // The two with which each call begins, the second from its "source" on without the parenthesis.
 Messages beginning(const std::string& gateway, const std::string& route);
