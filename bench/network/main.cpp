@@ -6,5 +6,6 @@
 int main(int argc, char** argv) {
   bench::network::add_address_rows();
   bench::network::add_route_rows();
+  bench::network::add_ping_rows();
   return bench::run(argc, argv);
 }

@@ -6,6 +6,7 @@ namespace bench::network {
 
 void add_address_rows();
 void add_route_rows();
+void add_ping_rows();
 
 }  // namespace bench::network
 
