@@ -7,7 +7,6 @@
 #include "support/failing_calls.h"
 #include "support/interruption.h"
 #include "support/open_descriptors.h"
-#include "support/put_file.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/stopwatch.h"
@@ -91,7 +90,7 @@ TEST_F(IcmpPing, ReachesHostsBehindAGateway) {
 }
 
 TEST_F(IcmpPing, TakesNamesAndLogsTheirAddress) {
-  support::put("/etc/hosts", "10.1.0.2 gateway.example gw\n10.1.0.9 gw\n");
+  put_host_names("10.1.0.2 gateway.example gw\n10.1.0.9 gw\n");
   EXPECT_EQ(icmpping("wan0", "gateway.example", 500), 0);
   EXPECT_EQ(icmpping("wan0", "gw", 500), 0);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kGateway), received(1, 0), transmitted(kGateway),
@@ -275,7 +274,7 @@ TEST_F(IcmpPing, WantsATargetAndAnInterface) {
 }
 
 TEST_F(IcmpPing, FailsForHostsWithoutAnAddress) {
-  support::put("/etc/hosts", "fd00:1::2 only-ipv6\n");
+  put_host_names("fd00:1::2 only-ipv6\n");
   for (const char* target : {"missing.example", "only-ipv6", "fd00:1::2", "10.1.0.256", " "}) {
     EXPECT_EQ(icmpping("wan0", target, 500), -1);
     EXPECT_THAT(log_.take(),

@@ -9,7 +9,6 @@
 #include "support/failing_calls.h"
 #include "support/interruption.h"
 #include "support/network/marked_frames.h"
-#include "support/put_file.h"
 #include "support/small_stack.h"
 #include "support/stopwatch.h"
 
@@ -114,7 +113,7 @@ TEST_F(IpPing, ReachesHostsBehindAGatewayByTheRoutesOfTheKernel) {
 }
 
 TEST_F(IpPing, LogsAHostAsItWasPassedButForItsPackets) {
-  support::put("/etc/hosts", "10.1.0.2 gw.example\n");
+  put_host_names("10.1.0.2 gw.example\n");
   EXPECT_EQ(rawping("wan0", "gw.example", nullptr, 500), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(kSent + right_ip_reply(1, identifier_in(messages)) +

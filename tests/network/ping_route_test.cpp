@@ -14,7 +14,6 @@
 #include "support/failing_calls.h"
 #include "support/network/echo_responder.h"
 #include "support/open_descriptors.h"
-#include "support/put_file.h"
 #include "support/without_privileges.h"
 
 namespace {
@@ -253,7 +252,7 @@ TEST_F(PingRoute, KeepsTheSocketOfThePingOfTheGateway) {
 
 // Only the text that was passed is looked up.
 TEST_F(PingRoute, ToAGatewayWithANameIsTheKernels) {
-  support::put("/etc/hosts", "10.1.0.2 gw.example\n10.2.0.2 far.example\n");
+  put_host_names("10.1.0.2 gw.example\n10.2.0.2 far.example\n");
   tell_gateway_mac();
   EXPECT_EQ(rawping("wan0", "far.example", "gw.example", 500), 0);
   const Messages messages = log_.take();
@@ -270,9 +269,9 @@ TEST_F(PingRoute, ToAGatewayWithANameIsTheKernels) {
 }
 
 TEST_F(PingRoute, ToAGatewayWhoseNameIsGoneIsTheKernels) {
-  support::put("/etc/hosts", "10.1.0.2 gw.example\n");
+  put_host_names("10.1.0.2 gw.example\n");
   // When the flags are asked for, the name was looked up once.
-  const auto forget = [] { support::put("/etc/hosts", "\n"); };
+  const auto forget = [] { put_host_names("\n"); };
   run_with_failing_calls({{SystemCall::kControl, EPERM, 4, 1, forget}},
                          [] { EXPECT_EQ(rawping("wan0", kDistant, "gw.example", 500), 0); });
   const Messages messages = log_.take();
