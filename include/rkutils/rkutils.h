@@ -16,9 +16,9 @@
 #include <rkutils/list.h>
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
+#include <rkutils/ping.h>
 #include <rkutils/route.h>
 #include <rkutils/semaphore.h>
-#include <rkutils/ping.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 #include <rkutils/wwanmd.h>

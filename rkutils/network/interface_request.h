@@ -1,5 +1,4 @@
 // Requests to the kernel about an interface by its name (netdevice(7)).
-// What the kernel tells of an interface by its name (netdevice(7)).
 #ifndef RKUTILS_NETWORK_INTERFACE_REQUEST_H
 #define RKUTILS_NETWORK_INTERFACE_REQUEST_H
 
@@ -33,13 +32,11 @@ template <int kRequest>
   return result == 0;
 }
 
-// Asks with an ioctl of the SIOCGIF… kind, on a socket of any sort. A name that is too long for the
-// kernel is cut. Without an answer errno says why.
+// The same for a request that asks, with nothing but the name in it: the record with the answer.
 template <int kRequest>
 [[nodiscard]] std::optional<ifreq> ask_interface(int socket, const char* interface) noexcept {
-  ifreq request = {};
-  strlcpy(request.ifr_name, interface, sizeof request.ifr_name);
-  if (::ioctl(socket, kRequest, &request) != 0) return std::nullopt;
+  ifreq request = request_about(interface);
+  if (!send_request<kRequest>(socket, request)) return std::nullopt;
   return request;
 }
 

@@ -334,8 +334,8 @@ TEST_F(FramePing, FailsWhenASystemCallDoes) {
   const std::vector<Failure> failures = {
       // Sockets before it are for questions about the interface.
       {{SystemCall::kSocket, EMFILE, 2, 1}, "unable to open socket", false},
-      {{SystemCall::kSetOption, ENOMEM, 0, 1}, "unable to set filter", false},
-      {{SystemCall::kSetOption, EPERM, 1, 1}, "unable to set mark", false},
+      {{SystemCall::kSetSocketOption, ENOMEM, 0, 1}, "unable to set filter", false},
+      {{SystemCall::kSetSocketOption, EPERM, 1, 1}, "unable to set mark", false},
       {{SystemCall::kBind, ENODEV, 0, 1}, "unable to bind socket", false},
       // The messages before it are sent, too.
       {{SystemCall::kSend, ENOBUFS, 6, 1}, "cannot send 48 bytes to 10.2.0.2", false},

@@ -129,10 +129,6 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_ftruncate64,
 #endif
           SYS_ftruncate};
-    case SystemCall::kSetOption:
-      return {SYS_setsockopt};
-    case SystemCall::kSocket:
-      return {SYS_socket};
   }
   return {};
 }

@@ -38,19 +38,6 @@ enum class SystemCall {
   kSetSocketOption,  // setsockopt(2)
   kSocket,
   kTruncate,  // ftruncate(2)
-  kCloseRange,       // close_range(2)
-  kControl,          // ioctl(2)
-  kCopyRange,        // copy_file_range(2)
-  kFork,             // all that makes a process or a thread
-  kGetSharedMemory,  // shmget(2)
-  kList,             // what is behind readdir(3)
-  kPoll,
-  kRead,
-  kReceive,  // recv(2), recvfrom(2)
-  kSend,     // send(2), which syslog(3) uses, too; sendto(2)
-  kSendfile,
-  kSetOption,  // setsockopt(2)
-  kSocket,
 };
 
 // The arguments of a call as the kernel gets them.

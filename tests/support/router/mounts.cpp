@@ -146,8 +146,6 @@ void overlay(const std::string& root, const std::string& name, const std::string
 void make_devices(const std::string& root) {
   const std::string dev = root + "/dev";
   make_folders(dev + "/net");
-  make_folder(dev);
-  make_folder(dev + "/net");
   for (const char* name : {"full", "fuse", "net/tun", "null", "random", "tty", "urandom", "zero"}) {
     const std::string host = std::string("/dev/") + name;
     const std::string ours = dev + "/" + name;
