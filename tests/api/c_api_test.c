@@ -136,6 +136,8 @@ static void locks(void) {
   check(sem_lock(NULL) == -1, "no handle, no lock");
   check(acquire_lock("/tmp/c-api-test", 1) == 0, "a lock directory is made");
   check(release_lock("/tmp/c-api-test") == 0, "and removed");
+}
+
 static void pings(void) {
   time_difference took = {7, 7};
   const uint32_t mark = 1;

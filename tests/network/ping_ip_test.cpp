@@ -367,8 +367,10 @@ TEST_F(IpPing, FailsWhenASystemCallDoes) {
   const std::vector<Failure> failures = {
       // Options of the socket are set in this order: header included, device, header included.
       {{SystemCall::kSetSocketOption, EPERM, 0, 1}, generated},
-      {{SystemCall::kSetSocketOption, EPERM, 1, 1}, generated + fails("can't bind to device", EPERM)},
-      {{SystemCall::kSetSocketOption, EPERM, 2, 1}, generated + fails("can't configure socket", EPERM)},
+      {{SystemCall::kSetSocketOption, EPERM, 1, 1},
+       generated + fails("can't bind to device", EPERM)},
+      {{SystemCall::kSetSocketOption, EPERM, 2, 1},
+       generated + fails("can't configure socket", EPERM)},
       // The messages before it are sent, too.
       {{SystemCall::kSend, ENOBUFS, 3, 1},
        generated + fails("unable to send 48 bytes to 10.1.0.2", ENOBUFS)},
