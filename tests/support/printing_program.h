@@ -21,7 +21,7 @@ class PrintingProgram {
   PrintingProgram& operator=(const PrintingProgram&) = delete;
 
   // What it prints from now on, byte for byte, to standard output.
-  void print(const std::string& output) const;
+  void print(const std::string& text) const;
 
   // Shell commands that it runs from now on instead.
   void run(const std::string& commands) const;
