@@ -47,7 +47,8 @@ int HmacContext::initialize(const unsigned char* key, unsigned long keyLength,
 }
 
 void HmacContext::destroy() {
-  wipe(inner_pad_, outer_pad_);
+  wipe(inner_pad_);
+  wipe(outer_pad_);
   hash_context_ = nullptr;
   returned_length_ = 0;
 }

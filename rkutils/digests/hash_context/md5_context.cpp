@@ -36,7 +36,9 @@ int Md5HashContext::initialize(unsigned long returnedLength) {
 }
 
 void Md5HashContext::destroy() {
-  rkutils::digests::wipe(state_, count_, buffer_);
+  rkutils::digests::wipe(state_);
+  rkutils::digests::wipe(count_);
+  rkutils::digests::wipe(buffer_);
   returned_length_ = static_cast<Word>(getCompleteHashLength());
 }
 

@@ -41,7 +41,9 @@ int Sha1HashContext::initialize(unsigned long returnedLength) {
 }
 
 void Sha1HashContext::destroy() {
-  rkutils::digests::wipe(state_, count_, buffer_);
+  rkutils::digests::wipe(state_);
+  rkutils::digests::wipe(count_);
+  rkutils::digests::wipe(buffer_);
   returned_length_ = static_cast<Word>(getCompleteHashLength());
 }
 
