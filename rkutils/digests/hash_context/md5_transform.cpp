@@ -52,7 +52,7 @@ void run_round(Registers& r, const unsigned char* block) {
   constexpr const Plan& kPlan = kPlans[Round];
 #pragma GCC unroll kUnrolled
   for (unsigned step = 0; step < kSteps; ++step) {
-    const unsigned word = (kPlan.stride * step + kPlan.start) % kSteps;
+    const std::size_t word = (kPlan.stride * step + kPlan.start) % kSteps;
     const Word input = load_low_first(block + 4 * word) + kSines[kSteps * Round + step];
     // What is known early is added first: the last sum waits for the step before.
     const Word sum = (r.a + input) + Mix(r.b, r.c, r.d);

@@ -53,7 +53,7 @@ void sha1_transform(Word* state, const unsigned char* blocks, std::size_t count)
   Registers r = {state[0], state[1], state[2], state[3], state[4]};
   for (; count > 0; --count, blocks += kBlockSize) {
     const Registers before = r;
-    for (unsigned i = 0; i < kBlockWords; ++i) words[i] = load_high_first(blocks + 4 * i);
+    for (std::size_t i = 0; i < kBlockWords; ++i) words[i] = load_high_first(blocks + 4 * i);
     run_round<0, choose>(r, words);
     run_round<1, parity>(r, words);
     run_round<2, majority>(r, words);
