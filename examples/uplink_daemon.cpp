@@ -4,12 +4,15 @@
 //
 // It looks after its settings twice a second, for ROUNDS rounds or for ever: reads them in one
 // batch from the configuration daemon, stores there what it has decided, once, and ends the change
-// set; and has the modem connect, once. While the configuration daemon is away, it goes by a file of
-// its own; the connection stays good for when it is back.
+// set; and has the modem connect, once, and looks whether the uplink leads anywhere. While the
+// configuration daemon is away, it goes by a file of its own; the connection stays good for when it
+// is back.
 
 #include <rkutils/cfread.h>
 #include <rkutils/configd.h>
 #include <rkutils/memory.h>
+#include <rkutils/ping.h>
+#include <rkutils/route.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/wwanmd.h>
 
@@ -21,11 +24,15 @@
 #include <string>
 #include <thread>
 
+#include <net/if.h>
+#include <netdb.h>
+
 namespace {
 
 using namespace std::chrono_literals;
 
 constexpr char kFile[] = "/etc/uplink/uplink.conf";
+constexpr unsigned kPingTimeoutMs = 1000;
 
 struct CloseConnection {
   void operator()(configd_connection* connection) const { configd_close(connection); }
@@ -42,20 +49,34 @@ struct CloseTable {
 };
 using Table = std::unique_ptr<cfread_table, CloseTable>;
 
+struct FreeAddress {
+  void operator()(addrinfo* address) const { freeaddrinfo(address); }
+};
+using Address = std::unique_ptr<addrinfo, FreeAddress>;
+
 struct Settings {
   std::string apn;
   std::string user;
   std::string mtu;
+  std::string interface;
+  std::string gateway;
+  std::string probe;  // a host behind the gateway
 };
 
 // Reads all settings with one batch of queries. False, with `settings` as they were, when the
 // configuration daemon cannot be asked.
 bool fetch_settings(configd_connection* config, Settings& settings) {
   configd_clear(config);
-  for (const char* name : {"apn", "user", "mtu"}) configd_add_query(config, "uplink.%s", name);
+  for (const char* name : {"apn", "user", "mtu", "interface", "gateway", "probe"}) {
+    configd_add_query(config, "uplink.%s", name);
+  }
   const std::string apn = configd_fetch(config, "uplink.apn");
   if (apn.empty()) return false;  // there is no uplink without one, so this is no value
-  settings = {apn, configd_fetch(config, "uplink.user"), configd_fetch(config, "uplink.mtu")};
+  const auto value = [&](const char* name) {
+    return std::string(configd_fetch(config, "uplink.%s", name));
+  };
+  settings = {apn,           value("user"), value("mtu"), value("interface"), value("gateway"),
+              value("probe")};
   return true;
 }
 
@@ -68,7 +89,8 @@ bool read_settings(Settings& settings) {
     const cfread_entry* const entry = cfread_find_entry(table.get(), key);
     return std::string(entry != nullptr ? entry->value : "");
   };
-  settings = {value("uplink.apn"), value("uplink.user"), value("uplink.mtu")};
+  settings = {value("uplink.apn"),       value("uplink.user"),    value("uplink.mtu"),
+              value("uplink.interface"), value("uplink.gateway"), value("uplink.probe")};
   return true;
 }
 
@@ -116,6 +138,33 @@ bool connect_modem(Modem& modem, const Settings& settings) {
   return true;
 }
 
+void print_way(const std::string& host) {
+  addrinfo hints = {};
+  hints.ai_flags = AI_NUMERICHOST;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return;
+  const Address address(found);
+  char interface[IF_NAMESIZE];
+  if (route_get_interface(address.get(), interface) == 0) {
+    std::printf("%s is reached through %s\n", host.c_str(), interface);
+  } else {
+    std::printf("no route leads to %s\n", host.c_str());
+  }
+}
+
+// Asks the gateway by the routes, and the host behind it past them.
+void probe_uplink(const Settings& settings) {
+  const char* const interface = settings.interface.c_str();
+  const char* const gateway = settings.gateway.c_str();
+  const char* const probe = settings.probe.c_str();
+  print_way(settings.gateway);
+  const bool near = icmpping(interface, gateway, kPingTimeoutMs) == 0;
+  std::printf("the gateway %s %s\n", gateway, near ? "answers" : "does not answer");
+  print_way(settings.probe);
+  const bool far = rawping(interface, probe, gateway, kPingTimeoutMs) == 0;
+  std::printf("behind it %s %s\n", probe, far ? "answers" : "does not answer");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -133,7 +182,10 @@ int main(int argc, char** argv) {
     if (fetch_settings(config.get(), settings)) {
       print("settings from configd", settings);
       if (!stored) stored = store_state(config.get(), settings);
-      if (!connected) connected = connect_modem(modem, settings);
+      if (!connected) {
+        connected = connect_modem(modem, settings);
+        if (connected && !settings.interface.empty()) probe_uplink(settings);
+      }
     } else if (read_settings(settings)) {
       print("no configd, settings from the file", settings);
     } else {

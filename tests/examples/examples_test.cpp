@@ -689,7 +689,7 @@ TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackAndARestart) {
       run_program({built_program("tests/support/demo-stage"),
                    built_program("examples/uplink-daemon"), source_file("examples/uplink")});
   EXPECT_EQ(status, 0);
-  const std::array<std::string, 24> scenes = {
+  const std::array<std::string, 34> scenes = {
       "uplink.state=down",
       "include provider.conf",
       "uplink.apn = fallback.example",
@@ -709,6 +709,16 @@ TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackAndARestart) {
       "syslog debug    wwanmd0 is busy, remaining timeout is ",
       "<- wwanmd     \"OKregistered with Example Mobile\"",
       "the modem answers: registered with Example Mobile\n",
+      "syslog debug    10.1.0.2 goes to wan0",
+      "10.1.0.2 is reached through wan0\n",
+      "syslog debug    icmpping: packet transmitted on wan0 for 10.1.0.2 (64 bytes, id 1, seq 0)",
+      "the gateway 10.1.0.2 answers\n",
+      "no route leads to 10.2.0.2\n",
+      "rawping[wan0]: cannot ping 10.2.0.2 directly, must use gateway 10.1.0.2",
+      "rawping[wan0] => sending raw ping to 10.2.0.2",
+      "rawping[wan0]: raw packet transmitted for 10.2.0.2 (48 bytes)",
+      "rawping[wan0]: raw ping to 10.2.0.2 succeeded",
+      "behind it 10.2.0.2 answers\n",
       "syslog err      unable to send query to configd",
       "no configd, settings from the file: apn fallback.example, user guest, mtu 1280\n",
       "configd is started again",

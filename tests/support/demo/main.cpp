@@ -4,8 +4,8 @@
 //
 // Starts DAEMON beside the stand-in for the configuration daemon, which begins with FOLDER's
 // configd.conf, is busy once, and is killed and started again on the way; and beside that for the
-// modem daemon, which takes its time to connect. The router is of the product DW4600, and FOLDER is
-// its /etc/uplink.
+// modem daemon, which takes its time to connect. The router is of the product DW4600, FOLDER is its
+// /etc/uplink, and it has a gateway with a host behind it, but no route to that.
 
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
@@ -27,6 +27,7 @@
 
 #include "support/configd_stand_in.h"
 #include "support/kernel_folder.h"
+#include "support/network/surroundings.h"
 #include "support/private_router.h"
 #include "support/stopwatch.h"
 #include "support/syslog_collector.h"
@@ -193,6 +194,8 @@ int play(const char* daemon_program, const std::string& folder) {
   const support::KernelFolder proc("/proc");
   proc.put("sysinfo/bd/0/prod_name", "4600\n");
   std::filesystem::copy(folder, kUplink);
+  const support::Surroundings network;
+  network.router.ip("route del 10.2.0.0/24");
   const std::string configuration = folder + "/configd.conf";
 
   print_file("The configuration, as configd holds it:\n", configuration);
@@ -200,18 +203,19 @@ int play(const char* daemon_program, const std::string& folder) {
              folder + "/uplink.conf");
   print_file("\nand provider.conf:\n", folder + "/provider.conf");
   std::printf(
-      "\nuplink-daemon reads and changes the configuration and has the modem connect, all through\n"
-      "librkutils. What goes to the other daemons and comes from them is shown as it is, with \\n "
-      "for\n"
-      "a newline and \\0 for a NUL.\n\n");
+      "\nuplink-daemon reads and changes the configuration, has the modem connect and looks "
+      "whether\n"
+      "the uplink leads anywhere, all through librkutils. What goes to the other daemons and "
+      "comes\n"
+      "from them is shown as it is, with \\n for a newline and \\0 for a NUL.\n\n");
   const int status = Stage(daemon_program, configuration).run();
   std::printf("\n");
   print_file("The configuration afterwards:\n", kValues);
   std::printf(
       "\nA few calls did this: configd_add_query and configd_fetch, configd_set, configd_done;\n"
-      "wwanmd_init and wwanmd_command; cfread_open and cfread_find_entry; get_product. The daemon\n"
-      "handled no socket, no time-out and no reconnection, and parsed no file; see\n"
-      "examples/uplink_daemon.cpp.\n");
+      "wwanmd_init and wwanmd_command; icmpping, rawping and route_get_interface; cfread_open and\n"
+      "cfread_find_entry; get_product. The daemon handled no socket, no time-out and no\n"
+      "reconnection, built no packet and parsed no file; see examples/uplink_daemon.cpp.\n");
   return status;
 }
 
