@@ -424,6 +424,12 @@ TEST_F(Creation, FailsWhenTheObjectCannotGetItsSizeAndRemovesIt) {
   EXPECT_NE(::access(kFile, F_OK), 0);
 }
 
+TEST_F(Creation, TellsTwiceWhyTheObjectCannotGetItsSize) {
+  const auto remove_it = [] { ::unlink(kFile); };  // so that removing it fails too
+  run_with_failing_calls({{SystemCall::kTruncate, EFBIG, 0, 1, remove_it}}, [] { fail(); });
+  EXPECT_THAT(log_.take(), ElementsAre(not_truncated(EFBIG), not_opened(EFBIG)));
+}
+
 TEST_F(Creation, GivesTheObjectItsSizeThroughSignals) {
   run_with_failing_calls({{SystemCall::kTruncate, EINTR, 0, 2}}, [] { use(); });
   EXPECT_THAT(log_.take(), ElementsAre(created(kName)));

@@ -69,6 +69,12 @@ UniqueFd open_object(const std::string& name) noexcept {
   return object;
 }
 
+// Keeps errno.
+void remove_object(const std::string& name) noexcept {
+  const ErrnoRestorer keep_errno;
+  ::shm_unlink(name.c_str());
+}
+
 // Gives it its size, and its memory too: a full file system must not show only when somebody writes
 // to the mutex, for that would be a signal and the end of the process.
 bool take_memory(int object) noexcept {
@@ -167,8 +173,7 @@ void CRecursiveSemaphore::private_impl::map(const std::string& name) noexcept {
   const Content content = content_of(object.get());
   if (content == Content::kNone && !take_memory(object.get())) {
     log_failure("unable to ftruncate shared memory");
-    const ErrnoRestorer keep_errno;
-    ::shm_unlink(name.c_str());
+    remove_object(name);
     return log_failure(kNotOpened);
   }
   if (content != Content::kOther) {
