@@ -176,7 +176,8 @@ class RK_API CSemaphore {
    *
    * Where another process has made the set but not yet freed it, waits for that up to 100 ms. By
    * then that process is taken for dead, and the set is freed here: by one of all who wait, holding
-   * an advisory lock (flock(2)) on the file, for which it waits up to 100 ms more.
+   * an advisory lock (flock(2)) on the file, for which it waits up to a second more. Who makes the
+   * set waits for that as long, but does without it then.
    *
    * Returns 0; or -1 with one of these:
    *     CSemaphore::init() - ftok failed (errno=%i) for file PATHNAME

@@ -151,8 +151,9 @@ TEST_F(LockDirectory, NeedsAPath) {
 }
 
 TEST_F(LockDirectory, IsMadeByOneOfManyThreads) {
-  std::vector<std::thread> threads;
   std::vector<int> results(8, 7);
+  std::vector<std::thread> threads;
+  threads.reserve(results.size());
   for (int& result : results) {
     threads.emplace_back([&result] { result = acquire_lock(kPath, 1); });
   }

@@ -299,12 +299,15 @@ TEST_F(RecursiveSemaphoreDeath, IsAlsoTheEndOfAThread) {
 }
 
 TEST_F(RecursiveSemaphoreDeath, IsAlsoAnOrderlyEnd) {
-  EXPECT_EQ(elsewhere([](Lock& lock) {
-              const int result = lock.lock();
-              new Lock(kName);  // so that the lock is mapped to the end
-              return result;
-            }),
-            0);
+  Fellow owner([](Fellow& test) {
+    Lock lock(kName);
+    test.tell(lock.lock());
+    ::_exit(0);
+  });
+  EXPECT_EQ(owner.hear(), 0);
+  EXPECT_TRUE(owner.ends());
+  EXPECT_EQ(lock_.lock(), EOWNERDEAD);
+  EXPECT_EQ(lock_.unlock(), 0);
 }
 
 TEST_F(RecursiveSemaphoreDeath, LeavesNothingToDeclareRepaired) {
@@ -434,7 +437,7 @@ TEST_P(RecursiveSemaphoreExclusion, HoldsAmongSoManyProcesses) {
     fellows.push_back(std::make_unique<Fellow>([&contended, rounds](Fellow&) {
       Lock lock(kName);
       for (int round = 0; round < rounds; ++round) {
-        lock.lock();
+        if (lock.lock() != 0) ::_exit(1);
         if (round % 2 == 0) lock.lock();
         contended.increment();
         if (round % 2 == 0) lock.unlock();

@@ -27,6 +27,8 @@ constexpr int kOwnerOnly = 0600;
 // In microseconds after its creation a set is free, unless its creator is dead or starved.
 constexpr int kPatienceMs = 100;
 constexpr int kPauseUs = 1000;
+// Whoever has the turn needs as little, unless it is somebody who locks the file for other reasons.
+constexpr int kTurnMs = 1000;
 
 key_t key_of(const std::string& pathname, int project_id) noexcept {
   constexpr unsigned kCounting = 0xFF;  // of the bits; 0 is undefined
@@ -47,7 +49,7 @@ bool change_value(int id, short change, short flags) noexcept {
 
 // Whether it is as the kernel makes sets: not free, and never operated on.
 bool is_new(int id) noexcept {
-  if (::semctl(id, 0, GETVAL) != 0) return false;  // free, or removed
+  if (::semctl(id, 0, GETVAL) != 0) return false;  // it is free, or gone
   semid_ds state = {};
   // What semctl() takes has no name that all C libraries know.
   union {
@@ -106,7 +108,7 @@ int CSemaphore::init() {
   // It is freed once, whoever else comes to it: others who have waited in vain for its creator, or
   // that creator, after all.
   if (!joins || stays_new(id)) {
-    const FileTurn turn(pathname_.c_str(), kPatienceMs);
+    const FileTurn turn(pathname_.c_str(), kTurnMs);
     if (is_new(id)) {
       if (joins && turn.error() != 0) return log_unobtained(turn.error());
       if (!change_value(id, 1, 0)) {
