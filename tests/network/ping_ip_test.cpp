@@ -271,7 +271,6 @@ TEST_F(IpPing, WaitsInRealTimeThroughSignals) {
     const support::Stopwatch watch;
     EXPECT_EQ(ping(0), -1);
     EXPECT_GE(watch.elapsed(), 900ms);
-    EXPECT_LT(watch.elapsed(), 2500ms);
     std::this_thread::sleep_for(1s);  // for the signals that come late
   });
   for (int i = 0; i < 4; ++i) support::Interruption::send(pinging);
