@@ -155,6 +155,7 @@ TEST_F(Creation, IsSoThatOneOf32ProcessesAtOnceMakesTheLock) {
   constexpr int kProcesses = 32;
   Contended contended;
   std::vector<std::unique_ptr<Fellow>> fellows;
+  fellows.reserve(kProcesses);
   for (int i = 0; i < kProcesses; ++i) {
     fellows.push_back(std::make_unique<Fellow>([&contended](Fellow& test) {
       test.hear();

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -433,6 +434,7 @@ TEST_P(RecursiveSemaphoreExclusion, HoldsAmongSoManyProcesses) {
   const int rounds = support::rounds(2000);
   Contended contended;
   std::vector<std::unique_ptr<Fellow>> fellows;
+  fellows.reserve(static_cast<std::size_t>(GetParam()));
   for (int i = 0; i < GetParam(); ++i) {
     fellows.push_back(std::make_unique<Fellow>([&contended, rounds](Fellow&) {
       Lock lock(kName);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -414,6 +415,7 @@ TEST_F(SemaphoreLeftNew, IsFreedOnceByAllWhoJoinAtOnce) {
   const int left = leave_new_set(kPath, kProject);
   Contended contended;
   std::vector<std::unique_ptr<Fellow>> fellows;
+  fellows.reserve(8);
   for (int i = 0; i < 8; ++i) {
     fellows.push_back(std::make_unique<Fellow>([&contended](Fellow&) {
       const auto semaphore = joined();
@@ -602,6 +604,7 @@ TEST_P(SemaphoreExclusion, HoldsAmongSoManyProcesses) {
   const int rounds = support::rounds(1000);
   Contended contended;
   std::vector<std::unique_ptr<Fellow>> fellows;
+  fellows.reserve(static_cast<std::size_t>(GetParam()));
   for (int i = 0; i < GetParam(); ++i) {
     fellows.push_back(std::make_unique<Fellow>([&contended, rounds](Fellow&) {
       const auto semaphore = joined();

@@ -146,7 +146,7 @@ bool is_asked_about(const FailingCall& failing) {
 // Lets the call with this number have the verdict, and goes on with the next statement for others.
 void add_verdict(std::vector<sock_filter>& program, SystemCall call, unsigned number,
                  unsigned verdict) {
-  constexpr unsigned kMapFlags = 3;  // the argument
+  constexpr std::size_t kMapFlags = 3;  // the argument
   if (call == SystemCall::kMapFile) {
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 4));
     program.push_back(
