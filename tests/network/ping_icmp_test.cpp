@@ -6,7 +6,6 @@
 #include "ping_fixture.h"
 #include "support/failing_calls.h"
 #include "support/interruption.h"
-#include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/stopwatch.h"
@@ -303,10 +302,8 @@ TEST_F(IcmpPing, FailsWithoutPrivileges) {
 }
 
 TEST_F(IcmpPing, FailsWithoutDescriptors) {
-  {
-    const support::NoMoreDescriptors none;
-    EXPECT_EQ(icmpping("wan0", kGateway, 500), -1);
-  }
+  run_with_failing_calls({{SystemCall::kSocket, EMFILE}},
+                         [] { EXPECT_EQ(icmpping("wan0", kGateway, 500), -1); });
   EXPECT_THAT(log_.take(),
               ElementsAre(err("icmpping: unable to open socket (" + text_of(EMFILE) + ")")));
 }

@@ -420,10 +420,8 @@ TEST_F(PingRoute, FailsWithoutPrivileges) {
 }
 
 TEST_F(PingRoute, FailsWithoutDescriptors) {
-  {
-    const support::NoMoreDescriptors none;
-    EXPECT_EQ(ping_from(nullptr, nullptr), -1);
-  }
+  run_with_failing_calls({{SystemCall::kSocket, EMFILE}},
+                         [] { EXPECT_EQ(ping_from(nullptr, nullptr), -1); });
   EXPECT_THAT(log_.take(),
               ElementsAre(err("rawping[wan0]: unable to create socket (" + text_of(EMFILE) + ")")));
 }
