@@ -2,7 +2,7 @@
  * PingClient: asking a host whether it is there, for programs with a loop of their own.
  *
  *     PingClient ping;
- *     if (ping.sendSimplePing("192.0.2.1", "") != 0) return -1;
+ *     if (ping.sendSimplePing("192.0.2.1", "0.0.0.0") != 0) return -1;
  *     for (int i = 0; i < 50; ++i) {
  *       if (ping.checkPingResponse() == 0) return 0;   (it is there)
  *       usleep(20000);                                 (or do something else meanwhile)
@@ -26,8 +26,9 @@
  *
  * Threads and signals: an object is for one thread at a time. Constructors draw from rand(), and
  * sendSimplePing() uses the one record of gethostbyname(), which belong to the whole process: two
- * threads may not do the like at once. Signals do not matter; not for signal handlers. A process
- * that is forked shares the socket, so that one of the two sees each reply.
+ * threads may not do the like at once. Signals do not matter, and a request to cancel the thread
+ * waits until a call has ended; not for signal handlers. A process that is forked shares the
+ * socket, so that one of the two sees each reply.
  */
 #ifndef RKUTILS_PING_CLIENT_H
 #define RKUTILS_PING_CLIENT_H
@@ -58,9 +59,10 @@ class RK_API PingClient {
    * Calls cleanup(), and sends one echo request from a new socket, which is closed on exec.
    *
    * `target` is an address in dotted decimal or a name, of whose addresses the first is taken.
-   * `source` is the address that the request bears as its sender's, in dotted decimal; it should be
-   * one of this host, to which the reply can come. Of an empty or invalid text it is
-   * 255.255.255.255, to which no host replies. Both count up to their first NUL.
+   * `source` is the address that the request bears as its sender's, as inet_addr(3) reads it; it
+   * should be one of this host, to which the reply can come. For "0.0.0.0" the kernel takes the one
+   * that it would choose itself. Of an EMPTY or invalid text it is 255.255.255.255, to which no
+   * host replies. Both count up to their first NUL.
    *
    * The identifier is that of the object. The sequence number is one above that of the call before,
    * also if that failed; behind 65535 comes 0.

@@ -1,4 +1,5 @@
 #include <rkutils/internal/internet_checksum.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/network/host_address.h>
 #include <rkutils/network/ping_client_packet.h>
@@ -18,6 +19,7 @@
 
 namespace {
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::network::EchoRequest;
 
 constexpr int kClosed = -1;
@@ -34,9 +36,12 @@ bool send(int socket, std::uint32_t target, const EchoRequest& request) noexcept
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(target);
-  return ::sendto(socket, request.data(), request.size(), 0,
-                  reinterpret_cast<const sockaddr*>(&address),
-                  sizeof address) == static_cast<ssize_t>(request.size());
+  ssize_t sent = 0;
+  do {
+    sent = ::sendto(socket, request.data(), request.size(), 0,
+                    reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (sent < 0 && errno == EINTR);
+  return sent == static_cast<ssize_t>(request.size());
 }
 
 }  // namespace
@@ -48,6 +53,7 @@ PingClient::~PingClient() { PingClient::cleanup(); }
 int PingClient::sendSimplePing(String const& target, String const& source) {
   constexpr int kSent = 0;
   constexpr int kFailed = 1;
+  const PostponedCancellation postponed;
   cleanup();
   ++sequence_;
   socket_ = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
@@ -63,6 +69,7 @@ unsigned PingClient::checkPingResponse() {
   constexpr unsigned kReplied = 0;
   constexpr unsigned kNothing = 2;
   constexpr unsigned kFailed = 3;
+  const PostponedCancellation postponed;
   for (;;) {
     std::array<std::uint8_t, 256> packet;
     const ssize_t length = ::recv(socket_, packet.data(), packet.size(), MSG_DONTWAIT);
@@ -75,6 +82,7 @@ unsigned PingClient::checkPingResponse() {
 }
 
 void PingClient::cleanup() {
+  const PostponedCancellation postponed;
   const rkutils::internal::UniqueFd closed_here(std::exchange(socket_, kClosed));
 }
 

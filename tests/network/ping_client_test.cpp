@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <random>
@@ -34,6 +35,8 @@
 #include "support/network/surroundings.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 #include "support/without_privileges.h"
 
@@ -121,8 +124,11 @@ TEST(PingClientClass, HasNoSocketAtFirst) {
 
 // ---- With a network ----
 
+// A test logs nothing.
 class PingClientTest : public testing::Test {
  protected:
+  void TearDown() override { EXPECT_THAT(log_.take(), IsEmpty()); }
+
   // What checkPingResponse() gives in the end, asked until it is something other than 2.
   static unsigned check(PingClient& client) {
     const Deadline deadline(10000);
@@ -156,6 +162,7 @@ class PingClientTest : public testing::Test {
 
   std::vector<Frame> requests() { return capture_.frames(is_echo_request); }
 
+  support::SyslogCollector log_;
   const Surroundings net_;
   Capture capture_{net_.router, "wan0"};
 };
@@ -168,6 +175,12 @@ class PingClientSend : public PingClientTest {
   Echo next() { return echo_in(capture_.wait_for(is_echo_request)); }
 };
 
+Bytes join(std::initializer_list<Bytes> parts) {
+  Bytes whole;
+  for (const Bytes& part : parts) whole.insert(whole.end(), part.begin(), part.end());
+  return whole;
+}
+
 TEST_F(PingClientSend, SendsTheRequestByteForByte) {
   PingClient client;
   ASSERT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 0);
@@ -176,48 +189,14 @@ TEST_F(PingClientSend, SendsTheRequestByteForByte) {
   const Members members = members_of(client);
   const auto high = [](unsigned number) { return static_cast<std::uint8_t>(number >> 8U); };
   const auto low = [](unsigned number) { return static_cast<std::uint8_t>(number); };
-  Bytes expected = {2,
-                    0,
-                    0,
-                    0,
-                    1,
-                    2,
-                    2,
-                    0,
-                    0,
-                    0,
-                    1,
-                    1,  // to the gateway
-                    8,
-                    0,  // IPv4
-                    0x45,
-                    0,
-                    0,
-                    28,
-                    0,
-                    0,
-                    0,
-                    0,
-                    128,
-                    1,
-                    0,
-                    0,  //
-                    10,
-                    1,
-                    0,
-                    1,
-                    10,
-                    1,
-                    0,
-                    2,  // from, to
-                    8,
-                    0,
-                    0,
-                    0,
-                    high(members.identifier),
-                    low(members.identifier),
-                    high(members.sequence),
-                    low(members.sequence)};
+  const Bytes ethernet = {2, 0, 0, 0, 1, 2, 2, 0, 0, 0, 1, 1, 8, 0};  // to the gateway; IPv4
+  const Bytes ip = {0x45, 0, 0, 28, 0, 0, 0, 0, 128, 1, 0, 0};
+  const Bytes source = {10, 1, 0, 1};
+  const Bytes target = {10, 1, 0, 2};
+  const Bytes icmp = {8, 0, 0, 0};
+  const Bytes numbers = {high(members.identifier), low(members.identifier), high(members.sequence),
+                         low(members.sequence)};
+  Bytes expected = join({ethernet, ip, source, target, icmp, numbers});
   ASSERT_THAT(frame.bytes, SizeIs(expected.size()));
   // The kernel's own: identification and header checksum.
   for (const std::size_t i : {18U, 19U, 24U, 25U}) expected[i] = frame.bytes[i];
@@ -269,6 +248,22 @@ TEST_F(PingClientSend, BearsTheSourceThatIsGiven) {
     EXPECT_EQ(request.source, expected) << source;
     EXPECT_EQ(request.destination, "10.1.0.2");
   }
+}
+
+// The kernel's choice, where none is made: the reply comes.
+TEST_F(PingClientSend, IsAnsweredWithoutASourceOfItsOwn) {
+  for (const char* target : {"10.1.0.2", "10.2.0.2"}) {
+    PingClient client;
+    ASSERT_EQ(client.sendSimplePing(target, "0.0.0.0"), 0);
+    EXPECT_EQ(next().source, "10.1.0.1");
+    EXPECT_EQ(check(client), kReplied) << target;
+  }
+}
+
+TEST_F(PingClientSend, ReadsTheSourceAsTheCLibraryDoes) {
+  PingClient client;
+  ASSERT_EQ(client.sendSimplePing("10.1.0.2", "192.0x2.77"), 0);
+  EXPECT_EQ(next().source, "192.2.0.77");
 }
 
 TEST_F(PingClientSend, LeavesTheWayToTheKernel) {
@@ -326,7 +321,8 @@ TEST_F(PingClientSend, KeepsItsSocketWhenTheTargetIsUnknown) {
   const HostsFile names("10.1.0.2 gateway\n");
   const std::string too_long(64, 'x');  // for a part of a name, so that no server is asked
   PingClient client;
-  for (const std::string& target : {too_long, too_long + ".example", std::string()}) {
+  for (const std::string& target :
+       {too_long, too_long + ".example", std::string(), std::string("fd00:1::2")}) {
     const Members before = members_of(client);
     EXPECT_EQ(client.sendSimplePing(target.c_str(), "10.1.0.1"), 1) << target;
     EXPECT_EQ(client.checkPingResponse(), kNothing);
@@ -393,6 +389,19 @@ TEST_F(PingClientSend, FailsWhenNotAllWasSent) {
     });
     EXPECT_EQ(client.checkPingResponse(), kNothing);
   }
+}
+
+TEST_F(PingClientSend, SendsAgainWhenASignalInterruptsIt) {
+  int tries = 0;
+  const auto interrupt = [&](const support::CallArguments& /*arguments*/) {
+    return ++tries < 4 ? std::optional<std::int64_t>(-EINTR) : std::nullopt;
+  };
+  PingClient client;
+  run_with_failing_calls({{SystemCall::kSend, 0, 0, 0, {}, interrupt}},
+                         [&] { EXPECT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 0); });
+  EXPECT_EQ(tries, 4);
+  EXPECT_EQ(check(client), kReplied);
+  EXPECT_THAT(requests(), SizeIs(1));
 }
 
 TEST_F(PingClientSend, KeepsItsSocketWhenThatTakesNoHeaders) {
@@ -621,6 +630,23 @@ TEST_F(PingClientCheck, FailsAfterACleanup) {
   EXPECT_EQ(client.checkPingResponse(), kFailed);
   client.cleanup();
   EXPECT_EQ(client.checkPingResponse(), kFailed);
+}
+
+// Otherwise the process would end where that unwinds the stack.
+TEST_F(PingClientTest, EndsItsCallsBeforeItsThreadIsCancelled) {
+  const auto descriptors = support::open_descriptors();
+  PingClient client;
+  int sent = 1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { sent = client.sendSimplePing("10.1.0.2", "10.1.0.1"); }));
+  EXPECT_EQ(sent, 0);
+  capture_.wait_for(support::is_echo_reply);
+  pause_us(50000);
+  unsigned found = kNothing;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { found = client.checkPingResponse(); }));
+  EXPECT_EQ(found, kReplied);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { client.cleanup(); }));
+  EXPECT_EQ(support::open_descriptors(), descriptors);
 }
 
 // ---- cleanup() and the destructor ----
