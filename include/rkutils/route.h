@@ -76,7 +76,7 @@ RK_API int route_get_interface(const struct addrinfo* address, char* interface);
  * Returns 0 when the request was handed to the kernel, WHATEVER BECAME OF IT: nothing tells if the
  * caller lacks the right to (CAP_NET_ADMIN), or if the kernel does not know these flags. Returns -1,
  * with nothing sent, if no interface has the name, if it is NULL, or if there is no descriptor left.
- * Nothing is logged.
+ * The name of an alias, "wan0:1", stands for its interface. Nothing is logged.
  *
  * The socket takes the process id as its port id where it is free, which some programs expect of
  * their own netlink sockets: such a one cannot be bound while this runs.

@@ -165,6 +165,12 @@ TEST_F(SetMultipathFlags, TakesTheLongestName) {
   EXPECT_EQ(witness_.sent[0].bytes, request(kLongest, 0x80000));
 }
 
+TEST_F(SetMultipathFlags, TakesAnAliasForItsInterface) {
+  EXPECT_EQ(set("wan0:1", 1, 0), 0);
+  ASSERT_EQ(witness_.sent.size(), 1U);
+  EXPECT_EQ(witness_.sent[0].bytes, request("wan0", 0x80000));
+}
+
 TEST_F(SetMultipathFlags, IsMinus1ForAnUnknownNameAndSendsNothing) {
   const std::string too_long = std::string(kLongest) + "y";
   for (const char* name : {"wan1", "", "WAN0", "wan", "wan00", " wan0", "uplink-0123456",

@@ -85,6 +85,7 @@ std::vector<FailingCall> Witness::watching_calls() {
   }));
   calls.push_back(decided(SystemCall::kReceiveMessage, [this](const CallArguments& arguments) {
     receive_sizes.push_back(pointer_to<const msghdr>(arguments[1])->msg_iov->iov_len);
+    receive_flags.push_back(static_cast<int>(arguments[2]));
     return stands_in_ ? std::optional<std::int64_t>(receive(arguments))
                       : std::optional<std::int64_t>();
   }));

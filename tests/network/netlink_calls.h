@@ -69,6 +69,7 @@ class Witness {
   std::vector<std::string> bound;  // to which addresses
   std::vector<Sent> sent;
   std::vector<std::size_t> receive_sizes;  // of the buffers
+  std::vector<int> receive_flags;
 
  private:
   std::vector<support::FailingCall> watching_calls();

@@ -149,6 +149,7 @@ TEST_F(RouteGetInterface, AsksOverASocketOfItsOwn) {
                                             Option{SOL_SOCKET, SO_RCVBUF, 1048576}));
   EXPECT_THAT(witness_.bound, ElementsAre(u16(AF_NETLINK) + zeros(10)));
   EXPECT_THAT(witness_.receive_sizes, ElementsAre(16384U));
+  EXPECT_THAT(witness_.receive_flags, ElementsAre(0));
   EXPECT_THAT(log_.take(), ElementsAre(kAsking, kAnswered));
 }
 
@@ -273,6 +274,27 @@ TEST_F(RouteGetInterface, IsMinus1WhenTheSocketCannotBeMadeReady) {
   for (const auto& [failing, text] : cases) {
     EXPECT_EQ(look_up_with({failing}), not_found());
     EXPECT_THAT(log_.take(), ElementsAre(debug(text)));
+  }
+}
+
+// Where all the steps from one on would fail, that one is told about.
+TEST_F(RouteGetInterface, TakesItsStepsInOrder) {
+  const std::vector<std::pair<SystemCall, LogLine>> steps = {
+      {SystemCall::kSocket, debug("rtq: unable to open netlink socket")},
+      {SystemCall::kSetSocketOption, debug("rtq: unable to set buffer size")},
+      {SystemCall::kBind, debug("rtq: unable to bind netlink socket")},
+      {SystemCall::kGetSocketName, debug("rtq: invalid netlink socket")},
+      {SystemCall::kSendMessage, debug("rtq: unable to query netlink")},
+      {SystemCall::kReceiveMessage, query_failed(EIO)},
+  };
+  for (std::size_t first = 0; first < steps.size(); ++first) {
+    std::vector<FailingCall> failing;
+    for (std::size_t i = first; i < steps.size(); ++i) failing.push_back({steps[i].first, EIO});
+    EXPECT_EQ(look_up_with(failing), not_found());
+    const std::vector<LogLine> lines = log_.take();
+    ASSERT_THAT(lines, testing::Not(IsEmpty()));
+    EXPECT_EQ(lines.back(), steps[first].second);
+    EXPECT_EQ(lines.size(), first < 4 ? 1U : 2U);
   }
 }
 
@@ -527,9 +549,13 @@ TEST_F(RouteGetInterface, IsNotMisledByDatagramsOfOtherPrograms) {
   witness_.before_sending = [&](const Sent& sent) {
     const UniqueFd program(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     const std::vector<std::string> datagrams = {
-        route(sent.asker, output_interface(666)),           error(sent.asker, -ENETUNREACH),
-        route({sent.asker.port, 1}, output_interface(666)), message(kDone, sent.asker),
+        route(sent.asker, output_interface(666)),
+        error(sent.asker, -ENETUNREACH),
+        route({sent.asker.port, 1}, output_interface(666)),
+        message(kDone, sent.asker),
         message(kNewRoute, {1, 2}, zeros(12000)),
+        // What is too long is cut, here in the second header.
+        message(kNewRoute, {1, 2}, zeros(16376 - kHeaderSize)) + message(kNewRoute, {1, 2}),
     };
     for (const std::string& datagram : datagrams) {
       sockaddr_nl address = {};
@@ -543,8 +569,8 @@ TEST_F(RouteGetInterface, IsNotMisledByDatagramsOfOtherPrograms) {
     }
   };
   witness_.watch([] { EXPECT_EQ(look_up("127.0.0.1"), found("lo")); });
-  EXPECT_EQ(forged, 5);
-  EXPECT_EQ(witness_.receive_sizes.size(), 6U);
+  EXPECT_EQ(forged, 6);
+  EXPECT_EQ(witness_.receive_sizes.size(), 7U);
   EXPECT_THAT(log_.take(), ElementsAre(kAsking, kAnswered));
 }
 
