@@ -3,6 +3,7 @@
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/network/host_address.h>
 #include <rkutils/network/ping_client_packet.h>
+#include <rkutils/network/socket_calls.h>
 #include <rkutils/ping_client.h>
 
 #include <array>
@@ -17,32 +18,15 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+namespace network = rkutils::network;
+
 namespace {
 
 using rkutils::internal::PostponedCancellation;
-using rkutils::network::EchoRequest;
 
 constexpr int kClosed = -1;
 
 std::uint16_t draw() noexcept { return static_cast<std::uint16_t>(std::rand()); }
-
-// Makes the socket take packets with their IP headers.
-bool take_headers(int socket) noexcept {
-  const int yes = 1;
-  return ::setsockopt(socket, IPPROTO_IP, IP_HDRINCL, &yes, sizeof yes) == 0;
-}
-
-bool send(int socket, std::uint32_t target, const EchoRequest& request) noexcept {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(target);
-  ssize_t sent = 0;
-  do {
-    sent = ::sendto(socket, request.data(), request.size(), 0,
-                    reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  } while (sent < 0 && errno == EINTR);
-  return sent == static_cast<ssize_t>(request.size());
-}
 
 }  // namespace
 
@@ -56,13 +40,15 @@ int PingClient::sendSimplePing(String const& target, String const& source) {
   const PostponedCancellation postponed;
   cleanup();
   ++sequence_;
-  socket_ = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
-  if (socket_ == kClosed || !take_headers(socket_)) return kFailed;
-  const std::optional<std::uint32_t> host = rkutils::network::find_ipv4_address(target.c_str());
+  socket_ = network::open_icmp_socket().release();
+  if (socket_ == kClosed) return kFailed;
+  const int with_headers_of_ours = 1;
+  if (!network::set_option(socket_, IPPROTO_IP, IP_HDRINCL, with_headers_of_ours)) return kFailed;
+  const std::optional<std::uint32_t> host = network::find_ipv4_address(target.c_str());
   if (!host) return kFailed;
-  const EchoRequest request = rkutils::network::make_echo_request(
-      ntohl(::inet_addr(source.c_str())), *host, {identifier_, sequence_});
-  return send(socket_, *host, request) ? kSent : kFailed;
+  const network::EchoRequest request = network::make_echo_request(
+      {ntohl(::inet_addr(source.c_str())), *host}, {identifier_, sequence_});
+  return network::send_to_host(socket_, request.data(), request.size(), *host) ? kSent : kFailed;
 }
 
 unsigned PingClient::checkPingResponse() {
@@ -74,8 +60,8 @@ unsigned PingClient::checkPingResponse() {
     std::array<std::uint8_t, 256> packet;
     const ssize_t length = ::recv(socket_, packet.data(), packet.size(), MSG_DONTWAIT);
     if (length < 0) return errno == EAGAIN ? kNothing : kFailed;
-    if (rkutils::network::has_numbers(packet.data(), static_cast<std::size_t>(length),
-                                      {identifier_, sequence_})) {
+    if (network::has_numbers(packet.data(), static_cast<std::size_t>(length),
+                             {identifier_, sequence_})) {
       return kReplied;
     }
   }

@@ -14,7 +14,7 @@
 
 namespace {
 
-using rkutils::network::EchoNumbers;
+using rkutils::network::Echo;
 using rkutils::network::EchoRequest;
 using rkutils::network::has_numbers;
 using rkutils::network::make_echo_request;
@@ -23,7 +23,7 @@ using support::checksum_by_definition;
 using testing::ElementsAre;
 
 TEST(PingClientRequest, IsMadeByteForByte) {
-  EXPECT_THAT(make_echo_request(0xc0000201, 0xc6336402, {0x1234, 0xfedc}),
+  EXPECT_THAT(make_echo_request({0xc0000201, 0xc6336402}, {0x1234, 0xfedc}),
               ElementsAre(0x45, 0, 0, 28, 0, 0, 0, 0, 128, 1, 0x4e, 0xaa, 192, 0, 2, 1, 198, 51,
                           100, 2, 8, 0, 0xe6, 0xee, 0x12, 0x34, 0xfe, 0xdc));
 }
@@ -34,9 +34,9 @@ TEST(PingClientRequest, HasItsAddressesNumbersAndChecksums) {
   for (int i = 0; i < support::rounds(10000); ++i) {
     const auto source = static_cast<std::uint32_t>(random());
     const auto target = static_cast<std::uint32_t>(random());
-    const EchoNumbers numbers = {static_cast<std::uint16_t>(random()),
-                                 static_cast<std::uint16_t>(random())};
-    const EchoRequest request = make_echo_request(source, target, numbers);
+    const Echo numbers = {static_cast<std::uint16_t>(random()),
+                          static_cast<std::uint16_t>(random())};
+    const EchoRequest request = make_echo_request({source, target}, numbers);
     const auto number_at = [&](std::size_t offset, std::size_t size) {
       std::uint32_t number = 0;
       for (; size > 0; --size) number = number << 8U | request[offset++];
@@ -64,7 +64,7 @@ class PingClientReply : public testing::Test {
     return bytes;
   }
 
-  static constexpr EchoNumbers kNumbers = {0x1234, 0xfedc};
+  static constexpr Echo kNumbers = {0x1234, 0xfedc};
 
   static bool is_taken(const Bytes& bytes) {
     return has_numbers(bytes.data(), bytes.size(), kNumbers);

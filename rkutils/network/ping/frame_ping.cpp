@@ -14,6 +14,8 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if_arp.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <syslog.h>
 
 namespace rkutils::ping {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <netinet/in.h>
 #include <syslog.h>
 
 namespace rkutils::ping {

@@ -1,37 +1,17 @@
-#include <rkutils/internal/internet_checksum.h>
 #include <rkutils/network/ping/packet.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace rkutils::ping {
 namespace {
 
-// ---- The headers' fields ----
-
-constexpr std::size_t kIpHeaderSize = 20;
-constexpr std::size_t kIpLength = 2;
-constexpr std::size_t kIpFragment = 6;
-constexpr std::size_t kIpTimeToLive = 8;
-constexpr std::size_t kIpProtocol = 9;
-constexpr std::size_t kIpChecksum = 10;
-constexpr std::size_t kIpSource = 12;
-constexpr std::size_t kIpTarget = 16;
-
-constexpr std::size_t kIcmpHeaderSize = 8;
-constexpr std::size_t kIcmpChecksum = 2;
-constexpr std::size_t kIcmpIdentifier = 4;
-constexpr std::size_t kIcmpSequence = 6;
+using namespace network;
 
 constexpr std::size_t kEthernetHeaderSize = 14;
 constexpr std::size_t kEthernetSource = 6;
 constexpr std::size_t kEthernetType = 12;
 
-constexpr std::uint8_t kVersion4With5Words = 0x45;
 constexpr std::uint8_t kTimeToLive = 64;
-constexpr std::uint8_t kIcmp = 1;
-constexpr std::uint8_t kEchoReply = 0;
-constexpr std::uint8_t kEchoRequest = 8;
 constexpr std::uint16_t kDoNotFragment = 0x4000;
 constexpr std::uint16_t kTypeIpv4 = 0x0800;
 
@@ -42,55 +22,13 @@ constexpr std::size_t kSmallestIcmpPacket = 76;
 // What little-endian hosts have always written into the length of an IP packet, whatever its length.
 constexpr std::uint16_t kLengthInHostOrder = 48;
 
-// ---- Numbers in either order ----
-
-void put_network16(std::uint8_t* bytes, std::uint16_t value) noexcept {
-  bytes[0] = static_cast<std::uint8_t>(value >> 8U);
-  bytes[1] = static_cast<std::uint8_t>(value);
-}
-
-void put_network32(std::uint8_t* bytes, std::uint32_t value) noexcept {
-  put_network16(bytes, static_cast<std::uint16_t>(value >> 16U));
-  put_network16(bytes + 2, static_cast<std::uint16_t>(value));
-}
-
 void put_little16(std::uint8_t* bytes, std::uint16_t value) noexcept {
   bytes[0] = static_cast<std::uint8_t>(value);
   bytes[1] = static_cast<std::uint8_t>(value >> 8U);
 }
 
-std::uint16_t network16(const std::uint8_t* bytes) noexcept {
-  return static_cast<std::uint16_t>(bytes[0] << 8U | bytes[1]);
-}
-
 std::uint16_t little16(const std::uint8_t* bytes) noexcept {
   return static_cast<std::uint16_t>(bytes[1] << 8U | bytes[0]);
-}
-
-// Over `length` bytes from the header on, in which the field is zero.
-void put_checksum(std::uint8_t* header, std::size_t field, std::size_t length) noexcept {
-  const std::uint16_t sum = internal::internet_checksum(header, length);
-  std::memcpy(header + field, &sum, sizeof sum);
-}
-
-// ---- Headers, in memory that is zero ----
-
-void put_echo(std::uint8_t* icmp, Echo echo) noexcept {
-  put_network16(icmp + kIcmpIdentifier, echo.identifier);
-  put_network16(icmp + kIcmpSequence, echo.sequence);
-}
-
-Echo echo_of(const std::uint8_t* icmp) noexcept {
-  return {network16(icmp + kIcmpIdentifier), network16(icmp + kIcmpSequence)};
-}
-
-// All of an IP header but its length, flags and checksum.
-void put_ip_header(std::uint8_t* ip, Endpoints endpoints) noexcept {
-  ip[0] = kVersion4With5Words;
-  ip[kIpTimeToLive] = kTimeToLive;
-  ip[kIpProtocol] = kIcmp;
-  put_network32(ip + kIpSource, endpoints.source);
-  put_network32(ip + kIpTarget, endpoints.target);
 }
 
 }  // namespace
@@ -106,14 +44,14 @@ std::array<std::uint8_t, kIcmpRequestSize> make_icmp_request(Echo echo) noexcept
 std::optional<IcmpPacket> read_icmp_packet(const std::uint8_t* packet,
                                            std::size_t length) noexcept {
   if (length < kSmallestIcmpPacket) return std::nullopt;
-  const std::uint8_t* const icmp = packet + std::size_t{4} * (packet[0] & 0x0FU);
+  const std::uint8_t* const icmp = packet + ip_header_size(packet);
   return IcmpPacket{icmp[0] == kEchoReply, echo_of(icmp)};
 }
 
 void write_ip_request(std::uint8_t* packet, std::size_t size, Endpoints endpoints,
                       Echo echo) noexcept {
   std::fill_n(packet, size, std::uint8_t{0});
-  put_ip_header(packet, endpoints);
+  put_ip_header(packet, endpoints, kTimeToLive);
   put_little16(packet + kIpLength, kLengthInHostOrder);
   put_checksum(packet, kIpChecksum, kIpHeaderSize);
 
@@ -141,7 +79,7 @@ void write_frame_request(std::uint8_t* frame, std::size_t size, const Link& link
   put_network16(frame + kEthernetType, kTypeIpv4);
 
   std::uint8_t* const ip = frame + kEthernetHeaderSize;
-  put_ip_header(ip, endpoints);
+  put_ip_header(ip, endpoints, kTimeToLive);
   put_network16(ip + kIpLength, static_cast<std::uint16_t>(size - kEthernetHeaderSize));
   put_network16(ip + kIpFragment, kDoNotFragment);
   put_checksum(ip, kIpChecksum, kIpHeaderSize);

@@ -5,6 +5,8 @@
 #ifndef RKUTILS_NETWORK_PING_PACKET_H
 #define RKUTILS_NETWORK_PING_PACKET_H
 
+#include <rkutils/network/echo_fields.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -12,21 +14,10 @@
 
 namespace rkutils::ping {
 
-// What a reply has in common with its request.
-struct Echo {
-  std::uint16_t identifier;
-  std::uint16_t sequence;
-};
-constexpr bool operator==(Echo a, Echo b) noexcept {
-  return a.identifier == b.identifier && a.sequence == b.sequence;
-}
+using network::Echo;
+using network::Endpoints;
 
 using MacAddress = std::array<std::uint8_t, 6>;
-
-struct Endpoints {
-  std::uint32_t source;
-  std::uint32_t target;
-};
 
 // ---- ICMP alone ----
 

@@ -2,6 +2,7 @@
 #include <rkutils/network/address_record.h>
 #include <rkutils/network/route/netlink.h>
 #include <rkutils/network/route/query.h>
+#include <rkutils/network/socket_calls.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,10 +22,6 @@ bool refuse_answer() noexcept {
   const internal::ErrnoRestorer keep_errno;
   ::syslog(LOG_DEBUG, "rtq: netlink query failed: %s", std::strerror(errno));
   return false;
-}
-
-bool set_buffer_size(int socket, int which, int size) noexcept {
-  return ::setsockopt(socket, SOL_SOCKET, which, &size, sizeof size) == 0;
 }
 
 bool read_local_address(RouteQuery& query) noexcept {
@@ -63,8 +60,8 @@ bool open(RouteQuery& query) noexcept {
   query.socket = open_netlink_socket();
   if (!query.socket) return refuse("unable to open netlink socket");
   const int socket = query.socket.get();
-  if (!set_buffer_size(socket, SO_SNDBUF, kSendBuffer) ||
-      !set_buffer_size(socket, SO_RCVBUF, kReceiveBuffer)) {
+  if (!set_option(socket, SOL_SOCKET, SO_SNDBUF, kSendBuffer) ||
+      !set_option(socket, SOL_SOCKET, SO_RCVBUF, kReceiveBuffer)) {
     return refuse("unable to set buffer size");
   }
   if (!bind_netlink_socket(socket, 0, 0)) return refuse("unable to bind netlink socket");
