@@ -614,6 +614,20 @@ TEST_F(PingClientCheck, FailsWhenReceivingDoes) {
   EXPECT_EQ(check(client), kReplied);
 }
 
+TEST_F(PingClientCheck, ReceivesUpTo256BytesWithoutWaiting) {
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> sizes_and_flags;
+  const auto see = [&](const support::CallArguments& arguments) -> std::optional<std::int64_t> {
+    sizes_and_flags.emplace_back(arguments[2], arguments[3]);
+    return {};
+  };
+  net_.gateway.answer_pings(false);
+  PingClient client;
+  ASSERT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 0);
+  run_with_failing_calls({{SystemCall::kReceive, 0, 0, 0, {}, see}},
+                         [&] { EXPECT_EQ(client.checkPingResponse(), kNothing); });
+  EXPECT_THAT(sizes_and_flags, ElementsAre(testing::Pair(256U, unsigned{MSG_DONTWAIT})));
+}
+
 TEST_F(PingClientCheck, SkipsWhatIsEmpty) {
   PingClient client;
   ASSERT_EQ(client.sendSimplePing("10.1.0.2", "10.1.0.1"), 0);
