@@ -17,6 +17,7 @@
 #include <rkutils/memory.h>
 #include <rkutils/memstream.h>
 #include <rkutils/ping.h>
+#include <rkutils/process_control.h>
 #include <rkutils/route.h>
 #include <rkutils/semaphore.h>
 #include <rkutils/systeminfo.h>

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 static int failures = 0;
 
@@ -124,6 +125,16 @@ static void interfaces(void) {
   check(pdb_find_provider("$(reboot)") == NULL, "no shell reads a key");
 }
 
+static void processes(void) {
+  char caller[16] = "";
+  const int self = (int)getpid();
+  check(pid_alive(self) == 1 && pid_alive(-1) == 0, "a process is there or not");
+  check(get_parent_pid(self) == (int)getppid(), "a process has a parent");
+  check(*procname(self) != '\0' && *procname(-1) == '\0', "a process has a name");
+  check(get_caller(caller, sizeof caller) == 0 && *caller != '\0', "somebody has called");
+  check(get_caller(NULL, sizeof caller) == -1, "no buffer, no caller");
+}
+
 static void locks(void) {
   sem_options* options = sem_options_create();
   sem_handle* handle;
@@ -159,5 +170,6 @@ int main(void) {
   interfaces();
   locks();
   pings();
+  processes();
   return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -4,6 +4,7 @@
 #include <rkutils/file.h>
 #include <rkutils/semaphore.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -38,6 +39,8 @@ using support::built_program;
 using support::run_program;
 using support::source_file;
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 TEST(ConfigurationValues, PrintsTheValuesOfItsArguments) {
   support::ConfigdStandIn daemon;
@@ -509,6 +512,46 @@ TEST_F(LockedRun, FailsWithoutALock) {
   EXPECT_EQ(status, 1);
   EXPECT_THAT(log.take(), testing::SizeIs(1));
   EXPECT_EQ(run_program({built_program("examples/locked-run"), "-n", "/no"}).status, 1);
+}
+
+// Runs it below so many shells.
+support::Outcome show_processes_below(int shells, const std::string& text) {
+  std::string command = built_program("examples/show-processes") + " " + text;
+  for (; shells > 0; --shells) {
+    // A shell would become the command if nothing were behind it.
+    std::ofstream("/tmp/show-" + std::to_string(shells)) << command << "; exit $?\n";
+    command = "sh /tmp/show-" + std::to_string(shells);
+  }
+  return run_program({"sh", "-c", "exec " + command});
+}
+
+TEST(ShowProcesses, TellsWhoAsksBelowShells) {
+  std::ifstream file("/proc/self/comm");
+  std::string name;
+  std::getline(file, name);
+  for (const int shells : {0, 1, 2}) {
+    const auto [output, status] = show_processes_below(shells, "no-such-process");
+    EXPECT_THAT(output, StartsWith(name + " asks\n0 of ")) << shells;
+    EXPECT_EQ(status, 1);
+  }
+  EXPECT_THAT(show_processes_below(3, "no-such-process").output, StartsWith("somebody asks\n"));
+}
+
+TEST(ShowProcesses, FindsItself) {
+  const std::string program = built_program("examples/show-processes");
+  const auto [output, status] = run_program({program, program});
+  EXPECT_THAT(output, testing::ContainsRegex("\n[0-9]+ \\(.*examples_test\\) " + program + " " +
+                                             program + "\n1 of [0-9]+\n"));
+  EXPECT_EQ(status, 0);
+}
+
+TEST(ShowProcesses, ShowsAllWithoutAText) {
+  const auto [output, status] = run_program({built_program("examples/show-processes")});
+  EXPECT_THAT(output, HasSubstr("\n1 () "));
+  const auto lines = std::count(output.begin(), output.end(), '\n') - 2;
+  const std::string count = std::to_string(lines);
+  EXPECT_THAT(output, testing::EndsWith("\n" + count + " of " + count + "\n"));
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Events, RaisesAnEvent) {
