@@ -6,5 +6,6 @@
 
 int main(int argc, char** argv) {
   bench::processes::add_lock_rows();
+  bench::processes::add_table_rows();
   return bench::run(argc, argv);
 }

@@ -5,6 +5,7 @@
 namespace bench::processes {
 
 void add_lock_rows();
+void add_table_rows();
 
 }  // namespace bench::processes
 
