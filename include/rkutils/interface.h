@@ -33,7 +33,7 @@
  * wanlink_count() and interfaceize() read with readfile(), pdb_find_provider() writes its command
  * with strformat(): the results of these functions are overwritten too, and in a program with
  * several threads only one at a time may call any of them. The others keep no state. A thread that
- * is cancelled (pthread_cancel(3)) finishes a command first. Nothing here is for signal handlers.
+ * is cancelled (pthread_cancel(3)) finishes its call first. Nothing here is for signal handlers.
  * Descriptors are close-on-exec.
  */
 #ifndef RKUTILS_INTERFACE_H

@@ -21,6 +21,7 @@
 #include "support/run_program.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -288,6 +289,13 @@ TEST_F(BridgeMembers, ASignalLosesNone) {
   support::Interruption::send(thread);
   thread.join();
   EXPECT_EQ(result, all_of("eth0 eth1 "));
+}
+
+TEST_F(BridgeMembers, AreFoundByACancelledThread) {
+  brctl_.print(kHeading + row("br0", "eth0"));
+  Result result = {};
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = members_of("br0"); }));
+  EXPECT_EQ(result, all_of("eth0 "));
 }
 
 TEST_F(BridgeMembers, AreFoundOnASmallStack) {

@@ -11,6 +11,7 @@
 #include "support/case_name.h"
 #include "support/kernel_folder.h"
 #include "support/put_file.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -223,6 +224,13 @@ TEST_F(InterfaceizeRadio, IsReadWithReadfile) {
   EXPECT_STREQ(text, "Linux");
   interfaceize("wlan0-1");
   EXPECT_STREQ(text, "dualmode");
+}
+
+TEST_F(InterfaceizeRadio, IsFoundByACancelledThread) {
+  put_status(0, "dualmode");
+  std::string shown;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { shown = interfaceize("wlan0-1"); }));
+  EXPECT_EQ(shown, "WLAN3");
 }
 
 // ---- The buffer

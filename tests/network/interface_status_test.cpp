@@ -23,6 +23,7 @@
 #include "support/open_descriptors.h"
 #include "support/run_program.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 #include "support/without_privileges.h"
 
 namespace {
@@ -435,6 +436,13 @@ TEST_F(IpInterfaceStatusTest, WithoutPrivilegesCanAskAndNotChange) {
   EXPECT_THAT(flags_of("lan0"), Not(Contains("UP")));
   EXPECT_EQ(queue_length_of("lan0"), "77");
   EXPECT_EQ(address_of("lan0"), "10.1.2.3/8");
+}
+
+TEST_F(IpInterfaceStatusTest, IsFinishedByACancelledThread) {
+  std::array<unsigned int, 8> results = {};
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { results = results_of(status_, "lan0"); }));
+  results[5] = 0;  // as above
+  EXPECT_EQ(results, (std::array<unsigned int, 8>{1, 1, 1, 1, 1, 0, kAddress, 0xFFFFFFF0}));
 }
 
 // ---- The object

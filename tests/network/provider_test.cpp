@@ -22,6 +22,7 @@
 #include "support/printing_program.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -233,6 +234,13 @@ TEST_F(PdbFindProvider, ASignalLosesNothing) {
   std::thread thread([&] { provider = pdb_find_provider("26201"); });
   support::Interruption::send(thread);
   thread.join();
+  EXPECT_EQ(provider, "Example");
+}
+
+TEST_F(PdbFindProvider, IsFinishedByACancelledThread) {
+  pdb_.print("provider: Example\n");
+  std::string provider;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { provider = pdb_find_provider("26201"); }));
   EXPECT_EQ(provider, "Example");
 }
 

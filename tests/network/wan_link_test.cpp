@@ -17,6 +17,7 @@
 #include "support/put_file.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -71,6 +72,13 @@ TEST_F(WanlinkIsUp, UnlessItLeadsNowhere) {
   EXPECT_EQ(wanlink_is_up(), 0);
 }
 
+TEST_F(WanlinkIsUp, AsACancelledThreadFinds) {
+  fs::create_directories(kFolder + "/hotlink");
+  int up = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { up = wanlink_is_up(); }));
+  EXPECT_EQ(up, 1);
+}
+
 TEST_F(WanlinkIsUp, OnlyIfTheRealUserMayReadIt) {
   fs::create_directories(kFolder + "/hotlink");
   support::run_for_nobody([] { EXPECT_EQ(wanlink_is_up(), 1); });
@@ -113,6 +121,13 @@ TEST_F(HaveNetworkConnectivity, IfItCanBeOpened) {
   support::run_for_nobody([] { EXPECT_EQ(have_network_connectivity(), 1); });
   const support::NoMoreDescriptors none;
   EXPECT_EQ(have_network_connectivity(), 0);
+}
+
+TEST_F(HaveNetworkConnectivity, AsACancelledThreadFinds) {
+  put(kFolder + "/hotlink/interface", "wwan0");
+  int connected = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { connected = have_network_connectivity(); }));
+  EXPECT_EQ(connected, 1);
 }
 
 // ---- How many are in use
@@ -211,6 +226,13 @@ TEST_F(WanlinkCount, ReadsWithReadfile) {
   const char* const text = readfile("/proc/sys/kernel/ostype");
   EXPECT_EQ(wanlink_count(), 1);
   EXPECT_STREQ(text, "connected");
+}
+
+TEST_F(WanlinkCount, IsFinishedByACancelledThread) {
+  put_state("wanlink1", "connected");
+  int count = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { count = wanlink_count(); }));
+  EXPECT_EQ(count, 1);
 }
 
 TEST_F(WanlinkCount, WorksOnASmallStack) {

@@ -5,6 +5,7 @@
 #include <rkutils/foundations/text/ascii.h>
 #include <rkutils/foundations/text/prefix.h>
 #include <rkutils/interface.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/text.h>
 
 #include <cstdarg>
@@ -92,6 +93,7 @@ void show_ppp(Display& display, const KernelName& name) {
 
 // One of the networks of a radio. A device with a single radio shows the network alone.
 void show_wireless(Display& display, const char* prefix, int radio, int network) {
+  const rkutils::internal::PostponedCancellation postponed;
   const bool has_second_radio = *readfile("/proc/sysinfo/wlan1/type") != '\0';
   char path[sizeof "/tmp/status/wlan/status-wlan999999"];
   std::snprintf(path, sizeof path, "/tmp/status/wlan/status-wlan%d", radio);

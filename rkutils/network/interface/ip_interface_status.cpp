@@ -2,6 +2,7 @@
 // wan_link.cpp.
 
 #include <rkutils/interface.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/network/interface/flags.h>
 #include <rkutils/network/interface_request.h>
@@ -18,9 +19,10 @@
 
 namespace {
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
-// A request with the socket that it goes through.
+// A request with the socket that it goes through, which a thread closes before it is cancelled.
 class Request {
  public:
   // With a NULL for the name, as without a socket, all that is sent fails.
@@ -37,6 +39,7 @@ class Request {
   ifreq* operator->() { return &record_; }
 
  private:
+  const PostponedCancellation postponed_;
   const UniqueFd socket_;
   ifreq record_;
 };
@@ -48,6 +51,7 @@ using InterfaceList = std::unique_ptr<ifaddrs, InterfaceListDeleter>;
 
 // NULL also when the kernel cannot be asked.
 InterfaceList list_interfaces() {
+  const PostponedCancellation postponed;
   ifaddrs* list = nullptr;
   return InterfaceList(::getifaddrs(&list) == 0 ? list : nullptr);
 }

@@ -4,6 +4,7 @@
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/text/prefix.h>
 #include <rkutils/interface.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_dir.h>
 
 #include <climits>
@@ -15,6 +16,7 @@
 
 namespace {
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 using rkutils::text::begins_with;
 
@@ -37,6 +39,7 @@ bool is_active(const char* name) {
 int wanlink_is_up(void) { return ::access(kHotLink, R_OK) == 0 ? 1 : 0; }
 
 int wanlink_count(void) {
+  const PostponedCancellation postponed;
   const UniqueDir folder(::opendir(kFolder));
   if (!folder) return 0;
   int count = 0;
@@ -47,5 +50,6 @@ int wanlink_count(void) {
 }
 
 int IpInterfaceStatus::haveNetworkConnectivity() const {
+  const PostponedCancellation postponed;
   return rkutils::file::open_to_read(kHotLinkInterface) ? 1 : 0;
 }
