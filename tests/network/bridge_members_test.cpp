@@ -90,6 +90,12 @@ TEST_F(BridgeMembers, OfAnUnknownBridgeAreNone) {
   }
 }
 
+TEST_F(BridgeMembers, MayBeThoseOfOneThatIsCalledLikeTheHeading) {
+  brctl_.print(kHeading + row("bridge", "eth0") + further("eth1") + row("bridge-2", "eth2"));
+  EXPECT_EQ(members_of("bridge"), all_of("eth0 eth1 "));
+  EXPECT_EQ(members_of("bridge-2"), all_of("eth2 "));
+}
+
 TEST_F(BridgeMembers, ARefusedArgumentRunsNothingAndLeavesTheBuffer) {
   brctl_.print(kHeading + row("br0", "eth0"));
   char buffer[] = "text";

@@ -4,13 +4,17 @@
 #include <rkutils/interface.h>
 
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include <gmock/gmock.h>
 
 #include "support/case_name.h"
 #include "support/kernel_folder.h"
+#include "support/open_descriptors.h"
 #include "support/put_file.h"
+#include "support/small_stack.h"
+#include "support/syslog_collector.h"
 #include "support/though_cancelled.h"
 
 namespace {
@@ -88,6 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
                     NameCase{"LettersAndASecondNumber", "eth0-vlan7", "ETH1-8"},
                     NameCase{"BeforeTheNumber", "eth-0", "ETH"},
                     NameCase{"BeforeTheLetters", "-eth0", "ETH"},
+                    NameCase{"LettersBehindTheSecondNumberAlone", "eth-0abc1d", "ETHABCD"},
                     NameCase{"BetweenLetters", "my-lan", "MYLAN"},
                     NameCase{"BetweenLettersBeforeANumber", "my-lan0", "MYLAN"},
                     NameCase{"Several", "eth0--1", "ETH1-2"},
@@ -139,11 +144,20 @@ INSTANTIATE_TEST_SUITE_P(Gre, Interfaceize,
 
 class InterfaceizeRadio : public testing::Test {
  protected:
+  InterfaceizeRadio() : descriptors_before_(support::open_descriptors()) {}
   ~InterfaceizeRadio() override { std::filesystem::remove_all("/tmp/status"); }
+  void TearDown() override {
+    EXPECT_THAT(log_.take(), testing::IsEmpty());
+    EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+  }
 
   static void put_status(int radio, const std::string& text) {
     put("/tmp/status/wlan/status-wlan" + std::to_string(radio), text);
   }
+
+ private:
+  support::SyslogCollector log_;
+  const std::map<int, std::string> descriptors_before_;
 };
 
 TEST_F(InterfaceizeRadio, IsLeftOutWhereThereIsOne) {
@@ -231,6 +245,11 @@ TEST_F(InterfaceizeRadio, IsFoundByACancelledThread) {
   std::string shown;
   EXPECT_TRUE(support::finishes_though_cancelled([&] { shown = interfaceize("wlan0-1"); }));
   EXPECT_EQ(shown, "WLAN3");
+}
+
+TEST_F(InterfaceizeRadio, IsFoundOnASmallStack) {
+  put_status(0, "dualmode");
+  support::run_on_small_stack([] { EXPECT_STREQ(interfaceize("wlan0-1"), "WLAN3"); });
 }
 
 // ---- The buffer

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -15,6 +16,7 @@
 #include <type_traits>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -22,6 +24,7 @@
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
 #include "support/run_program.h"
+#include "support/small_stack.h"
 #include "support/syslog_collector.h"
 #include "support/though_cancelled.h"
 #include "support/without_privileges.h"
@@ -209,6 +212,27 @@ TEST_F(SetInterfaceUp, LeavesTheOtherFlags) {
   EXPECT_THAT(flags_of("lan0"), IsSupersetOf({"BROADCAST", "MULTICAST", "NOARP", "UP"}));
   EXPECT_EQ(status_.setInterfaceUp("lan0", 0), 1);
   EXPECT_EQ(flags_of("lan0"), before);
+}
+
+// The kernel's way to switch off one address alone.
+TEST_F(SetInterfaceUp, TakesTheAddressOfALabelAwayWithOff) {
+  ASSERT_EQ(status_.setInterfaceUp("lan0", 1), 1);
+  ASSERT_EQ(status_.setIpV4Address("lan0", kOtherAddress), 1);
+  ASSERT_EQ(status_.setIpV4Address("lan0:backup", kAddress), 1);
+  EXPECT_EQ(status_.setInterfaceUp("lan0:backup", 1), 1);
+  EXPECT_EQ(status_.getIpV4Address("lan0:backup"), kAddress);
+  EXPECT_EQ(status_.setInterfaceUp("lan0:backup", 0), 1);
+  EXPECT_EQ(status_.getIpV4Address("lan0:backup"), 0U);
+  EXPECT_EQ(status_.getIpV4Address("lan0"), kOtherAddress);
+  EXPECT_THAT(flags_of("lan0"), Contains("UP"));
+}
+
+TEST_F(SetInterfaceUp, SetsNothingWhereTheFlagsCannotBeRead) {
+  int result = -1;
+  support::run_with_failing_calls({{support::SystemCall::kControl, EIO, 0, 1}},
+                                  [&] { result = status_.setInterfaceUp("lan0", 1); });
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(flags_of("lan0"), Not(Contains("UP")));
 }
 
 // ---- The queue
@@ -438,9 +462,28 @@ TEST_F(IpInterfaceStatusTest, WithoutPrivilegesCanAskAndNotChange) {
   EXPECT_EQ(address_of("lan0"), "10.1.2.3/8");
 }
 
+TEST_F(IpInterfaceStatusTest, HasSocketsForNoOtherProgram) {
+  std::vector<int> flags;
+  flags.reserve(16);
+  support::FailingCall request = {support::SystemCall::kControl, 0};
+  request.decide = [&](const support::CallArguments& arguments) {
+    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
+    return std::optional<std::int64_t>();
+  };
+  support::run_with_failing_calls({request}, [&] { results_of(status_, "lan0"); });
+  EXPECT_THAT(flags, testing::AllOf(testing::SizeIs(testing::Ge(8U)), testing::Each(FD_CLOEXEC)));
+}
+
 TEST_F(IpInterfaceStatusTest, IsFinishedByACancelledThread) {
   std::array<unsigned int, 8> results = {};
   EXPECT_TRUE(support::finishes_though_cancelled([&] { results = results_of(status_, "lan0"); }));
+  results[5] = 0;  // as above
+  EXPECT_EQ(results, (std::array<unsigned int, 8>{1, 1, 1, 1, 1, 0, kAddress, 0xFFFFFFF0}));
+}
+
+TEST_F(IpInterfaceStatusTest, WorksOnASmallStack) {
+  std::array<unsigned int, 8> results = {};
+  support::run_on_small_stack([&] { results = results_of(status_, "lan0"); });
   results[5] = 0;  // as above
   EXPECT_EQ(results, (std::array<unsigned int, 8>{1, 1, 1, 1, 1, 0, kAddress, 0xFFFFFFF0}));
 }

@@ -154,7 +154,8 @@ TEST_F(PdbFindProvider, RefusesNothingElse) {
   }
   EXPECT_EQ(key.size(), 255 - refused.size());
   EXPECT_STREQ(pdb_find_provider(key.c_str()), "Example");
-  EXPECT_EQ(pdb_.starts().size(), 1U);
+  key.replace(key.find(' '), 1, "][");
+  EXPECT_THAT(pdb_.starts(), ElementsAre("[-n][" + key + "]"));
 }
 
 TEST_F(PdbFindProvider, RefusesAKeyThatWouldBeCut) {
