@@ -56,7 +56,7 @@
  * Addresses and masks are in host order, the first octet in the most significant byte, as in
  * IpAddress. Of several addresses that an interface may have, these are about the first one.
  *
- * All give 0 as well when there is no socket, for want of descriptors for instance.
+ * All give 0 as well when there is no socket, or no descriptor for one or for a file.
  */
 class RK_API IpInterfaceStatus {
  public:
@@ -76,7 +76,8 @@ class RK_API IpInterfaceStatus {
   /*
    * Switches the interface on if `up` is 1, and off if it is anything else: IFF_UP and IFF_RUNNING
    * are set or cleared, and the other flags stay. IFF_RUNNING is the kernel's to decide: an
-   * interface without a carrier does not get it.
+   * interface without a carrier does not get it. Of a name with a label, off takes the label's
+   * address away, and the interface stays on.
    *
    * Returns 1; 0 when the kernel refuses.
    */
@@ -133,8 +134,9 @@ extern "C" {
  *
  * A name is taken apart first: the first number is made of its digits before any dash, the second
  * one of all digits behind the first dash, and the prefix of the other characters that come before
- * the first number, dashes left out. Six digits of each number and 14 characters of the prefix
- * count; what follows them is left out. Then, the first that fits:
+ * the first number, or of all others where there is none; dashes are left out. Six digits of each
+ * number and 14 characters of the prefix count; what follows them is left out. Then, the first that
+ * fits:
  *
  *     no first number                  the prefix
  *     prefix "ppp", 10 to 19           "SERIAL" and the number less 9
@@ -180,7 +182,8 @@ RK_API int wanlink_count(void);
 
 /*
  * Lists the interfaces of a bridge as "eth0 eth1 ", each with a blank behind it, in `out` of `size`
- * bytes; of a longer list the first size - 1 characters, which may end within a name.
+ * bytes; of a longer list the first size - 1 characters, which may end within a name. `bridge` must
+ * not lie in `out`, which is emptied first.
  *
  * The list is read from the table that brctl prints. Once a line has the bridge's name, all lines
  * after it that begin with a tab or a blank count. THE FURTHER INTERFACES OF BRIDGES THAT COME
