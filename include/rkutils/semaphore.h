@@ -154,7 +154,7 @@ RK_API int release_lock(const char* path);
 class RK_API CSemaphore {
  public:
   /*
-   * `pathname` is a file that exists as long as the lock is in use; it is neither read nor written.
+   * `pathname` is a file that exists as long as the lock is in use; it is not even opened.
    * `projectId` counts with its low eight bits, which must not all be 0.
    *
    * Nothing is looked for yet. An empty path and the number 0 are logged, and fail in init():
@@ -176,8 +176,8 @@ class RK_API CSemaphore {
    *
    * Where another process has made the set but not yet freed it, waits for that up to 100 ms. By
    * then that process is taken for dead, and the set is freed here: by one of all who wait, holding
-   * an advisory lock (flock(2)) on the file, for which it waits up to a second more. Who makes the
-   * set waits for that as long, but does without it then.
+   * an advisory lock (flock(2)) on "/usr/lib/librkutils.so.1.0.0", for which it waits up to a second
+   * more. Who makes the set waits for that as long, but does without it then.
    *
    * Returns 0; or -1 with one of these:
    *     CSemaphore::init() - ftok failed (errno=%i) for file PATHNAME
@@ -185,7 +185,7 @@ class RK_API CSemaphore {
    *         the path holds a NUL (both EINVAL)
    *     CSemaphore::init() - unable to obtain semaphore-set - errno=%i
    *         EACCES: it is another user's; ENOSPC: no more sets; or what prevents the advisory lock
-   *         (EAGAIN: somebody else holds one)
+   *         (EAGAIN: another program holds it)
    *     CSemaphore::init() - semop() failed - unable to initialize semaphore - errno=%i
    */
   int init();

@@ -6,12 +6,14 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/ipc.h>
@@ -312,7 +314,7 @@ TEST_F(SemaphoreLeftNew, IsFreedForGood) {
 // Two who found it new at the same time: the other has its turn, and has freed and taken it.
 TEST_F(SemaphoreLeftNew, IsFreedOnce) {
   const int left = leave_new_set(kPath, kProject);
-  UniqueFd turn(::open(kPath, O_RDONLY | O_CLOEXEC));
+  UniqueFd turn(::open(kLibrary, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(turn.get(), LOCK_SH), 0);  // no turn is shared
   StoppedClock clock;
   clock.at_pauses([&](int pause) {
@@ -328,7 +330,7 @@ TEST_F(SemaphoreLeftNew, IsFreedOnce) {
 
 // The others have taken it for dead, and have freed and taken the set.
 TEST_F(SemaphoreLeftNew, IsNotFreedOnceMoreByItsCreator) {
-  UniqueFd turn(::open(kPath, O_RDONLY | O_CLOEXEC));
+  UniqueFd turn(::open(kLibrary, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(turn.get(), LOCK_EX), 0);
   StoppedClock clock;
   clock.at_pauses([&](int pause) {
@@ -343,7 +345,7 @@ TEST_F(SemaphoreLeftNew, IsNotFreedOnceMoreByItsCreator) {
 }
 
 TEST_F(SemaphoreLeftNew, IsFreedByItsCreatorWhoeverElseLocksTheFile) {
-  const UniqueFd file(::open(kPath, O_RDONLY | O_CLOEXEC));
+  const UniqueFd file(::open(kLibrary, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(file.get(), LOCK_EX), 0);
   StoppedClock clock;
   joined();
@@ -353,7 +355,7 @@ TEST_F(SemaphoreLeftNew, IsFreedByItsCreatorWhoeverElseLocksTheFile) {
 
 TEST_F(SemaphoreLeftNew, IsNotUsedWhileSomebodyElseLocksTheFile) {
   const int left = leave_new_set(kPath, kProject);
-  const UniqueFd file(::open(kPath, O_RDONLY | O_CLOEXEC));
+  const UniqueFd file(::open(kLibrary, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(file.get(), LOCK_EX), 0);
   StoppedClock clock;
   CSemaphore semaphore(kPath, kProject);
@@ -363,20 +365,55 @@ TEST_F(SemaphoreLeftNew, IsNotUsedWhileSomebodyElseLocksTheFile) {
   EXPECT_EQ(value_of(left), 0);
 }
 
-TEST_F(SemaphoreLeftNew, IsFreedByItsCreatorAlsoWithAFileThatItMayNotRead) {
+TEST_F(SemaphoreLeftNew, IsFreedWhoeverLocksItsOwnFile) {
+  const UniqueFd file(::open(kPath, O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(file.get(), LOCK_EX), 0);
+  StoppedClock clock;
+  joined();
+  EXPECT_THAT(clock.take_pauses_us(), IsEmpty());
+  EXPECT_EQ(value_of(set()), 1);
+}
+
+// Locks of this kind end as soon as their process closes the file, by whatever descriptor.
+TEST_F(SemaphoreLeftNew, IsFreedWithoutOpeningItsFile) {
+  const UniqueFd file(::open(kPath, O_RDWR | O_CLOEXEC));
+  struct flock whole = {};
+  whole.l_type = F_WRLCK;
+  ASSERT_EQ(::fcntl(file.get(), F_SETLK, &whole), 0);
+  leave_new_set(kPath, kProject);
+  joined();
+  ::semctl(set(), 0, IPC_RMID);
+  joined();
+  const pid_t owner = ::getpid();
+  EXPECT_TRUE(Fellow([&](Fellow&) {
+                struct flock found = {};
+                found.l_type = F_WRLCK;
+                const bool done = ::fcntl(file.get(), F_GETLK, &found) == 0;
+                ::_exit(done && found.l_type == F_WRLCK && found.l_pid == owner ? 0 : 1);
+              }).ends());
+}
+
+TEST_F(SemaphoreLeftNew, IsFreedAlsoWithAFileThatMayNotBeRead) {
+  leave_new_set(kPath, kProject);
   ::chmod(kPath, 0);
   support::run_without_override([] { joined(); });
   EXPECT_EQ(value_of(set()), 1);
 }
 
-TEST_F(SemaphoreLeftNew, IsNotUsedWithAFileThatMayNotBeRead) {
+// Who has made the set can do without it.
+TEST_F(SemaphoreLeftNew, IsFreedWithoutTheLibrarysFileByItsCreatorAlone) {
+  const std::string away = std::string(kLibrary) + ".away";
+  std::filesystem::rename(kLibrary, away);
+  joined();
+  EXPECT_EQ(value_of(set()), 1);
+  ::semctl(set(), 0, IPC_RMID);
   leave_new_set(kPath, kProject);
-  ::chmod(kPath, 0);
-  support::run_without_override([] {
+  {
     CSemaphore semaphore(kPath, kProject);
     EXPECT_EQ(semaphore.init(), -1);
-  });
-  EXPECT_THAT(log_.take(), ElementsAre(unobtained(EACCES)));
+  }
+  std::filesystem::rename(away, kLibrary);
+  EXPECT_THAT(log_.take(), ElementsAre(unobtained(ENOENT)));
 }
 
 TEST_F(SemaphoreLeftNew, IsNotMistakenForOneThatIsInUse) {
@@ -401,13 +438,6 @@ TEST_F(SemaphoreLeftNew, IsNotMistakenForOneThatAToolHasSet) {
 TEST_F(SemaphoreLeftNew, IsFreedWhereJoiningHasMadeIt) {
   StoppedClock clock;
   run_with_failing_calls({{SystemCall::kGetSemaphores, EEXIST, 0, 1}}, [] { joined(); });
-  EXPECT_EQ(value_of(set()), 1);
-}
-
-TEST_F(SemaphoreLeftNew, IsFreedWithAPipeForItsFile) {
-  ::unlink(kPath);
-  ASSERT_EQ(::mkfifo(kPath, 0600), 0);
-  joined();
   EXPECT_EQ(value_of(set()), 1);
 }
 

@@ -3,6 +3,7 @@
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
+#include <rkutils/processes/lock/library_file.h>
 #include <rkutils/processes/lock/uninterrupted.h>
 #include <rkutils/semaphore.h>
 
@@ -125,7 +126,7 @@ class CRecursiveSemaphore::private_impl {
 
  private:
   // All creations, of whatever name, take turns by the semaphore of this file and number.
-  static constexpr const char* SEM_PATHNAME = "/usr/lib/librkutils.so.1.0.0";
+  static constexpr const char* SEM_PATHNAME = rkutils::processes::kLibraryFile;
   static constexpr int SEM_PROJ_ID = 1;
 
   static int init_mutextattrs(pthread_mutexattr_t* attributes) noexcept;

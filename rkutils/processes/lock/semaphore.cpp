@@ -3,6 +3,7 @@
 #include <rkutils/internal/monotonic_clock.h>
 #include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/processes/lock/file_turn.h>
+#include <rkutils/processes/lock/library_file.h>
 #include <rkutils/processes/lock/uninterrupted.h>
 #include <rkutils/semaphore.h>
 
@@ -20,6 +21,7 @@ using rkutils::internal::Deadline;
 using rkutils::internal::pause_us;
 using rkutils::internal::PostponedCancellation;
 using rkutils::processes::FileTurn;
+using rkutils::processes::kLibraryFile;
 using rkutils::processes::uninterrupted;
 
 constexpr int kNone = -1;
@@ -27,7 +29,7 @@ constexpr int kOwnerOnly = 0600;
 // In microseconds after its creation a set is free, unless its creator is dead or starved.
 constexpr int kPatienceMs = 100;
 constexpr int kPauseUs = 1000;
-// Whoever has the turn needs as little, unless it is somebody who locks the file for other reasons.
+// Whoever has the turn needs as little, unless somebody locks the file for other reasons.
 constexpr int kTurnMs = 1000;
 
 key_t key_of(const std::string& pathname, int project_id) noexcept {
@@ -106,9 +108,10 @@ int CSemaphore::init() {
   if (id == kNone) return log_unobtained(errno);
 
   // It is freed once, whoever else comes to it: others who have waited in vain for its creator, or
-  // that creator, after all.
+  // that creator, after all. The turn is by the library's file, for the caller's is left alone: the
+  // program may have locks on it that end when it is closed here, or may not be able to open it.
   if (!joins || stays_new(id)) {
-    const FileTurn turn(pathname_.c_str(), kTurnMs);
+    const FileTurn turn(kLibraryFile, kTurnMs);
     if (is_new(id)) {
       if (joins && turn.error() != 0) return log_unobtained(turn.error());
       if (!change_value(id, 1, 0)) {
