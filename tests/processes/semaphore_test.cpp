@@ -478,6 +478,28 @@ TEST_F(SemaphoreLock, FailsWithoutInit) {
                                        err("CSemaphore::unlock() - invalid semId!")));
 }
 
+// Logging is where the thread would end.
+TEST_F(SemaphoreLock, FailsOnACancelledThreadToo) {
+  int results = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    CSemaphore semaphore("", 0);
+    results = semaphore.lock() + semaphore.unlock();
+  }));
+  EXPECT_EQ(results, -2);
+  EXPECT_THAT(log_.take(), ElementsAre(err("CSemaphore - constructed with empty pathname!"),
+                                       err("CSemaphore - constructed with invalid projectID!"),
+                                       err("CSemaphore::lock() - invalid semId!"),
+                                       err("CSemaphore::unlock() - invalid semId!")));
+}
+
+TEST_F(SemaphoreLock, FailsOnACancelledThreadWithoutASetToo) {
+  const auto semaphore = joined();
+  ::semctl(set(), 0, IPC_RMID);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { semaphore->lock(); }));
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { semaphore->unlock(); }));
+  EXPECT_THAT(log_.take(), SizeIs(2));
+}
+
 TEST_F(SemaphoreLock, TakesAndUnlockGivesBack) {
   const auto semaphore = joined();
   EXPECT_EQ(semaphore->lock(), 0);

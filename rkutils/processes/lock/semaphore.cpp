@@ -72,9 +72,21 @@ bool stays_new(int id) noexcept {
   return false;
 }
 
-int log_unobtained(int error) noexcept {
-  ::syslog(LOG_ERR, "CSemaphore::init() - unable to obtain semaphore-set - errno=%i", error);
+// Logs a failure, which it returns. A thread that is cancelled would end in syslog().
+int fail(const char* failure) noexcept {
+  const PostponedCancellation postponed;
+  ::syslog(LOG_ERR, "%s", failure);
   return -1;
+}
+
+int fail(const char* failure, int error) noexcept {
+  const PostponedCancellation postponed;
+  ::syslog(LOG_ERR, "%s errno=%i", failure, error);
+  return -1;
+}
+
+int fail_to_obtain(int error) noexcept {
+  return fail("CSemaphore::init() - unable to obtain semaphore-set -", error);
 }
 
 }  // namespace
@@ -86,8 +98,8 @@ CSemaphore::CSemaphore(std::string const& pathname, int projectId)
   } catch (const std::bad_alloc&) {
     pathname_.clear();  // which is logged, and fails in init()
   }
-  if (pathname_.empty()) ::syslog(LOG_ERR, "CSemaphore - constructed with empty pathname!");
-  if (project_id_ == 0) ::syslog(LOG_ERR, "CSemaphore - constructed with invalid projectID!");
+  if (pathname_.empty()) fail("CSemaphore - constructed with empty pathname!");
+  if (project_id_ == 0) fail("CSemaphore - constructed with invalid projectID!");
 }
 
 CSemaphore::~CSemaphore() = default;
@@ -105,7 +117,7 @@ int CSemaphore::init() {
   int id = ::semget(key_, 1, IPC_CREAT | IPC_EXCL | kOwnerOnly);
   const bool joins = id == kNone && errno == EEXIST;
   if (joins) id = ::semget(key_, 1, IPC_CREAT | kOwnerOnly);
-  if (id == kNone) return log_unobtained(errno);
+  if (id == kNone) return fail_to_obtain(errno);
 
   // It is freed once, whoever else comes to it: others who have waited in vain for its creator, or
   // that creator, after all. The turn is by the library's file, for the caller's is left alone: the
@@ -113,12 +125,10 @@ int CSemaphore::init() {
   if (!joins || stays_new(id)) {
     const FileTurn turn(kLibraryFile, kTurnMs);
     if (is_new(id)) {
-      if (joins && turn.error() != 0) return log_unobtained(turn.error());
+      if (joins && turn.error() != 0) return fail_to_obtain(turn.error());
       if (!change_value(id, 1, 0)) {
-        ::syslog(LOG_ERR,
-                 "CSemaphore::init() - semop() failed - unable to initialize semaphore - errno=%i",
-                 errno);
-        return -1;
+        return fail("CSemaphore::init() - semop() failed - unable to initialize semaphore -",
+                    errno);
       }
     }
   }
@@ -129,22 +139,12 @@ int CSemaphore::init() {
 // Programs call these as they are declared, not const.
 // NOLINTBEGIN(readability-make-member-function-const)
 int CSemaphore::lock() {
-  if (id_ == kNone) {
-    ::syslog(LOG_ERR, "CSemaphore::lock() - invalid semId!");
-    return -1;
-  }
-  if (change_value(id_, -1, SEM_UNDO)) return 0;
-  ::syslog(LOG_ERR, "CSemaphore::lock() - semop failed, errno=%i", errno);
-  return -1;
+  if (id_ == kNone) return fail("CSemaphore::lock() - invalid semId!");
+  return change_value(id_, -1, SEM_UNDO) ? 0 : fail("CSemaphore::lock() - semop failed,", errno);
 }
 
 int CSemaphore::unlock() {
-  if (id_ == kNone) {
-    ::syslog(LOG_ERR, "CSemaphore::unlock() - invalid semId!");
-    return -1;
-  }
-  if (change_value(id_, 1, SEM_UNDO)) return 0;
-  ::syslog(LOG_ERR, "CSemaphore::unlock() - semop() failed errno=%i", errno);
-  return -1;
+  if (id_ == kNone) return fail("CSemaphore::unlock() - invalid semId!");
+  return change_value(id_, 1, SEM_UNDO) ? 0 : fail("CSemaphore::unlock() - semop() failed", errno);
 }
 // NOLINTEND(readability-make-member-function-const)
