@@ -3,11 +3,14 @@
 #include <rkutils/semaphore.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -181,6 +184,13 @@ TEST_F(Creation, TakesNamesWithoutASlash) {
   EXPECT_EQ(::access(kFile, F_OK), 0);
 }
 
+TEST_F(Creation, TakesNamesOf254CharactersBehindTheSlash) {
+  const std::string name = "/" + std::string(254, 'x');
+  Lock lock(name);
+  expect_usable(lock);
+  EXPECT_THAT(log_.take(), ElementsAre(created(name)));
+}
+
 TEST_F(Creation, IsFinishedByACancelledThread) {
   EXPECT_TRUE(support::finishes_though_cancelled([] { use(); }));
   EXPECT_THAT(log_.take(), ElementsAre(created(kName)));
@@ -242,8 +252,10 @@ TEST_F(Creation, WaitsForTheGuardAlsoWithALockThatIsThere) {
   EXPECT_EQ(guard.lock(), 0);
   std::thread creator([] { use(); });
   wait_for_waiting(guard_set(), 1);
+  std::filesystem::remove(kFile);  // which would not be noticed if it had been opened
   EXPECT_EQ(guard.unlock(), 0);
   creator.join();
+  EXPECT_THAT(log_.take(), ElementsAre(created(kName)));
 }
 
 TEST_F(Creation, HasTheGuardWhileTheObjectIsMade) {
@@ -272,6 +284,42 @@ TEST_F(Creation, HasTheGuardWhileTheMutexIsMade) {
   }
   EXPECT_EQ(value, 0);
   log_.take();
+}
+
+TEST_F(Creation, FreesAGuardWhoseCreatorDied) {
+  leave_new_set(kLibrary, 1);
+  use();
+  EXPECT_THAT(log_.take(), ElementsAre(created(kName)));
+}
+
+// Has a creator die of a crash: `crash` is to have it die in its creation.
+void die_creating(const std::function<void(const std::function<void()>& create)>& crash) {
+  Fellow creator([&](Fellow&) { crash([] { const Lock lock(kName); }); });
+  EXPECT_FALSE(creator.ends());
+}
+
+[[noreturn]] void die() {
+  ::raise(SIGKILL);
+  std::abort();
+}
+
+TEST_F(Creation, IsDoneByTheNextWhereACreatorDiedBeforeTheObjectGotItsSize) {
+  die_creating([](const std::function<void()>& create) {
+    run_with_failing_calls({{SystemCall::kTruncate, EINTR, 0, 1, die}}, create);
+  });
+  EXPECT_EQ(std::filesystem::file_size(kFile), 0U);
+  use();
+  EXPECT_THAT(log_.take(), ElementsAre(created(kName)));
+}
+
+TEST_F(Creation, IsDoneByTheNextWhereACreatorDiedBeforeTheMutexWasMade) {
+  die_creating([](const std::function<void()>& create) {
+    const FailingMutexFunction failing(MutexFunction::kInit, []() -> int { die(); });
+    create();
+  });
+  EXPECT_EQ(std::filesystem::file_size(kFile), sizeof(pthread_mutex_t));
+  use();
+  EXPECT_THAT(log_.take(), ElementsAre(created(kName)));
 }
 
 class NoGuard : public LockTest {};

@@ -23,6 +23,7 @@
 #include "support/member_type.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -331,6 +332,16 @@ TEST_F(RecursiveSemaphoreDeath, LogsThatTheLockCannotBeMadeToWorkOn) {
                                            std::string(std::strerror(EPERM)))));
   EXPECT_EQ(lock_.makeConsistent(), 0);
   EXPECT_EQ(lock_.unlock(), 0);
+}
+
+TEST_F(RecursiveSemaphoreDeath, IsLoggedSoByACancelledThreadToo) {
+  die_holding();
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    const support::FailingMutexFunction failing(support::MutexFunction::kMakeConsistent,
+                                                [] { return EPERM; });
+    EXPECT_EQ(lock_.lock(), EOWNERDEAD);
+  }));
+  EXPECT_THAT(log_.take(), SizeIs(1));
 }
 
 // ---- The same in manual mode ----

@@ -3,6 +3,7 @@
 #include <rkutils/semaphore.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -82,6 +83,9 @@ TEST_F(Sem, HandlesAHandleWithoutAnObject) {
   EXPECT_EQ(sem_lock(handle), -1);
   EXPECT_EQ(sem_trylock(handle), -1);
   EXPECT_EQ(sem_unlock(handle), -1);
+  auto* const holder = static_cast<CRecursiveSemaphore**>(::operator new(sizeof none));
+  *holder = none;
+  sem_release(reinterpret_cast<sem_handle*>(holder));
 }
 
 TEST_F(Sem, IsNotCreatedWithoutANameOrOptions) {
