@@ -2,6 +2,7 @@
 
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/postponed_cancellation.h>
+#include <rkutils/internal/uninterrupted.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/processes/lock/library_file.h>
 #include <rkutils/processes/lock/uninterrupted.h>
@@ -25,8 +26,8 @@ namespace {
 
 using rkutils::internal::ErrnoRestorer;
 using rkutils::internal::PostponedCancellation;
+using rkutils::internal::uninterrupted;
 using rkutils::internal::UniqueFd;
-using rkutils::processes::uninterrupted;
 
 // A shared memory object holds a mutex and nothing else.
 constexpr std::size_t kObjectSize = sizeof(pthread_mutex_t);

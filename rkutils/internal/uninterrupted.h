@@ -1,10 +1,10 @@
 // System calls that signals interrupt.
-#ifndef RKUTILS_PROCESSES_LOCK_UNINTERRUPTED_H
-#define RKUTILS_PROCESSES_LOCK_UNINTERRUPTED_H
+#ifndef RKUTILS_INTERNAL_UNINTERRUPTED_H
+#define RKUTILS_INTERNAL_UNINTERRUPTED_H
 
 #include <cerrno>
 
-namespace rkutils::processes {
+namespace rkutils::internal {
 
 // What `call` returns, which is called again while it gives -1 and a signal is why. Otherwise errno
 // is the call's own, and 0 if it leaves none.
@@ -17,6 +17,6 @@ auto uninterrupted(Call call) noexcept {
   }
 }
 
-}  // namespace rkutils::processes
+}  // namespace rkutils::internal
 
 #endif
