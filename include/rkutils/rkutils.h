@@ -9,6 +9,7 @@
 #include <rkutils/command.h>
 #include <rkutils/configd.h>
 #include <rkutils/dio.h>
+#include <rkutils/dwlog.h>
 #include <rkutils/event.h>
 #include <rkutils/export.h>
 #include <rkutils/file.h>

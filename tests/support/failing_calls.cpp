@@ -55,6 +55,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {kCloseRange};
     case SystemCall::kControl:
       return {SYS_ioctl};
+    case SystemCall::kControlSemaphores:
+      return {SYS_semctl};
     case SystemCall::kCopyRange:
       return {SYS_copy_file_range};
     case SystemCall::kFork:
@@ -75,6 +77,8 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_getdents,
 #endif
           SYS_getdents64};
+    case SystemCall::kLockFile:
+      return {SYS_flock};
     case SystemCall::kMapFile:
       return {
 #ifdef SYS_mmap2
@@ -89,6 +93,12 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_semtimedop,
 #endif
           SYS_semop, kSemtimedopTime64};
+    case SystemCall::kOpen:
+      return {
+#ifdef SYS_open
+          SYS_open,
+#endif
+          SYS_openat};
     case SystemCall::kPoll:
       return {
 #ifdef SYS_poll
@@ -105,6 +115,15 @@ std::vector<unsigned> numbers_of(SystemCall call) {
           SYS_recvfrom};
     case SystemCall::kReceiveMessage:
       return {SYS_recvmsg};
+    case SystemCall::kRename:
+      return {
+#ifdef SYS_rename
+          SYS_rename,
+#endif
+#ifdef SYS_renameat
+          SYS_renameat,
+#endif
+          SYS_renameat2};
     case SystemCall::kSend:
       return {
 #ifdef SYS_send
@@ -123,12 +142,16 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {SYS_setsockopt};
     case SystemCall::kSocket:
       return {SYS_socket};
+    case SystemCall::kSynchronise:
+      return {SYS_fsync};
     case SystemCall::kTruncate:
       return {
 #ifdef SYS_ftruncate64
           SYS_ftruncate64,
 #endif
           SYS_ftruncate};
+    case SystemCall::kWrite:
+      return {SYS_write};
   }
   return {};
 }

@@ -20,24 +20,30 @@ enum class SystemCall {
   kClose,
   kCloseRange,         // close_range(2)
   kControl,            // ioctl(2)
+  kControlSemaphores,  // semctl(2)
   kCopyRange,          // copy_file_range(2)
   kFork,               // all that makes a process or a thread
   kGetSemaphores,      // semget(2)
   kGetSharedMemory,    // shmget(2)
   kGetSocketName,      // getsockname(2)
   kList,               // what is behind readdir(3)
+  kLockFile,           // flock(2)
   kMapFile,            // mmap(2) of a file, not of memory without one
   kOperateSemaphores,  // semop(2), semtimedop(2)
+  kOpen,
   kPoll,
   kRead,
   kReceive,         // recv(2), recvfrom(2)
   kReceiveMessage,  // recvmsg(2)
-  kSend,            // send(2), which syslog(3) uses, too; sendto(2)
+  kRename,
+  kSend,  // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
   kSendMessage,      // sendmsg(2)
   kSetSocketOption,  // setsockopt(2)
   kSocket,
-  kTruncate,  // ftruncate(2)
+  kSynchronise,  // fsync(2)
+  kTruncate,     // ftruncate(2)
+  kWrite,
 };
 
 // The arguments of a call as the kernel gets them.

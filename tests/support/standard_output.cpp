@@ -34,23 +34,32 @@ std::string contents_of(std::FILE* file) {
   return contents;
 }
 
-}  // namespace
-
-std::string standard_output_of(const std::function<void()>& action) {
+// What `action` writes to a standard stream, which is `number` as a descriptor.
+std::string output_of(std::FILE* stream, int number, const std::function<void()>& action) {
   const UniqueFile file(std::tmpfile());
   check(file != nullptr, "tmpfile");
-  std::fflush(stdout);
-  const UniqueFd terminal(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+  std::fflush(stream);
+  const UniqueFd terminal(::fcntl(number, F_DUPFD_CLOEXEC, 0));
   check(static_cast<bool>(terminal), "fcntl");
-  check(::dup2(::fileno(file.get()), STDOUT_FILENO) == STDOUT_FILENO, "dup2");
+  check(::dup2(::fileno(file.get()), number) == number, "dup2");
   {
     const ScopeGuard give_back([&] {
-      std::fflush(stdout);
-      ::dup2(terminal.get(), STDOUT_FILENO);
+      std::fflush(stream);
+      ::dup2(terminal.get(), number);
     });
     action();
   }
   return contents_of(file.get());
+}
+
+}  // namespace
+
+std::string standard_output_of(const std::function<void()>& action) {
+  return output_of(stdout, STDOUT_FILENO, action);
+}
+
+std::string standard_error_of(const std::function<void()>& action) {
+  return output_of(stderr, STDERR_FILENO, action);
 }
 
 }  // namespace support

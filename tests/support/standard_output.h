@@ -12,6 +12,9 @@ namespace support {
 // prints those that fail there too. An exception of the action comes out.
 std::string standard_output_of(const std::function<void()>& action);
 
+// The same for standard error.
+std::string standard_error_of(const std::function<void()>& action);
+
 }  // namespace support
 
 #endif

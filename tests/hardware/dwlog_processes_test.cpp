@@ -1,0 +1,312 @@
+// Many processes that use the persistent log, and some that are killed at it.
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "dwlog_fixture.h"
+#include "support/put_file.h"
+#include "support/rounds.h"
+#include "support/standard_output.h"
+
+namespace {
+
+constexpr int kWriters = 10;
+constexpr std::size_t kCapacity = 33;
+
+void check(bool done, const char* step) {
+  if (!done) throw std::system_error(errno, std::generic_category(), step);
+}
+
+// A process of its own, which ends with what `life` returns.
+pid_t start(const std::function<int()>& life) {
+  const pid_t process = ::fork();
+  check(process >= 0, "fork");
+  if (process == 0) ::_exit(life());
+  return process;
+}
+
+int status_of(pid_t process, int options = 0) {
+  int status = -1;
+  while (::waitpid(process, &status, options) < 0) check(errno == EINTR, "waitpid");
+  return status;
+}
+
+bool succeeds(pid_t process) { return status_of(process) == 0; }
+
+// ---- Entries that tell who wrote them ----
+
+// The longer texts take several writes, and would show where one is cut.
+std::string text_of(int writer, int number) {
+  return "writer " + std::to_string(writer) + " number " + std::to_string(number) + " " +
+         std::string(static_cast<std::size_t>(50 + (writer * 37 + number * 11) % 400), 'x') + ".";
+}
+
+struct Entry {
+  int writer = -1;
+  int number = -1;
+};
+
+// The entries of the log's text; the test fails for a line that is not as it was written.
+std::vector<Entry> entries_of(const std::string& text) {
+  std::vector<Entry> entries;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    Entry entry;
+    const int found =
+        std::sscanf(line.c_str(), "%*d: %*s %*s writer %d number %d", &entry.writer, &entry.number);
+    EXPECT_EQ(found, 2) << line;
+    EXPECT_EQ(without_times(line),
+              std::to_string(entry.writer) + ": TIME " + text_of(entry.writer, entry.number));
+    entries.push_back(entry);
+  }
+  EXPECT_TRUE(text.empty() || text.back() == '\n') << text;
+  return entries;
+}
+
+// Of each writer there is an unbroken row that ends with its newest, in this order.
+void expect_nothing_lost(const std::vector<Entry>& entries) {
+  std::map<int, int> last;
+  for (const Entry& entry : entries) {
+    const auto [place, is_newest] = last.emplace(entry.writer, entry.number);
+    if (!is_newest) {
+      EXPECT_EQ(entry.number, place->second - 1) << "of writer " << entry.writer;
+      place->second = entry.number;
+    }
+  }
+}
+
+int add_entries(int writer, int first, int count) {
+  for (int i = first; i < first + count; ++i) {
+    if (dwlog(writer, text_of(writer, i).c_str()) != 0) return 1;
+  }
+  return 0;
+}
+
+// What reads the log as this library does, and as other programs do.
+void look(std::size_t at_least) {
+  EXPECT_GE(entries_of(contents_of(kLog)).size(), at_least);
+  std::string buffer(40000, '#');
+  EXPECT_EQ(dwlog_read(buffer.data(), buffer.size()), 0);
+  EXPECT_GE(entries_of(buffer.c_str()).size(), at_least);
+}
+
+class DwlogProcesses : public DwlogTest {};
+
+TEST_F(DwlogProcesses, LoseAndTearNothing) {
+  const int count = support::rounds(500);
+  const std::string messages = support::standard_error_of([count] {
+    ASSERT_EQ(add_entries(kWriters, 0, static_cast<int>(kCapacity)), 0);
+    std::vector<pid_t> writers;
+    for (int writer = 0; writer < kWriters; ++writer) {
+      writers.push_back(start([writer, count] { return add_entries(writer, 0, count); }));
+    }
+    for (std::size_t ended = 0; ended < writers.size();) {
+      look(kCapacity);
+      int status = 0;
+      if (::waitpid(writers[ended], &status, WNOHANG) == 0) continue;
+      EXPECT_EQ(status, 0);
+      ++ended;
+    }
+  });
+  EXPECT_EQ(messages, "");
+  const std::vector<Entry> entries = entries_of(contents_of(kLog));
+  EXPECT_EQ(entries.size(), kCapacity);
+  ASSERT_FALSE(entries.empty());
+  EXPECT_EQ(entries.front().number, count - 1);
+  expect_nothing_lost(entries);
+}
+
+TEST_F(DwlogProcesses, ClearInBetween) {
+  const int count = support::rounds(200);
+  const std::string messages = support::standard_error_of([count] {
+    std::vector<pid_t> processes;
+    for (int writer = 0; writer < 4; ++writer) {
+      processes.push_back(start([writer, count] { return add_entries(writer, 0, count); }));
+    }
+    processes.push_back(start([count] {
+      for (int i = 0; i < count; ++i) {
+        if (dwlog_clear() != 0) return 1;
+      }
+      return 0;
+    }));
+    for (const pid_t process : processes) {
+      look(0);
+      EXPECT_TRUE(succeeds(process));
+    }
+  });
+  EXPECT_EQ(messages, "");
+  expect_nothing_lost(entries_of(contents_of(kLog)));
+}
+
+// ---- Killed ----
+
+// The process is stopped before and after each of its system calls.
+class Stepped {
+ public:
+  explicit Stepped(const std::function<int()>& life)
+      : process_(start([&life] {
+          ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+          ::raise(SIGSTOP);
+          return life();
+        })) {
+    check(WIFSTOPPED(status_of(process_)), "stop");
+    check(::ptrace(PTRACE_SETOPTIONS, process_, nullptr, PTRACE_O_EXITKILL) == 0, "ptrace");
+  }
+  ~Stepped() { kill(); }
+  Stepped(const Stepped&) = delete;
+  Stepped& operator=(const Stepped&) = delete;
+
+  // False when it has come to its end.
+  bool go_on() {
+    check(::ptrace(PTRACE_SYSCALL, process_, nullptr, nullptr) == 0, "ptrace");
+    if (WIFSTOPPED(status_of(process_))) return true;
+    process_ = -1;
+    return false;
+  }
+
+  bool go_on(int stops) {
+    for (int i = 0; i < stops; ++i) {
+      if (!go_on()) return false;
+    }
+    return true;
+  }
+
+  void kill() {
+    if (process_ < 0) return;
+    ::kill(process_, SIGKILL);
+    status_of(process_);
+    process_ = -1;
+  }
+
+ private:
+  pid_t process_;
+};
+
+// Calls `dying` in a process that is killed at one of its stops after the other, while another one
+// adds an entry, which may wait for it. Returns the number of stops.
+int kill_everywhere(int (*dying)(), const std::function<void()>& prepare,
+                    const std::function<void()>& expect) {
+  for (int stop = 1;; ++stop) {
+    SCOPED_TRACE("stop " + std::to_string(stop));
+    prepare();
+    Stepped victim(dying);
+    const bool killed = victim.go_on(stop);
+    const pid_t waiting = start([] { return dwlog(2, "waiting") == 0 ? 0 : 1; });
+    victim.kill();
+    EXPECT_TRUE(succeeds(waiting));
+    EXPECT_FALSE(exists(kTemporary));
+    EXPECT_EQ(dwlog(3, "after"), 0);
+    expect();
+    if (!killed) return stop;
+  }
+}
+
+class DwlogKilled : public DwlogProcesses {
+ protected:
+  static void prepare() { support::put(kLog, old_entries(40, 8)); }
+
+  static std::string old() { return without_times(old_entries(40, 8)); }
+
+  // The newest `count` lines.
+  static std::string newest(std::string text, int count) {
+    std::size_t end = 0;
+    while (count-- > 0) end = text.find('\n', end) + 1;
+    return text.substr(0, end);
+  }
+};
+
+TEST_F(DwlogKilled, AtAnyPointOfAnAddition) {
+  bool was_old = false;
+  bool was_new = false;
+  const std::string messages = support::standard_error_of([&] {
+    const int stops = kill_everywhere(
+        [] { return dwlog(4, "dying"); }, prepare,
+        [&] {
+          const std::string text = log_text();
+          const std::string with_others = "3: TIME after\n2: TIME waiting\n";
+          const bool is_old = text == newest(with_others + old(), kCapacity);
+          // The other one may have come first.
+          const bool is_new =
+              text == newest(with_others + "4: TIME dying\n" + old(), kCapacity) ||
+              text == newest("3: TIME after\n4: TIME dying\n2: TIME waiting\n" + old(), kCapacity);
+          EXPECT_TRUE(is_old || is_new) << text;
+          was_old = was_old || is_old;
+          was_new = was_new || is_new;
+        });
+    EXPECT_GT(stops, 20);
+  });
+  EXPECT_EQ(messages, "");
+  EXPECT_TRUE(was_old && was_new);
+}
+
+TEST_F(DwlogKilled, AtAnyPointOfClearing) {
+  const std::string messages = support::standard_error_of([] {
+    kill_everywhere(dwlog_clear, prepare, [] {
+      const std::string with_others = "3: TIME after\n2: TIME waiting\n";
+      EXPECT_THAT(log_text(), testing::AnyOf(newest(with_others + old(), kCapacity), with_others,
+                                             "3: TIME after\n"));
+    });
+  });
+  EXPECT_EQ(messages, "");
+}
+
+TEST_F(DwlogKilled, AtAnyPointOfReading) {
+  const std::string messages = support::standard_error_of([] {
+    kill_everywhere(
+        [] {
+          static char buffer[5000];
+          return dwlog_read(buffer, sizeof buffer);
+        },
+        prepare,
+        [] {
+          EXPECT_EQ(log_text(), newest("3: TIME after\n2: TIME waiting\n" + old(), kCapacity));
+        });
+  });
+  EXPECT_EQ(messages, "");
+}
+
+// Ten at work, of which one after the other is killed and goes on where it was.
+TEST_F(DwlogKilled, AmongOthers) {
+  const int kills = support::rounds(100);
+  const std::string messages = support::standard_error_of([kills] {
+    ASSERT_EQ(add_entries(kWriters, 0, static_cast<int>(kCapacity)), 0);
+    const auto write_on = [](int writer) { return add_entries(writer, 0, 1000000); };
+    std::vector<pid_t> writers;
+    for (int writer = 0; writer < kWriters; ++writer) {
+      writers.push_back(start([=] { return write_on(writer); }));
+    }
+    std::minstd_rand random(4711);
+    for (int i = 0; i < kills; ++i) {
+      const auto writer = static_cast<int>(random() % kWriters);
+      pid_t& process = writers[static_cast<std::size_t>(writer)];
+      ::usleep(static_cast<useconds_t>(random() % 2000));
+      ::kill(process, SIGKILL);
+      EXPECT_EQ(WTERMSIG(status_of(process)), SIGKILL);
+      look(kCapacity);
+      process = start([=] { return write_on(writer); });
+    }
+    for (const pid_t process : writers) {
+      ::kill(process, SIGKILL);
+      status_of(process);
+    }
+    EXPECT_EQ(add_entries(kWriters, 1, 1), 0);
+  });
+  EXPECT_EQ(messages, "");
+  EXPECT_EQ(entries_of(contents_of(kLog)).size(), kCapacity);
+}
+
+}  // namespace
