@@ -114,6 +114,14 @@ static void digital_io(void) {
   check(dio_getStatus(&all) == DIO_OK && all.out.count == 0, "no driver, nothing in the status");
 }
 
+static void persistent_log(void) {
+  char text[257] = "text";
+  check(dwlog(1, "") == -1, "no text, no entry");
+  check(dwlog_read(text, sizeof text - 1) == -1, "a small buffer is refused");
+  check(dwlog_clear() == 0 && dwlog_read(text, sizeof text) == 0, "the log is read");
+  check(strcmp(text, "") == 0, "a cleared log is empty");
+}
+
 static void interfaces(void) {
   char members[16] = "text";
   check(strcmp(interfaceize("eth0"), "ETH1") == 0, "an interface has a name for users");
@@ -165,6 +173,7 @@ int main(void) {
   configuration();
   device();
   digital_io();
+  persistent_log();
   events();
   addresses();
   interfaces();

@@ -399,6 +399,42 @@ TEST(DigitalIoWithoutADriver, CountsNothing) {
   EXPECT_THAT(log.take(), ElementsAre(expected, expected));
 }
 
+class EventLog : public testing::Test {
+ protected:
+  EventLog() { std::filesystem::create_directory("/var/log"); }
+  ~EventLog() override { std::filesystem::remove_all("/var/log"); }
+
+  static support::Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), built_program("examples/event-log"));
+    return run_program(arguments);
+  }
+};
+
+TEST_F(EventLog, AddsAndPrintsEntries) {
+  EXPECT_EQ(run({"add", "12", "SIM card changed"}).status, 0);
+  EXPECT_EQ(run({"add", "-3", "door opened"}).status, 0);
+  const auto [output, status] = run({});
+  EXPECT_EQ(status, 0);
+  const std::string time = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}";
+  EXPECT_THAT(output, testing::MatchesRegex("-3: " + time + " door opened\n12: " + time +
+                                            " SIM card changed\n"));
+}
+
+TEST_F(EventLog, IsCleared) {
+  EXPECT_EQ(run({"add", "1", "text"}).status, 0);
+  EXPECT_EQ(run({"clear"}).status, 0);
+  EXPECT_EQ(run({}).output, "");
+}
+
+TEST_F(EventLog, SaysWhatFails) {
+  EXPECT_EQ(run({"add", "1", ""}).status, 1);
+  std::filesystem::remove_all("/var/log");
+  const auto [output, status] = run({"add", "1", "text"});
+  EXPECT_EQ(output, std::string("open: ") + std::strerror(ENOENT) + "\n");
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(run({"print"}).status, 1);
+}
+
 class ModemCommand : public testing::Test {
  protected:
   static support::Outcome run(const std::string& card, const std::string& command) {
