@@ -1,6 +1,3 @@
-#include <rkutils/foundations/file/system_calls.h>
-#include <rkutils/internal/monotonic_clock.h>
-#include <rkutils/processes/lock/file_turn.h>
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/file_turn.h>
 #include <rkutils/internal/monotonic_clock.h>
@@ -8,13 +5,9 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <sys/file.h>
 
-namespace rkutils::processes {
-
-FileTurn::FileTurn(const char* path, int timeout_ms) noexcept : file_(file::open_to_read(path)) {
-  constexpr int kPauseUs = 1000;
-  const internal::Deadline deadline(timeout_ms);
 namespace rkutils::internal {
 namespace {
 

@@ -9,6 +9,9 @@ namespace rkutils::internal {
 // An advisory lock (flock(2)) on a file or a folder, from construction to destruction: for a step
 // that one process at a time may do, and that one which dies at it must not keep from the others. A
 // program may lock the file for reasons of its own, so it is not waited for without an end.
+//
+// Not for a file that is the program's: closing it ends all locks of fcntl(2) that the process has
+// on it.
 class FileTurn {
  public:
   // Waits up to `timeout_ms`.

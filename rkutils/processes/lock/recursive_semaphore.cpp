@@ -5,7 +5,6 @@
 #include <rkutils/internal/uninterrupted.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/processes/lock/library_file.h>
-#include <rkutils/processes/lock/uninterrupted.h>
 #include <rkutils/semaphore.h>
 
 #include <algorithm>

@@ -3,10 +3,8 @@
 #include <rkutils/internal/file_turn.h>
 #include <rkutils/internal/monotonic_clock.h>
 #include <rkutils/internal/postponed_cancellation.h>
-#include <rkutils/processes/lock/file_turn.h>
-#include <rkutils/processes/lock/library_file.h>
-#include <rkutils/processes/lock/uninterrupted.h>
 #include <rkutils/internal/uninterrupted.h>
+#include <rkutils/processes/lock/library_file.h>
 #include <rkutils/semaphore.h>
 
 #include <cerrno>
@@ -23,10 +21,8 @@ using rkutils::internal::Deadline;
 using rkutils::internal::FileTurn;
 using rkutils::internal::pause_us;
 using rkutils::internal::PostponedCancellation;
-using rkutils::processes::FileTurn;
-using rkutils::processes::kLibraryFile;
-using rkutils::processes::uninterrupted;
 using rkutils::internal::uninterrupted;
+using rkutils::processes::kLibraryFile;
 
 constexpr int kNone = -1;
 constexpr int kOwnerOnly = 0600;
