@@ -5,5 +5,6 @@
 
 int main(int argc, char** argv) {
   bench::hardware::add_dio_rows();
+  bench::hardware::add_log_rows();
   return bench::run(argc, argv);
 }

@@ -5,6 +5,7 @@
 namespace bench::hardware {
 
 void add_dio_rows();
+void add_log_rows();
 
 }  // namespace bench::hardware
 
