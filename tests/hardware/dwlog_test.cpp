@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <sys/stat.h>
@@ -298,6 +299,30 @@ TEST_F(DwlogFailure, ToWriteALongText) {
 TEST_F(DwlogFailure, ToBringTheNewLogToTheMedium) {
   EXPECT_EQ(result_though({{SystemCall::kSynchronise, EIO}}, add), failure("write", EIO));
   expect_old();
+}
+
+// The temporary file is closed, and that gives an error.
+support::FailingCall failing_close(int error) {
+  support::FailingCall call = {SystemCall::kClose, 0};
+  call.decide = [error](const CallArguments& arguments) -> std::optional<std::int64_t> {
+    const auto descriptor = static_cast<int>(arguments[0]);
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    std::error_code none;
+    if (std::filesystem::read_symlink(link, none) != kTemporary) return {};
+    ::close(descriptor);
+    return -error;
+  };
+  return call;
+}
+
+TEST_F(DwlogFailure, ToClose) {
+  EXPECT_EQ(result_though({failing_close(EIO)}, add), failure("close", EIO));
+  expect_old();
+}
+
+TEST_F(DwlogFailure, ToCloseIsNoneWhereASignalInterruptsIt) {
+  EXPECT_EQ(result_though({failing_close(EINTR)}, add), kSilent);
+  EXPECT_EQ(log_text(), "2: TIME new\nold\n");
 }
 
 TEST_F(DwlogFailure, ToRename) {

@@ -2,6 +2,7 @@
 #include <rkutils/hardware/log/buffered_file.h>
 #include <rkutils/internal/uninterrupted.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include <unistd.h>
@@ -26,6 +27,9 @@ bool BufferedFile::commit() noexcept {
   return flush() && internal::uninterrupted([this] { return ::fsync(file_.get()); }) == 0;
 }
 
-bool BufferedFile::close() noexcept { return ::close(file_.release()) == 0; }
+bool BufferedFile::close() noexcept {
+  // Linux has closed a file whose closing is interrupted, and the medium has it.
+  return ::close(file_.release()) == 0 || errno == EINTR;
+}
 
 }  // namespace rkutils::log

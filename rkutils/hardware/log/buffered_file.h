@@ -21,6 +21,7 @@ class BufferedFile {
   // Writes what is left, and returns when the medium has all of it.
   [[nodiscard]] bool commit() noexcept;
 
+  // False when that failed, which tells of late failures to write; errno tells why.
   [[nodiscard]] bool close() noexcept;
 
  private:
