@@ -21,8 +21,11 @@ struct Registers {
   Word e;
 };
 
-// One word for each step.
-using Schedule = Word[kRounds * kSteps];
+// The words that the steps take: those of the block, and one for each further step, which is made of
+// words of the sixteen steps before it. Where the loops are laid out, those sixteen are kept and
+// places are constants; in a short loop a place for each step is one that need not be computed.
+constexpr unsigned kScheduleWords = kUnrolled > 1 ? kBlockWords : kRounds* kSteps;
+using Schedule = Word[kScheduleWords];
 
 // The functions that mix three registers: b ? c : d, bit by bit, whether the number of ones is odd,
 // and what two of the three say. The sum is an "or" of bits that exclude each other.
@@ -33,16 +36,17 @@ Word majority(Word b, Word c, Word d) { return (b & c) + ((b ^ c) & d); }
 // The schedule is made while the steps go on: in a loop before them, compilers make it with
 // vectors, whose parts wait for each other.
 template <unsigned Round, Word (*Mix)(Word, Word, Word)>
-void run_round(Registers& r, Schedule& words) {
+void run_round(Registers& r, Schedule& words, const unsigned char* block) {
 #pragma GCC unroll kUnrolled
   for (unsigned step = kSteps * Round; step < kSteps * (Round + 1); ++step) {
-    if (step >= kBlockWords) {
-      words[step] =
-          rotate_left(words[step - 3] ^ words[step - 8] ^ words[step - 14] ^ words[step - 16], 1);
-    }
+    const auto before = [&](unsigned steps) { return words[(step - steps) % kScheduleWords]; };
+    const Word word = step < kBlockWords
+                          ? load_high_first(block + std::size_t{4} * step)
+                          : rotate_left(before(3) ^ before(8) ^ before(14) ^ before(16), 1);
+    words[step % kScheduleWords] = word;
     // What is known early is added first: the last sum waits for the step before.
-    const Word input = r.e + kConstants[Round] + words[step];
-    r = {rotate_left(r.a, 5) + Mix(r.b, r.c, r.d) + input, r.a, rotate_left(r.b, 30), r.c, r.d};
+    const Word sum = Mix(r.b, r.c, r.d) + (r.e + kConstants[Round] + word);
+    r = {rotate_left(r.a, 5) + sum, r.a, rotate_left(r.b, 30), r.c, r.d};
   }
 }
 
@@ -53,11 +57,10 @@ void sha1_transform(Word* state, const unsigned char* blocks, std::size_t count)
   Registers r = {state[0], state[1], state[2], state[3], state[4]};
   for (; count > 0; --count, blocks += kBlockSize) {
     const Registers before = r;
-    for (std::size_t i = 0; i < kBlockWords; ++i) words[i] = load_high_first(blocks + 4 * i);
-    run_round<0, choose>(r, words);
-    run_round<1, parity>(r, words);
-    run_round<2, majority>(r, words);
-    run_round<3, parity>(r, words);
+    run_round<0, choose>(r, words, blocks);
+    run_round<1, parity>(r, words, blocks);
+    run_round<2, majority>(r, words, blocks);
+    run_round<3, parity>(r, words, blocks);
     r.a += before.a;
     r.b += before.b;
     r.c += before.c;
@@ -69,7 +72,7 @@ void sha1_transform(Word* state, const unsigned char* blocks, std::size_t count)
   state[2] = r.c;
   state[3] = r.d;
   state[4] = r.e;
-  // It begins with the last block itself, which may be a key.
+  // It tells the last block, which may be a key.
   wipe(words);
 }
 
