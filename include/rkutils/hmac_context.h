@@ -102,12 +102,12 @@ class RK_API HmacContext : public AuthenticationContext {
    * A key of up to 64 bytes is used as it is; a longer one is replaced by its digest. RFC 2104
    * advises keys no shorter than the digest.
    *
-   * `returnedLength` is stored modulo 2^32, as large as it may be; only the code itself ends at its
-   * complete length.
+   * `returnedLength` is taken modulo 2^32, and stored as large as it may be; only the code itself
+   * ends at its complete length.
    *
    * Returns what reset() returns. Before that, -1 after destroy() or when the digest is longer than
    * 64 bytes, with nothing changed; and for a long key what the digest's initialize() returns, when
-   * that is not 0: there is no usable key then.
+   * that is not 0: there is no key then, neither this one nor the one before.
    */
   int initialize(const unsigned char* key, unsigned long keyLength,
                  unsigned long returnedLength) override;
@@ -123,7 +123,10 @@ class RK_API HmacContext : public AuthenticationContext {
 
   void hash(const unsigned char* data, unsigned long length) override;
 
-  /* Writes as many bytes as the returned length, and no more than the complete length. */
+  /*
+   * Writes as many bytes as the returned length, and no more than the complete length; nothing when
+   * the digest is one that initialize() refuses.
+   */
   void getHash(unsigned char* out) override;
 
   /* That of the digest. */

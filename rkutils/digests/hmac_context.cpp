@@ -29,8 +29,10 @@ int HmacContext::initialize(const unsigned char* key, unsigned long keyLength,
   if (hash_context_ == nullptr) return -1;
   const unsigned long complete = hash_context_->getCompleteHashLength();
   if (complete > sizeof inner_pad_) return -1;
-  returned_length_ = static_cast<std::uint32_t>(returnedLength == 0 ? complete : returnedLength);
+  returned_length_ = static_cast<std::uint32_t>(returnedLength);
+  if (returned_length_ == 0) returned_length_ = static_cast<std::uint32_t>(complete);
   std::memset(inner_pad_, 0, sizeof inner_pad_);
+  std::memset(outer_pad_, 0, sizeof outer_pad_);  // no half of a key, should this one fail
   if (keyLength > sizeof inner_pad_) {
     const int result = hash_context_->initialize(0);
     if (result != 0) return result;

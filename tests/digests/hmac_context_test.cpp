@@ -295,6 +295,15 @@ TEST_P(HmacContextTest, CutsALengthTo32Bits) {
   EXPECT_EQ(finish(hmac()), plain("key", "message").substr(0, 24));
 }
 
+// A length whose lower 32 bits are zeros is no length.
+TEST_P(HmacContextTest, WritesAllWhereNothingIsLeftOfALength) {
+  constexpr auto kMore = static_cast<unsigned long>(0x100000000ULL);
+  EXPECT_EQ(start(hmac(), "key", kMore), 0);
+  EXPECT_EQ(hmac().getReturnedHashLength(), kind().length);
+  feed(hmac(), "message");
+  EXPECT_EQ(finish(hmac()), plain("key", "message"));
+}
+
 TEST_P(HmacContextTest, WritesAllForNothing) {
   EXPECT_EQ(hmac().getReturnedHashLength(), kind().length);
   EXPECT_EQ(start(hmac(), "key", 5), 0);
@@ -562,6 +571,29 @@ TEST(HmacContextFailure, OfALongKeyIsReturnedAtOnce) {
   digest.results = {0, 6};
   EXPECT_EQ(start(hmac, std::string(kBlockSize + 1, 'k')), 6);
   EXPECT_EQ(digest.take().size(), 4U);
+}
+
+TEST(HmacContextFailure, OfALongKeyLeavesNothingOfTheKeyBefore) {
+  Recorder digest(20);
+  HmacContext hmac(&digest);
+  EXPECT_EQ(start(hmac, "secret"), 0);
+  digest.results = {5};
+  EXPECT_EQ(start(hmac, std::string(kBlockSize + 1, 'k')), 5);
+  const Members members = members_at(&hmac);
+  EXPECT_THAT(members.inner_pad, Each(0));
+  EXPECT_THAT(members.outer_pad, Each(0));
+}
+
+// getHash() has no result that could tell: it goes through its procedure.
+TEST(HmacContextFailure, OfTheSecondHalfIsNotSeen) {
+  Recorder digest(20);
+  HmacContext hmac(&digest);
+  EXPECT_EQ(start(hmac, "key"), 0);
+  digest.take();
+  digest.results = {5};
+  finish(hmac);
+  EXPECT_THAT(digest.take(), ElementsAre("getHash", "initialize 20", "hash " + pad("key", 0x5C),
+                                         "hash " + std::string(20, 'A'), "getHash"));
 }
 
 TEST(HmacContextFailure, IsADigestThatIsLongerThanABlock) {
