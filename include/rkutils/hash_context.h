@@ -114,7 +114,7 @@ class RK_API Md5HashContext : public HashContext {
   void destroy() override;
   void hash(const unsigned char* data, unsigned long length) override;
   unsigned long getReturnedHashLength() const override;
-  /* hash() is called for the padding, and then for the 8 bytes of the message's length. */
+  /* A derived class's hash() is called for the padding, and then for the message's length, 8 bytes. */
   void getHash(unsigned char* out) override;
   unsigned long getCompleteHashLength() const override;
   void getCompleteHash(unsigned char* out) override;

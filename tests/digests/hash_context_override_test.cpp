@@ -166,6 +166,26 @@ TEST(HashContextDerived, HashesTheSelfTestThroughHash) {
   EXPECT_EQ(sha1.take().size(), 1 + 1 + 52 + 1U);
 }
 
+// Counts how often it begins, and with which lengths.
+template <typename Context>
+class Beginning : public Context {
+ public:
+  int initialize(unsigned long returnedLength) override {
+    lengths.push_back(returnedLength);
+    return Context::initialize(returnedLength);
+  }
+  std::vector<unsigned long> lengths;
+};
+
+TEST(HashContextDerived, BeginsTheSelfTestAndWhatFollowsItThroughInitialize) {
+  Beginning<Md5HashContext> md5;
+  EXPECT_EQ(md5.test(), 0);
+  EXPECT_THAT(md5.lengths, ElementsAre(0, 0));
+  Beginning<Sha1HashContext> sha1;
+  EXPECT_EQ(sha1.test(), 0);
+  EXPECT_THAT(sha1.lengths, ElementsAre(0, 0));
+}
+
 // ---- Classes that change something ----
 
 // Its bytes come in turned over.

@@ -307,6 +307,14 @@ TEST_P(HashContextTest, BeginsAnewInTheMiddleOfAMessage) {
   EXPECT_EQ(finish(context()), plain("abc"));
 }
 
+TEST_P(HashContextTest, LeavesTheBufferAloneWhenItBegins) {
+  context().initialize(0);
+  feed(context(), "left");
+  context().initialize(0);
+  const Members found = members();
+  EXPECT_EQ(std::string(found.buffer.begin(), found.buffer.begin() + 4), "left");
+}
+
 TEST_P(HashContextTest, KnowsNothingOfAnother) {
   const std::unique_ptr<HashContext> other = kind().make();
   context().initialize(0);

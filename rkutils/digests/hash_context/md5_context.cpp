@@ -4,22 +4,23 @@
 #include <rkutils/digests/wipe.h>
 #include <rkutils/hash_context.h>
 
-#include <algorithm>
 #include <cstring>
 
 using rkutils::digests::BitCount;
+using rkutils::digests::store_low_first;
 using rkutils::digests::Word;
+using rkutils::digests::write_bytes;
+using rkutils::digests::write_words;
 
 namespace {
 
 constexpr Word kLength = 16;
-constexpr auto kByteOrder = rkutils::digests::ByteOrder::kLowFirst;
-
 constexpr Word kInitialState[4] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476};
 
 void finish(Md5HashContext& context, const BitCount& count) {
-  using rkutils::digests::Padding;
-  rkutils::digests::end_message(context, count, kByteOrder, Padding::kAtOnce);
+  using rkutils::digests::ByteOrder;
+  using rkutils::digests::Pieces;
+  rkutils::digests::end_message_of(context, count, ByteOrder::kLowFirst, Pieces::kTwo);
 }
 
 }  // namespace
@@ -53,14 +54,14 @@ unsigned long Md5HashContext::getReturnedHashLength() const { return returned_le
 
 void Md5HashContext::getHash(unsigned char* out) {
   finish(*this, count_);
-  rkutils::digests::write_bytes(state_, kByteOrder, out, std::min(returned_length_, kLength));
+  write_bytes<store_low_first>(state_, out, returned_length_);
 }
 
 unsigned long Md5HashContext::getCompleteHashLength() const { return kLength; }
 
 void Md5HashContext::getCompleteHash(unsigned char* out) {
   finish(*this, count_);
-  rkutils::digests::write_bytes(state_, kByteOrder, out, kLength);
+  write_words<store_low_first>(state_, out);
 }
 
 int Md5HashContext::test() {

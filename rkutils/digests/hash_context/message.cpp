@@ -8,6 +8,7 @@ namespace rkutils::digests {
 namespace {
 
 constexpr std::size_t kLengthSize = 8;  // of the message's length, in the last block
+constexpr unsigned char kOne = 0x80;    // the bit that begins the padding
 
 void add_bytes(BitCount& count, unsigned long length) {
   const auto low = static_cast<Word>(length << 3U);
@@ -19,15 +20,14 @@ void add_bytes(BitCount& count, unsigned long length) {
 // Until there is room for the length and nothing else. Where the context's hash() never brings the
 // message there, it gets no more zeros than a block has.
 void pad_byte_by_byte(HashContext& context, const BitCount& count) {
-  context.hash(kPadding, 1);
+  static constexpr unsigned char kBytes[] = {kOne, 0};
+  context.hash(kBytes, 1);
   for (std::size_t zeros = 0; zeros < kBlockSize && count[0] % 512 != 448; ++zeros) {
-    context.hash(kPadding + 1, 1);
+    context.hash(kBytes + 1, 1);
   }
 }
 
 }  // namespace
-
-const unsigned char kPadding[kBlockSize] = {0x80};
 
 void add_to_message(Word* state, BitCount& count, Buffer& buffer, const unsigned char* data,
                     unsigned long length, Transform* transform) {
@@ -42,16 +42,9 @@ void add_to_message(Word* state, BitCount& count, Buffer& buffer, const unsigned
     data += fitting;
     length -= fitting;
   }
-  transform(state, data, length / kBlockSize);
+  if (length >= kBlockSize) transform(state, data, length / kBlockSize);
   const std::size_t rest = length % kBlockSize;
   std::memcpy(buffer, data + (length - rest), rest);
-}
-
-void write_bytes(const Word* words, ByteOrder order, unsigned char* out, std::size_t length) {
-  for (std::size_t i = 0; i < length; ++i) {
-    const std::size_t byte = i % 4 ^ static_cast<unsigned>(order);
-    out[i] = static_cast<unsigned char>(words[i / 4] >> 8 * byte);
-  }
 }
 
 std::size_t padding_length(const BitCount& count) {
@@ -59,17 +52,27 @@ std::size_t padding_length(const BitCount& count) {
   return (room > kLengthSize ? room : room + kBlockSize) - kLengthSize;
 }
 
-void end_message(HashContext& context, const BitCount& count, ByteOrder order, Padding padding) {
-  const bool low_first = order == ByteOrder::kLowFirst;
-  const Word length[2] = {count[low_first ? 0 : 1], count[low_first ? 1 : 0]};
-  unsigned char bytes[kLengthSize];
-  write_bytes(length, order, bytes, sizeof bytes);
-  if (padding == Padding::kAtOnce) {
-    context.hash(kPadding, padding_length(count));
+void end_message(HashContext& context, const BitCount& count, ByteOrder order, Pieces pieces) {
+  const std::size_t padding = padding_length(count);
+  unsigned char end[kBlockSize + kLengthSize] = {kOne};
+  unsigned char* const length = end + padding;
+  if (order == ByteOrder::kLowFirst) {
+    store_low_first(count[0], length);
+    store_low_first(count[1], length + sizeof(Word));
+  } else {
+    store_high_first(count[1], length);
+    store_high_first(count[0], length + sizeof(Word));
+  }
+  if (pieces == Pieces::kOne) {
+    context.hash(end, padding + kLengthSize);
+    return;
+  }
+  if (pieces == Pieces::kTwo) {
+    context.hash(end, padding);
   } else {
     pad_byte_by_byte(context, count);
   }
-  context.hash(bytes, sizeof bytes);
+  context.hash(length, kLengthSize);
 }
 
 Word returned_length(unsigned long requested, unsigned long complete) {

@@ -4,27 +4,23 @@
 #include <rkutils/digests/wipe.h>
 #include <rkutils/hash_context.h>
 
-#include <algorithm>
 #include <cstring>
-#include <typeinfo>
 
 using rkutils::digests::BitCount;
+using rkutils::digests::store_high_first;
 using rkutils::digests::Word;
+using rkutils::digests::write_bytes;
+using rkutils::digests::write_words;
 
 namespace {
 
 constexpr Word kLength = 20;
-constexpr auto kByteOrder = rkutils::digests::ByteOrder::kHighFirst;
-
 constexpr Word kInitialState[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
 
-// A derived class sees the padding byte by byte. Where there is none, it comes at once: a call for
-// each byte costs more than the block.
 void finish(Sha1HashContext& context, const BitCount& count) {
-  using rkutils::digests::Padding;
-  const bool derived = typeid(context) != typeid(Sha1HashContext);
-  rkutils::digests::end_message(context, count, kByteOrder,
-                                derived ? Padding::kByteByByte : Padding::kAtOnce);
+  using rkutils::digests::ByteOrder;
+  using rkutils::digests::Pieces;
+  rkutils::digests::end_message_of(context, count, ByteOrder::kHighFirst, Pieces::kBytes);
 }
 
 }  // namespace
@@ -58,14 +54,14 @@ unsigned long Sha1HashContext::getReturnedHashLength() const { return returned_l
 
 void Sha1HashContext::getHash(unsigned char* out) {
   finish(*this, count_);
-  rkutils::digests::write_bytes(state_, kByteOrder, out, std::min(returned_length_, kLength));
+  write_bytes<store_high_first>(state_, out, returned_length_);
 }
 
 unsigned long Sha1HashContext::getCompleteHashLength() const { return kLength; }
 
 void Sha1HashContext::getCompleteHash(unsigned char* out) {
   finish(*this, count_);
-  rkutils::digests::write_bytes(state_, kByteOrder, out, kLength);
+  write_words<store_high_first>(state_, out);
 }
 
 int Sha1HashContext::test() {
