@@ -114,7 +114,7 @@ class RK_API Md5HashContext : public HashContext {
   void destroy() override;
   void hash(const unsigned char* data, unsigned long length) override;
   unsigned long getReturnedHashLength() const override;
-  /* A derived class's hash() is called for the padding, and then for the message's length, 8 bytes. */
+  /* A derived class's hash() is called for the padding, and for the 8 bytes of the length. */
   void getHash(unsigned char* out) override;
   unsigned long getCompleteHashLength() const override;
   void getCompleteHash(unsigned char* out) override;

@@ -51,18 +51,18 @@ void write_bytes(const Word (&words)[Count], unsigned char* out, std::size_t len
 // How many bytes, a one and zeros, leave 8 bytes of a block: at least one.
 std::size_t padding_length(const BitCount& count);
 
-// The calls of hash() in which a message's end comes: the padding and the message's length together,
-// one behind the other, or each byte of the padding and then the length.
+// The calls of hash() in which a message's end comes: the padding and the message's length
+// together, one behind the other, or each byte of the padding and then the length.
 enum class Pieces { kOne, kTwo, kBytes };
 
 enum class ByteOrder { kLowFirst, kHighFirst };
 
-// Ends the message of a context, whose count this is: puts the padding behind it, and the length that
-// it had before, through the context's hash().
+// Ends the message of a context, whose count this is: puts the padding behind it, and the length
+// that it had before, through the context's hash().
 void end_message(HashContext& context, const BitCount& count, ByteOrder order, Pieces pieces);
 
-// The same for a context that may be one of a derived class, which is given the end in those pieces:
-// programs that watch hash() know it so. Where nobody watches it comes in one, because a call for
+// The same for a context that may be one of a derived class, which is given the end in those
+// pieces: programs that watch hash() know it so. Where nobody watches it comes in one, because a call for
 // each byte costs more than the block.
 template <typename Context>
 void end_message_of(Context& context, const BitCount& count, ByteOrder order, Pieces when_derived) {

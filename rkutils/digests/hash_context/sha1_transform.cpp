@@ -21,8 +21,8 @@ struct Registers {
   Word e;
 };
 
-// The words that the steps take: those of the block, and one for each further step, which is made of
-// words of the sixteen steps before it. Where the loops are laid out, those sixteen are kept and
+// The words that the steps take: those of the block, and one for each further step, which is made
+// of words of the sixteen steps before it. Where the loops are laid out, those sixteen are kept and
 // places are constants; in a short loop a place for each step is one that need not be computed.
 constexpr unsigned kScheduleWords = kUnrolled > 1 ? kBlockWords : kRounds* kSteps;
 using Schedule = Word[kScheduleWords];

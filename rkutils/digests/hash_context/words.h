@@ -13,7 +13,8 @@ constexpr Word rotate_left(Word word, unsigned count) {
   return word << count | word >> (32 - count);
 }
 
-// At any alignment. Compilers know these forms, and make one instruction of each where there is one.
+// At any alignment. Compilers know these forms, and make one instruction of each where there is
+// one.
 constexpr Word load_low_first(const unsigned char* bytes) {
   return Word{bytes[0]} | Word{bytes[1]} << 8 | Word{bytes[2]} << 16 | Word{bytes[3]} << 24;
 }
