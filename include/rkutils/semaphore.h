@@ -118,7 +118,8 @@ RK_API void sem_release(sem_handle* handle);
  * shorten the sleep.
  *
  * The directory's mode is hexadecimal 755, octal 3525, less the umask: r-x-w-r-x with the sticky
- * bit, where one expects rwxr-xr-x. Kept for compatibility.
+ * bit, where one expects rwxr-xr-x; the set-group-ID bit goes by the parent, see mkdir(2). Kept for
+ * compatibility.
  *
  * Returns 0 when the directory was made; with a negative number of tries at once and without making
  * anything, kept for compatibility. -1 when all tries failed, `tries` seconds after the call; at
@@ -176,8 +177,8 @@ class RK_API CSemaphore {
    *
    * Where another process has made the set but not yet freed it, waits for that up to 100 ms. By
    * then that process is taken for dead, and the set is freed here: by one of all who wait, holding
-   * an advisory lock (flock(2)) on "/usr/lib/librkutils.so.1.0.0", for which it waits up to a second
-   * more. Who makes the set waits for that as long, but does without it then.
+   * an advisory lock (flock(2)) on the library's file "/usr/lib/librkutils.so.1.0.0", for which it
+   * waits up to a second more. Who makes the set waits for that as long, but does without it then.
    *
    * Returns 0; or -1 with one of these:
    *     CSemaphore::init() - ftok failed (errno=%i) for file PATHNAME
@@ -262,8 +263,8 @@ class RK_API CRecursiveSemaphore {
    *
    * A new lock is logged, LOG_DEBUG:
    *     created recursive semaphore "NAME"
-   * A lock that cannot be had leaves an object whose operations give -1. There is a message, but
-   * without memory:
+   * A lock that cannot be had leaves an object whose operations give -1. There is a message, which
+   * without memory is none of these or missing:
    *     recursive-semaphore: unable to init guarding semaphore     behind one of CSemaphore's
    *     recursive-semaphore: unable to lock guarding semaphore     likewise
    *     recursive-semaphore: unable to open shared memory - errno=%s
