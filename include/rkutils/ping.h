@@ -12,8 +12,8 @@
  * interface's network they go in an Ethernet frame to the gateway's hardware address. So a daemon
  * tests an uplink that is not the one in use.
  *
- * Hosts and gateways are dotted addresses or names. A name is looked up with gethostbyname(3), of
- * which the first address is used.
+ * Hosts and gateways are dotted addresses or names. A name is looked up as gethostbyname(3) does it,
+ * and its first address is used.
  *
  * Time. One request is sent and its reply waited for: the socket is looked at, and while nothing is
  * there for 300 ms again, until `timeout_ms` and 300 ms have been slept. That is in whole steps, so
@@ -30,9 +30,9 @@
  * it. `timeout_ms` and `size` are brought into their limits silently. errno means nothing
  * afterwards.
  *
- * Threads and signals. gethostbyname() has one result for the whole process: two threads that ping
- * at once, or another that looks a name up meanwhile, may give each other's host an echo. There is
- * no other state. Not for signal handlers. Sockets are closed on exec.
+ * Threads and signals. There is no state, so several threads may ping at once; but each icmpping()
+ * sees the answers to the others that come through its interface, see there. Not for signal
+ * handlers. Sockets are closed on exec.
  */
 #ifndef RKUTILS_PING_H
 #define RKUTILS_PING_H
