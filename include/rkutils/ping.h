@@ -31,8 +31,9 @@
  * afterwards.
  *
  * Threads and signals. There is no state, so several threads may ping at once; but each icmpping()
- * sees the answers to the others that come through its interface, see there. Not for signal
- * handlers. Sockets are closed on exec.
+ * sees the answers to the others that come through its interface, see there. A thread that is
+ * cancelled (pthread_cancel(3)) finishes its call first. Not for signal handlers. Sockets are closed
+ * on exec.
  */
 #ifndef RKUTILS_PING_H
 #define RKUTILS_PING_H

@@ -32,11 +32,7 @@ struct Received {
   int error = 0;  // if there is one, it is all that is received
 };
 
-// What an argument points to. The caller waits meanwhile, so that its memory can be read and written.
-template <typename Type>
-Type* pointer_to(std::uint64_t argument) {
-  return reinterpret_cast<Type*>(static_cast<std::uintptr_t>(argument));
-}
+using support::pointer_to;
 
 // A datagram that answers a request.
 using Answer = std::function<Received(const Sent&)>;

@@ -49,6 +49,13 @@ enum class SystemCall {
 // The arguments of a call as the kernel gets them.
 using CallArguments = std::array<std::uint64_t, 6>;
 
+// What one of them points to. The caller waits while a test decides about its call, so that its
+// memory can be read and written.
+template <typename Type>
+Type* pointer_to(std::uint64_t argument) {
+  return reinterpret_cast<Type*>(static_cast<std::uintptr_t>(argument));
+}
+
 struct FailingCall {
   SystemCall call;
   int error;  // what errno is then; 0: the call gives 0

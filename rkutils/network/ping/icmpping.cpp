@@ -1,5 +1,6 @@
 // icmpping(): the kernel makes the packet.
 
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/network/host_address.h>
 #include <rkutils/network/ping/address_text.h>
 #include <rkutils/network/ping/limits.h>
@@ -50,7 +51,7 @@ bool is_answer(const std::uint8_t* bytes, std::size_t length, const char* interf
 }
 
 bool await_reply(int socket, const char* interface, unsigned timeout_ms) noexcept {
-  std::array<std::uint8_t, 1450> buffer;
+  std::array<std::uint8_t, kLargestSize> buffer;
   PacketSource packets(socket, timeout_ms);
   while (const auto length = packets.next(buffer.data(), buffer.size())) {
     if (is_answer(buffer.data(), *length, interface)) return true;
@@ -80,6 +81,7 @@ bool ping_host(const char* interface, std::uint32_t target, unsigned timeout_ms)
 }  // namespace rkutils::ping
 
 int icmpping(const char* interface, const char* target, unsigned timeout_ms) {
+  const rkutils::internal::PostponedCancellation postponed;
   if (target == nullptr || *target == '\0') {
     ::syslog(LOG_ERR, "icmpping: no target given");
     return -1;

@@ -9,6 +9,7 @@
 
 namespace rkutils::ping {
 
+// Of packets that are sent, and of what is looked at of those that come.
 inline constexpr std::size_t kLargestSize = 1450;
 
 constexpr unsigned timeout_within(unsigned timeout_ms) noexcept {

@@ -1,5 +1,6 @@
 // rawping(): which way a packet takes.
 
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/network/host_address.h>
 #include <rkutils/network/ping/address_text.h>
 #include <rkutils/network/ping/arp_table.h>
@@ -18,9 +19,9 @@ namespace {
 
 bool check_arguments(const char* interface, const char* target, const char* source,
                      const char* netmask) noexcept {
-  const auto is_given = [](const char* text, const char* message) {
+  const auto is_given = [](const char* text, const char* what) {
     if (text != nullptr && *text != '\0') return true;
-    ::syslog(LOG_ERR, "rawping: no %s given", message);
+    ::syslog(LOG_ERR, "rawping: no %s given", what);
     return false;
   };
   if (!is_given(interface, "interface") || !is_given(target, "target")) return false;
@@ -112,6 +113,7 @@ int __rawping(const char* interface, const char* target, const char* gateway, co
               const char* netmask, unsigned timeout_ms, int size, time_difference* round_trip,
               const uint32_t* mark) {
   using namespace rkutils::ping;
+  const rkutils::internal::PostponedCancellation postponed;
   if (!check_arguments(interface, target, source, netmask)) return -1;
   const std::uint16_t identifier = make_identifier();
   const auto address = rkutils::network::find_ipv4_address(target);
