@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <regex>
 #include <thread>
 #include <utility>
@@ -10,7 +9,6 @@
 #include <syslog.h>
 
 #include "support/open_descriptors.h"
-#include "support/put_file.h"
 
 using testing::IsEmpty;
 
@@ -26,12 +24,6 @@ support::LogLine err(std::string text) { return {LOG_ERR, std::move(text)}; }
 support::LogLine debug(std::string text) { return {LOG_DEBUG, std::move(text)}; }
 
 std::string text_of(int error) { return std::strerror(error); }
-
-void put_host_names(const std::string& text) {
-  // Where the tests are not root's the file itself cannot be written.
-  support::put("/etc/hosts.new", text);
-  std::filesystem::rename("/etc/hosts.new", "/etc/hosts");
-}
 
 PassingTime::PassingTime() {
   clock_.at_pauses([this](int number) {

@@ -38,9 +38,6 @@ support::LogLine debug(std::string text);
 // The C library's text for an error.
 std::string text_of(int error);
 
-// Makes this text the table of hosts' names, in place of any other.
-void put_host_names(const std::string& text);
-
 // A number of two bytes in the other order.
 constexpr std::uint16_t swapped(std::uint16_t number) {
   return static_cast<std::uint16_t>(number << 8U | number >> 8U);

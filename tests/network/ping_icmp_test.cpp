@@ -6,6 +6,7 @@
 #include "ping_fixture.h"
 #include "support/failing_calls.h"
 #include "support/interruption.h"
+#include "support/network/hosts_file.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/stopwatch.h"
@@ -17,6 +18,7 @@ using namespace std::chrono_literals;
 using support::Bytes;
 using support::Echo;
 using support::Frame;
+using support::HostsFile;
 using support::make_frame;
 using support::run_with_failing_calls;
 using support::SystemCall;
@@ -89,7 +91,7 @@ TEST_F(IcmpPing, ReachesHostsBehindAGateway) {
 }
 
 TEST_F(IcmpPing, TakesNamesAndLogsTheirAddress) {
-  put_host_names("10.1.0.2 gateway.example gw\n10.1.0.9 gw\n");
+  const HostsFile names("10.1.0.2 gateway.example gw\n10.1.0.9 gw\n");
   EXPECT_EQ(icmpping("wan0", "gateway.example", 500), 0);
   EXPECT_EQ(icmpping("wan0", "gw", 500), 0);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kGateway), received(1, 0), transmitted(kGateway),
@@ -272,7 +274,7 @@ TEST_F(IcmpPing, WantsATargetAndAnInterface) {
 }
 
 TEST_F(IcmpPing, FailsForHostsWithoutAnAddress) {
-  put_host_names("fd00:1::2 only-ipv6\n");
+  const HostsFile names("fd00:1::2 only-ipv6\n");
   for (const char* target : {"missing.example", "only-ipv6", "fd00:1::2"}) {
     EXPECT_EQ(icmpping("wan0", target, 500), -1);
     EXPECT_THAT(log_.take(),
@@ -299,6 +301,12 @@ TEST_F(IcmpPing, FailsWithoutPrivileges) {
   support::run_without_privileges([] { EXPECT_EQ(icmpping("wan0", kGateway, 500), -1); });
   EXPECT_THAT(log_.take(),
               ElementsAre(err("icmpping: unable to open socket (" + text_of(EPERM) + ")")));
+}
+
+TEST_F(IcmpPing, LooksForTheTargetFirst) {
+  run_with_failing_calls({{SystemCall::kSocket, EMFILE}},
+                         [] { EXPECT_EQ(icmpping("wan7", "10.1.0.256", 500), -1); });
+  EXPECT_THAT(log_.take(), ElementsAre(err("icmpping[wan7]: invalid target '10.1.0.256'")));
 }
 
 TEST_F(IcmpPing, FailsWithoutDescriptors) {

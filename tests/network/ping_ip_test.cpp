@@ -8,6 +8,7 @@
 #include "ping_fixture.h"
 #include "support/failing_calls.h"
 #include "support/interruption.h"
+#include "support/network/hosts_file.h"
 #include "support/network/marked_frames.h"
 #include "support/small_stack.h"
 #include "support/stopwatch.h"
@@ -18,6 +19,7 @@ using namespace std::chrono_literals;
 using support::Bytes;
 using support::Echo;
 using support::Frame;
+using support::HostsFile;
 using support::make_frame;
 using support::reply_to;
 using support::run_with_failing_calls;
@@ -113,7 +115,7 @@ TEST_F(IpPing, ReachesHostsBehindAGatewayByTheRoutesOfTheKernel) {
 }
 
 TEST_F(IpPing, LogsAHostAsItWasPassedButForItsPackets) {
-  put_host_names("10.1.0.2 gw.example\n");
+  const HostsFile names("10.1.0.2 gw.example\n");
   EXPECT_EQ(rawping("wan0", "gw.example", nullptr, 500), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(kSent + right_ip_reply(1, identifier_in(messages)) +

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include <fcntl.h>
 #include <linux/if_tun.h>
@@ -13,6 +14,7 @@
 #include "ping_fixture.h"
 #include "support/failing_calls.h"
 #include "support/network/echo_responder.h"
+#include "support/network/hosts_file.h"
 #include "support/open_descriptors.h"
 #include "support/without_privileges.h"
 
@@ -21,6 +23,7 @@ namespace {
 using rkutils::internal::UniqueFd;
 using support::Bytes;
 using support::Echo;
+using support::HostsFile;
 using support::make_frame;
 using support::reply_to;
 using support::run_with_failing_calls;
@@ -257,7 +260,7 @@ TEST_F(PingRoute, KeepsTheSocketOfThePingOfTheGateway) {
 
 // Only the text that was passed is looked up.
 TEST_F(PingRoute, ToAGatewayWithANameIsTheKernels) {
-  put_host_names("10.1.0.2 gw.example\n10.2.0.2 far.example\n");
+  const HostsFile names("10.1.0.2 gw.example\n10.2.0.2 far.example\n");
   tell_gateway_mac();
   EXPECT_EQ(rawping("wan0", "far.example", "gw.example", 500), 0);
   const Messages messages = log_.take();
@@ -274,9 +277,9 @@ TEST_F(PingRoute, ToAGatewayWithANameIsTheKernels) {
 }
 
 TEST_F(PingRoute, ToAGatewayWhoseNameIsGoneIsTheKernels) {
-  put_host_names("10.1.0.2 gw.example\n");
+  std::optional<HostsFile> names("10.1.0.2 gw.example\n");
   // When the flags are asked for, the name was looked up once.
-  const auto forget = [] { put_host_names("\n"); };
+  const auto forget = [&] { names.reset(); };
   run_with_failing_calls({{SystemCall::kControl, EPERM, 4, 1, forget}},
                          [] { EXPECT_EQ(rawping("wan0", kDistant, "gw.example", 500), 0); });
   const Messages messages = log_.take();
@@ -368,6 +371,27 @@ TEST_F(PingRoute, WantsHostsWithAnAddress) {
   EXPECT_THAT(log_.take(), ElementsAre(err("rawping[wan0]: invalid target 'missing.example'"),
                                        err("rawping[wan0]: invalid gateway 'missing.example'"),
                                        err("rawping[wan0]: invalid gateway '10.1.0.256'")));
+}
+
+// What is wrong first is told: the target, the interface, the source, the gateway, the hardware
+// address.
+TEST_F(PingRoute, LooksAtWhatItNeedsInOneOrder) {
+  const support::FailingCall no_socket = {SystemCall::kSocket, EMFILE};
+  const support::FailingCall no_index = {SystemCall::kControl, EPERM, 0, 1};
+  const support::FailingCall no_hardware_address = {SystemCall::kControl, EPERM, 3, 1};
+  const auto logged = [this](const support::FailingCall& failing, const char* target,
+                             const char* source, const char* gateway) {
+    run_with_failing_calls({failing},
+                           [&] { EXPECT_EQ(ping_from(source, source, gateway, target), -1); });
+    return log_.take();
+  };
+  EXPECT_THAT(logged(no_socket, "10.1.0.256", "here", "10.1.0.256"),
+              ElementsAre(err("rawping[wan0]: invalid target '10.1.0.256'")));
+  EXPECT_THAT(
+      logged(no_index, kGateway, "here", "10.1.0.256"),
+      ElementsAre(err("rawping[wan0]: can't get interface index (" + text_of(EPERM) + ")")));
+  EXPECT_THAT(logged(no_hardware_address, kGateway, nullptr, "10.1.0.256"),
+              ElementsAre(err("rawping[wan0]: invalid gateway '10.1.0.256'")));
 }
 
 TEST_F(PingRoute, WantsAnInterfaceThatIsThere) {
