@@ -88,7 +88,8 @@ RK_API int rawping(const char* interface, const char* target, const char* gatewa
  *   timeout_ms  milliseconds, 500 to 10000; what is less or more counts as these
  *   size        bytes of the packet, 48 to 1450; what is less, -1 above all, or more counts as
  *               these
- *   round_trip  gets the time from sending to the packet that was received last; may be NULL
+ *   round_trip  gets the time from sending to the packet that was received last, see below; may be
+ *               NULL
  *   mark        is set as the firewall mark of the frames to a gateway (SO_MARK, socket(7)), and of
  *               no other packet; may be NULL
  *
@@ -105,17 +106,22 @@ RK_API int rawping(const char* interface, const char* target, const char* gatewa
  *   is none, an IP packet goes to the target after all. The gateway's ping and the target's each
  *   take their time.
  *
- * IP packets go out with the address that is given as source; the kernel completes their lengths
- * and checksums, so what is written there is without effect: the length is always 48. Their
- * identifier and sequence number are in the host's byte order, those of frames in the network's.
- * The identifier is the product of the lower 16 bits of the time of day's seconds and microseconds,
- * and a frame's reply is picked by it in the kernel. The sequence number is 1, or 2 for a target
- * whose gateway was pinged before.
+ * IP packets go out with the address that is given as source. The kernel writes the length, the
+ * identification and the checksum of their IP header, so what the library puts there is without
+ * effect: its length is 48 for every size. Their identifier and sequence number are in the host's
+ * byte order, those of frames in the network's. The identifier is the product of the lower 16 bits
+ * of the time of day's seconds and microseconds, and a frame's reply is picked by it in the kernel.
+ * The sequence number is 1, or 2 for a target whose gateway was pinged before.
  *
- * `round_trip` is also written without an answer, whenever a ping was tried, and then is what the
- * subtraction gives: if nothing was received the time of sending below zero, by the time of day for
- * IP packets and by the monotonic clock for frames. When a gateway was pinged first and its target
- * did not answer, the two times may be of different clocks. Do not use it unless the result is 0.
+ * `round_trip` ends when the packet is taken from the socket: that of an answer which is not there
+ * at the first look has 300 ms or a multiple of it, and what the steps took beyond. It is measured
+ * by the time of day for IP packets, and so wrong if somebody sets that clock meanwhile, and by the
+ * monotonic clock for frames.
+ *
+ * It is also written without an answer, whenever a ping was tried, and then is what the subtraction
+ * gives: zero if it did not come to sending, the time of sending below zero if nothing was received.
+ * When a gateway was pinged first, and its target did not answer, the two times may be of different
+ * pings and clocks. Do not use it unless the result is 0.
  *
  * Returns 0 when the answer has come. -1 without one, LOG_DEBUG "rawping[%s]: received no valid ip
  * reply from %s" or "... no valid raw reply from %s"; and on failure, with LOG_ERR
@@ -153,8 +159,10 @@ RK_API int rawping(const char* interface, const char* target, const char* gatewa
  * for us (%s != %s)", "rawping[%s]: not from target (%s != %s)", "rawping[%s]: not an ICMP message",
  * of a frame "rawping[%s]: not an ICMP message (proto %d)", "rawping[%s]: not an ICMP REPLY
  * message"; "rawping[%s]: RECEIVED ip reply (seq %d, id %d, need seq %d, id %d)" or "... raw reply
- * ..."; "rawping[%s]: ip ping to %s succeeded" or "... raw ping ...". In the messages about packets
- * hosts are dotted, in all others they are what was passed.
+ * ..."; "rawping[%s]: ip ping to %s succeeded" or "... raw ping ...".
+ *
+ * Where a packet is generated, transmitted or cannot be sent hosts are dotted, in all other messages
+ * they are what was passed.
  */
 RK_API int __rawping(const char* interface, const char* target, const char* gateway,
                      const char* source, const char* netmask, unsigned timeout_ms, int size,

@@ -322,6 +322,28 @@ TEST_F(FramePing, TellsTheTimeOfSendingBelowZeroIfNothingCame) {
   EXPECT_THAT(log_.take(), SizeIs(8));
 }
 
+// What came last was the gateway's answer to the IP packet, by the time of day.
+TEST_F(FramePing, TellsNothingOfUseWithoutAnAnswerAfterAPingOfTheGateway) {
+  hosts_.router.ip("neigh flush dev wan0");
+  hosts_.distant.answer_pings(false);
+  const auto now = [](clockid_t clock) {
+    std::timespec time = {};
+    ::clock_gettime(clock, &time);
+    return time;
+  };
+  time_difference took = {-7, -7};
+  const PassingTime time;
+  const std::timespec monotonic_before = now(CLOCK_MONOTONIC);
+  const std::timespec before = now(CLOCK_REALTIME);
+  EXPECT_EQ(ping(500, -1, &took), -1);
+  const std::timespec after = now(CLOCK_REALTIME);
+  const std::timespec monotonic_after = now(CLOCK_MONOTONIC);
+  EXPECT_GE(nanoseconds(took), nanoseconds(diffts(&monotonic_after, &before)));
+  EXPECT_LE(nanoseconds(took), nanoseconds(diffts(&monotonic_before, &after)));
+  const Messages messages = log_.take();
+  EXPECT_EQ(messages.back(), kNoReply.back());
+}
+
 // ---- Failures ----
 
 struct Failure {
