@@ -52,11 +52,11 @@ class PingPieces : public testing::Test {
     context_.peer_mac = kPeerMac;
   }
 
-  UniqueFd socket_to(const Bytes& packet) {
+  UniqueFd socket_to(const std::vector<Bytes>& packets) {
     std::array<int, 2> ends = {};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends.data()), 0);
     sender_ = UniqueFd(ends[0]);
-    ::send(ends[0], packet.data(), packet.size(), 0);
+    for (const Bytes& packet : packets) ::send(ends[0], packet.data(), packet.size(), 0);
     return UniqueFd(ends[1]);
   }
 
@@ -72,11 +72,13 @@ TEST_F(PingPieces, IpPacketsOfOtherProtocolsArePassedOver) {
   Bytes packet(48);
   write_ip_request(packet.data(), packet.size(), {1, 2}, context_.echo());
   packet[9] = 17;
+  const Bytes no_reply_either = packet;
   packet[20] = 0;
-  context_.ip_socket = socket_to(packet);
+  context_.ip_socket = socket_to({packet, no_reply_either});
   EXPECT_FALSE(await_ip_reply(context_, kHost));
-  EXPECT_THAT(log_.take(), ElementsAre(progress("received ip packet (48 bytes)\n"),
-                                       progress("not an ICMP message"),
+  const auto received = progress("received ip packet (48 bytes)\n");
+  const auto passed_over = progress("not an ICMP message");
+  EXPECT_THAT(log_.take(), ElementsAre(received, passed_over, received, passed_over,
                                        progress("received no valid ip reply from target")));
 }
 
@@ -84,11 +86,28 @@ TEST_F(PingPieces, FramesOfOtherProtocolsArePassedOver) {
   Bytes frame(48);
   write_frame_request(frame.data(), frame.size(), {kPeerMac, kOwnMac}, {1, 2}, context_.echo());
   frame[23] = 17;
+  const Bytes no_reply_either = frame;
   frame[34] = 0;
-  context_.packet_socket = socket_to(frame);
+  context_.packet_socket = socket_to({frame, no_reply_either});
   EXPECT_FALSE(await_frame_reply(context_));
-  EXPECT_THAT(log_.take(), ElementsAre(progress("not an ICMP message (proto 17)"),
+  const auto passed_over = progress("not an ICMP message (proto 17)");
+  EXPECT_THAT(log_.take(), ElementsAre(passed_over, passed_over,
                                        progress("received no valid raw reply from target")));
+}
+
+TEST_F(PingPieces, OfFramesTheFirstThatIsWrongIsTold) {
+  Bytes from_others(48);
+  write_frame_request(from_others.data(), from_others.size(), {{2, 0, 0, 0, 0, 3}, kOwnMac}, {1, 2},
+                      context_.echo());
+  from_others[23] = 17;
+  Bytes for_others = from_others;
+  for_others[5] = 9;
+  context_.packet_socket = socket_to({for_others, from_others});
+  EXPECT_FALSE(await_frame_reply(context_));
+  EXPECT_THAT(log_.take(),
+              ElementsAre(progress("not for us (02:00:00:00:00:09 != 02:00:00:00:00:01)"),
+                          progress("not from target (02:00:00:00:00:03 != 02:00:00:00:00:02)"),
+                          progress("received no valid raw reply from target")));
 }
 
 TEST_F(PingPieces, WaitingNeedsASocket) {
