@@ -24,15 +24,10 @@
  * Time. Looking a name up blocks for as long as the C library's gethostbyname() does; it does not
  * look up a target in dotted decimal. Nothing else blocks.
  *
- * Threads and signals: an object is for one thread at a time. Constructors draw from rand(), and
- * sendSimplePing() uses the one record of gethostbyname(), which belong to the whole process: two
- * threads may not do the like at once. Signals do not matter, and a request to cancel the thread
- * waits until a call has ended; not for signal handlers. A process that is forked shares the
- * socket, so that one of the two sees each reply.
  * Threads and signals: an object is for one thread at a time. Constructors draw from rand(), which
- * belongs to the whole process: two threads may not do the like at once. Signals do not matter; not
- * for signal handlers. A process that is forked shares the socket, so that one of the two sees each
- * reply.
+ * belongs to the whole process: two threads may not do the like at once. Signals do not matter, and
+ * a request to cancel the thread waits until a call has ended; not for signal handlers. A process
+ * that is forked shares the socket, so that one of the two sees each reply.
  */
 #ifndef RKUTILS_PING_CLIENT_H
 #define RKUTILS_PING_CLIENT_H

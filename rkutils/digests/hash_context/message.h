@@ -62,8 +62,8 @@ enum class ByteOrder { kLowFirst, kHighFirst };
 void end_message(HashContext& context, const BitCount& count, ByteOrder order, Pieces pieces);
 
 // The same for a context that may be one of a derived class, which is given the end in those
-// pieces: programs that watch hash() know it so. Where nobody watches it comes in one, because a call for
-// each byte costs more than the block.
+// pieces: programs that watch hash() know it so. Where nobody watches it comes in one, because a
+// call for each byte costs more than the block.
 template <typename Context>
 void end_message_of(Context& context, const BitCount& count, ByteOrder order, Pieces when_derived) {
   // Compared as objects: a program that is compiled without them has none for its classes.
