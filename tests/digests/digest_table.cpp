@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -94,9 +96,11 @@ void put_tables(const Kind& kind, const std::string& name, const Texts& messages
             [&](const std::string& message) { return kind.plain(message, 0); });
   for (const auto& [key_name, bytes] : keys) {
     const std::string& key = bytes;
-    put_table("library/" + name + "-hmac-" + key_name, messages,
+    std::string table = name;
+    table.append("-hmac-").append(key_name);
+    put_table("library/" + table, messages,
               [&](const std::string& message) { return hmac_of(kind, key, message); });
-    put_table("plain/" + name + "-hmac-" + key_name, messages, [&](const std::string& message) {
+    put_table("plain/" + table, messages, [&](const std::string& message) {
       return plain_digest::hmac(kind.plain, key, message);
     });
   }
@@ -104,7 +108,7 @@ void put_tables(const Kind& kind, const std::string& name, const Texts& messages
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   if (argc != 2) return EXIT_FAILURE;
   folder(argv[1]);
   const Texts messages = make_messages();
@@ -114,4 +118,7 @@ int main(int argc, char** argv) {
   put_tables(digest_test::md5(), "md5", messages, keys);
   put_tables(digest_test::sha1(), "sha1", messages, keys);
   return EXIT_SUCCESS;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "digest-table: %s\n", error.what());
+  return EXIT_FAILURE;
 }

@@ -90,7 +90,7 @@ Members members_at(const void* object) {
     std::memcpy(to, at, size);
     at += size;
   };
-  take(&members.digest, sizeof members.digest);
+  take(&members.digest, sizeof(void*));
   take(members.inner_pad.data(), kBlockSize);
   take(members.outer_pad.data(), kBlockSize);
   take(&members.returned_length, sizeof members.returned_length);
