@@ -1,5 +1,4 @@
 #include <rkutils/internal/file_turn.h>
-#include <rkutils/internal/unique_fd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -18,7 +17,6 @@
 namespace {
 
 using rkutils::internal::FileTurn;
-using rkutils::internal::UniqueFd;
 
 constexpr const char* kPath = "/tmp/file-turn-test";
 

@@ -25,7 +25,6 @@ using support::reply_to;
 using support::run_with_failing_calls;
 using support::SystemCall;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr int kMinusOne = -1;  // what is below the smallest size
