@@ -44,6 +44,8 @@ class InventedProcesses {
   // Ids that the kernel does not give.
   static constexpr int kFirst = 5000001;
 
+  InventedProcesses() : proc_("/proc") {}
+
   // With this command line, NULs and all.
   void add(int id, const std::string& command_line) const { add(std::to_string(id), command_line); }
   void add(const std::string& folder, const std::string& command_line) const;
@@ -52,7 +54,7 @@ class InventedProcesses {
   [[nodiscard]] const support::KernelFolder& folder() const { return proc_; }
 
  private:
-  const support::KernelFolder proc_{"/proc"};
+  const support::KernelFolder proc_;
 };
 
 // The ids of the processes, in the order in which /proc lists them.

@@ -42,7 +42,8 @@ std::string joined(std::string command_line) {
   command_line += "#!";  // the first of them is the room for the NUL
   join_arguments(command_line.data(), length);
   EXPECT_EQ(command_line[length + 1], '!');
-  return command_line.c_str();
+  command_line.resize(std::strlen(command_line.c_str()));
+  return command_line;
 }
 
 TEST(JoinArguments, SeparatesThemByBlanks) {

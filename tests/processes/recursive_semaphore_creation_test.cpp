@@ -38,7 +38,6 @@
 
 namespace {
 
-using rkutils::internal::UniqueFd;
 using support::FailingMutexFunction;
 using support::LogLine;
 using support::MutexFunction;
@@ -206,7 +205,7 @@ TEST_F(Creation, GivesMappingMutexGuardAndOptionsInThisOrder) {
   };
   const auto look = [](const Lock& lock) {
     const Impl* impl = nullptr;
-    std::memcpy(&impl, reinterpret_cast<const char*>(&lock) + sizeof(void*), sizeof impl);
+    std::memcpy(&impl, reinterpret_cast<const char*>(&lock) + sizeof(void*), sizeof(void*));
     return impl;
   };
   Lock::CSemaphoreOptions options;

@@ -29,7 +29,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr const char* kName = "/recursive-semaphore-test";

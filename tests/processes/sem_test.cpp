@@ -83,7 +83,7 @@ TEST_F(Sem, HandlesAHandleWithoutAnObject) {
   EXPECT_EQ(sem_lock(handle), -1);
   EXPECT_EQ(sem_trylock(handle), -1);
   EXPECT_EQ(sem_unlock(handle), -1);
-  auto* const holder = static_cast<CRecursiveSemaphore**>(::operator new(sizeof none));
+  auto* const holder = static_cast<CRecursiveSemaphore**>(::operator new(sizeof(void*)));
   *holder = none;
   sem_release(reinterpret_cast<sem_handle*>(holder));
 }
