@@ -25,6 +25,8 @@ using testing::ElementsAre;
 
 constexpr std::uint64_t kOneWord = std::uint64_t{1} << 32;
 
+constexpr std::uint64_t bits_of_blocks(std::uint64_t blocks) { return blocks * 64 * 8; }
+
 class HashContextCount : public testing::TestWithParam<const Kind*> {
  protected:
   const Kind& kind() const { return *GetParam(); }
@@ -57,7 +59,7 @@ TEST_P(HashContextCount, IsInBits) {
 
 TEST_P(HashContextCount, CarriesIntoTheHighWord) {
   for (const std::size_t length : {127U, 128U, 129U, 200U}) {
-    const std::uint64_t before = kOneWord - 8U * 128;
+    const std::uint64_t before = kOneWord - bits_of_blocks(2);
     begin_after(before);
     feed(context(), some_bytes(length));
     const std::uint64_t after = before + 8 * length;
@@ -67,7 +69,7 @@ TEST_P(HashContextCount, CarriesIntoTheHighWord) {
 }
 
 TEST_P(HashContextCount, CarriesInTheLastOfManyPieces) {
-  const std::uint64_t before = kOneWord - 8U * 128;
+  const std::uint64_t before = kOneWord - bits_of_blocks(2);
   begin_after(before);
   for (const char byte : some_bytes(128)) feed(context(), std::string(1, byte));
   EXPECT_THAT(count(), ElementsAre(0, 1));
@@ -76,7 +78,7 @@ TEST_P(HashContextCount, CarriesInTheLastOfManyPieces) {
 
 // The length in the padding is that of the message, without the padding that carries.
 TEST_P(HashContextCount, MayCarryWhileItIsPadded) {
-  const std::uint64_t before = kOneWord - 8U * 64;
+  const std::uint64_t before = kOneWord - bits_of_blocks(1);
   begin_after(before);
   feed(context(), some_bytes(60));
   EXPECT_EQ(finish(context()), kind().plain(some_bytes(60), before));
@@ -91,7 +93,7 @@ TEST_P(HashContextCount, HasAHighWordInThePadding) {
 }
 
 TEST_P(HashContextCount, EndsAtTwoWords) {
-  const std::uint64_t before = 0 - std::uint64_t{8U * 64};
+  const std::uint64_t before = 0 - bits_of_blocks(1);
   begin_after(before);
   feed(context(), some_bytes(65));
   EXPECT_THAT(count(), ElementsAre(8, 0));

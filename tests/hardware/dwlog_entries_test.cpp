@@ -144,7 +144,7 @@ class CutLinesTest : public testing::Test {
   std::string buffer_ = std::string(kSize + 1, '#');
   CutLines lines_{buffer_.data(), kSize};
 
-  [[nodiscard]] std::string text() const { return buffer_.c_str(); }
+  [[nodiscard]] std::string text() const { return buffer_.substr(0, buffer_.find('\0')); }
 };
 
 TEST_F(CutLinesTest, BeginWithNulsEverywhere) {

@@ -101,7 +101,7 @@ void look(std::size_t at_least) {
   EXPECT_GE(entries_of(contents_of(kLog)).size(), at_least);
   std::string buffer(40000, '#');
   EXPECT_EQ(dwlog_read(buffer.data(), buffer.size()), 0);
-  EXPECT_GE(entries_of(buffer.c_str()).size(), at_least);
+  EXPECT_GE(entries_of(buffer.substr(0, buffer.find('\0'))).size(), at_least);
 }
 
 class DwlogProcesses : public DwlogTest {};
@@ -111,6 +111,7 @@ TEST_F(DwlogProcesses, LoseAndTearNothing) {
   const std::string messages = support::standard_error_of([count] {
     ASSERT_EQ(add_entries(kWriters, 0, static_cast<int>(kCapacity)), 0);
     std::vector<pid_t> writers;
+    writers.reserve(kWriters);
     for (int writer = 0; writer < kWriters; ++writer) {
       writers.push_back(start([writer, count] { return add_entries(writer, 0, count); }));
     }
@@ -134,6 +135,7 @@ TEST_F(DwlogProcesses, ClearInBetween) {
   const int count = support::rounds(200);
   const std::string messages = support::standard_error_of([count] {
     std::vector<pid_t> processes;
+    processes.reserve(5);
     for (int writer = 0; writer < 4; ++writer) {
       processes.push_back(start([writer, count] { return add_entries(writer, 0, count); }));
     }
@@ -185,10 +187,11 @@ class Stepped {
     return true;
   }
 
-  void kill() {
+  void kill() noexcept {
     if (process_ < 0) return;
     ::kill(process_, SIGKILL);
-    status_of(process_);
+    while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+    }
     process_ = -1;
   }
 
@@ -222,7 +225,7 @@ class DwlogKilled : public DwlogProcesses {
   static std::string old() { return without_times(old_entries(40, 8)); }
 
   // The newest `count` lines.
-  static std::string newest(std::string text, int count) {
+  static std::string newest(const std::string& text, int count) {
     std::size_t end = 0;
     while (count-- > 0) end = text.find('\n', end) + 1;
     return text.substr(0, end);
@@ -286,6 +289,7 @@ TEST_F(DwlogKilled, AmongOthers) {
     ASSERT_EQ(add_entries(kWriters, 0, static_cast<int>(kCapacity)), 0);
     const auto write_on = [](int writer) { return add_entries(writer, 0, 1000000); };
     std::vector<pid_t> writers;
+    writers.reserve(kWriters);
     for (int writer = 0; writer < kWriters; ++writer) {
       writers.push_back(start([=] { return write_on(writer); }));
     }

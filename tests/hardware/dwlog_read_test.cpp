@@ -30,7 +30,11 @@ class DwlogRead : public DwlogTest {
     return buffer;
   }
 
-  static std::string text_read(std::size_t size = 5000) { return buffer_with_log(size).c_str(); }
+  static std::string text_read(std::size_t size = 5000) { return text_in(buffer_with_log(size)); }
+
+  static std::string text_in(const std::string& buffer) {
+    return buffer.substr(0, buffer.find('\0'));
+  }
 };
 
 TEST_F(DwlogRead, GivesTheWholeLog) {
@@ -121,7 +125,7 @@ TEST_F(DwlogRead, GivesWhatWasReadBeforeAFailure) {
   EXPECT_EQ(result_though({{SystemCall::kRead, EIO, 1}},
                           [&] { return dwlog_read(buffer.data(), buffer.size()); }),
             kSilent);
-  const std::string text = buffer.c_str();
+  const std::string text = text_in(buffer);
   EXPECT_EQ(text, old_entries(400, 1).substr(0, text.size()));
   EXPECT_EQ(text.back(), '\n');
 }

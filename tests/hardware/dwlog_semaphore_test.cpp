@@ -29,9 +29,7 @@ using support::CallArguments;
 using support::CaseName;
 using support::StoppedClock;
 using support::SystemCall;
-using testing::AllOf;
 using testing::Ge;
-using testing::Lt;
 
 int add() { return dwlog(2, "new"); }
 
