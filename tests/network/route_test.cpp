@@ -240,6 +240,9 @@ TEST_F(RouteGetInterface, FreesWhatItAllocates) {
   const Target target("127.0.0.1");
   const Target unreachable("192.0.2.1");
   char interface[IF_NAMESIZE] = "";
+  // The C library keeps what it makes at its first message.
+  EXPECT_EQ(route_get_interface(target.get(), interface), 0);
+  log_.take();
   const long before = support::unfreed_count();
   EXPECT_EQ(route_get_interface(target.get(), interface), 0);
   EXPECT_EQ(route_get_interface(unreachable.get(), interface), -1);

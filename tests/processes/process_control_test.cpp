@@ -683,8 +683,10 @@ using ProcessControlFailure = ProcessControlOf;
 TEST_F(ProcessControlFailure, ToOpenProcLeavesAnEmptyList) {
   proc_.add(kInvented, "name\0"s);
   processes_.refresh(false);
-  const support::NoMoreDescriptors limit;
-  processes_.refresh(false);
+  {
+    const support::NoMoreDescriptors limit;
+    processes_.refresh(false);
+  }
   EXPECT_THAT(seen(processes_), IsEmpty());
   EXPECT_EQ(processes_.getNumberOfProcesses(), 0);
 }
@@ -710,10 +712,15 @@ TEST_F(ProcessControlFailure, ToOpenACommandLineKeepsTheProcessOutUnlessItIsKnow
   proc_.add(kInvented, "known\0"s);
   processes_.refresh(false);
   proc_.add(kInvented + 1, "new\0"s);
-  const support::NoMoreDescriptors limit(1);
-  processes_.refresh(true);
+  {
+    const support::NoMoreDescriptors limit(1);
+    processes_.refresh(true);
+  }
   EXPECT_THAT(seen(processes_), ElementsAre(Seen{kInvented, "known"}));
-  processes_.refresh(false);
+  {
+    const support::NoMoreDescriptors limit(1);
+    processes_.refresh(false);
+  }
   EXPECT_THAT(seen(processes_), IsEmpty());
 }
 

@@ -104,7 +104,7 @@ class Stage {
 
   // Runs the daemon to its end and returns its exit status.
   int run() {
-    configd_.command("fault 4 delay 0");
+    configd_.command("fault 7 delay 0");
     configd_.command("fault 1 reply \"Busy\"");
     modem_.command("plan 1 answer");  // to being told who connects
     modem_.command(
