@@ -100,7 +100,8 @@ class Name {
     if (name.is_command_line_) {
       join_arguments(name.text_, *length);
     } else {
-      std::snprintf(name.text_, sizeof name.text_, "[%s]", digits);
+      constexpr int kMostDigits = kNameSize - sizeof "[]";
+      std::snprintf(name.text_, sizeof name.text_, "[%.*s]", kMostDigits, digits);
     }
     return name;
   }
