@@ -14,12 +14,12 @@
  * to hide other users' processes, these do not exist.
  *
  * Nothing is logged. Nothing blocks, but for the kernel's own work; a call that a signal interrupts
- * goes on. errno is of no meaning after any of the calls.
+ * goes on. errno is of no meaning after any of the calls. Descriptors are close-on-exec.
  *
  * Threads and signals: nothing is locked. A ProcessControl, with its entries, is for one thread at a
  * time, and two of them know nothing of each other. procname() has one result for all threads; the
- * other plain functions may be called from several threads at once. Nothing here is for signal
- * handlers.
+ * other plain functions may be called from several threads at once. A thread that is cancelled
+ * (pthread_cancel(3)) finishes its call first. Nothing here is for signal handlers.
  */
 #ifndef RKUTILS_PROCESS_CONTROL_H
 #define RKUTILS_PROCESS_CONTROL_H

@@ -30,6 +30,7 @@
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -736,6 +737,16 @@ TEST_F(ProcessControlFailure, BySignalsIsNone) {
   run_with_failing_calls({FailingCall{SystemCall::kRead, EINTR, 0, 3}},
                          [this] { processes_.refresh(false); });
   EXPECT_THAT(seen(processes_), ElementsAre(Seen{kInvented, "name"}));
+}
+
+TEST_F(ProcessControlFailure, IsNoneForAThreadThatIsCancelled) {
+  for (int i = 0; i < 4; ++i) proc_.add(kInvented + i, "name\0"s);
+  EXPECT_TRUE(support::finishes_though_cancelled([this] { processes_.refresh(false); }));
+  EXPECT_EQ(processes_.getNumberOfProcesses(), 4);
+  proc_.remove(kInvented);
+  EXPECT_TRUE(support::finishes_though_cancelled([this] { processes_.refresh(true); }));
+  EXPECT_EQ(processes_.getNumberOfProcesses(), 3);
+  EXPECT_TRUE(all_valid(processes_));
 }
 
 TEST_F(ProcessControlFailure, ToAllocateLeavesAListThatIsWhole) {

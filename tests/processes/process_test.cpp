@@ -24,6 +24,7 @@
 #include "support/in_child.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -241,7 +242,30 @@ TEST_F(ProcName, IsEmptyWhenItCannotBeRead) {
   });
 }
 
-TEST_F(ProcName, NeedsNoLargeStack) {
+// ---- On threads ----
+
+using ProcessFunctions = ProcessTest;
+
+TEST_F(ProcessFunctions, AreFinishedByCancelledThreads) {
+  const Sleeper sleeper({"sleep"});
+  int parent = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { parent = get_parent_pid(sleeper.id()); }));
+  EXPECT_EQ(parent, ::getpid());
+  const char* name = nullptr;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { name = procname(sleeper.id()); }));
+  EXPECT_STREQ(name, "sleep");
+  int alive = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { alive = pid_alive(sleeper.id()); }));
+  EXPECT_EQ(alive, 1);
+  int found = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    char caller[16];
+    found = get_caller(caller, sizeof caller);
+  }));
+  EXPECT_EQ(found, 0);
+}
+
+TEST_F(ProcessFunctions, NeedNoLargeStack) {
   support::run_on_small_stack([] {
     EXPECT_NE(*procname(::getpid()), '\0');
     EXPECT_EQ(get_parent_pid(::getpid()), ::getppid());

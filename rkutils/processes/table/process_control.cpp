@@ -1,5 +1,6 @@
 // The list of processes.
 
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/process_control.h>
 #include <rkutils/processes/table/process_file.h>
@@ -13,6 +14,7 @@
 
 #include <dirent.h>
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 using rkutils::processes::join_arguments;
 using rkutils::processes::kCommandLine;
@@ -130,6 +132,7 @@ void ProcessControl::refresh(bool update) {
   } else {
     cleanup();
   }
+  const PostponedCancellation postponed;
   const UniqueDir processes(::opendir("/proc"));
   if (!processes) return;
 

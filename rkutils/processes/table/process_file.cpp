@@ -1,4 +1,5 @@
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/processes/table/process_file.h>
 #include <rkutils/text.h>
@@ -17,6 +18,7 @@ ProcessPath::ProcessPath(int process, std::string_view file) noexcept : text_("/
 
 std::optional<std::size_t> read_process_file(int process, std::string_view file, char* buffer,
                                              std::size_t size) noexcept {
+  const internal::PostponedCancellation postponed;
   const internal::UniqueFd opened = file::open_to_read(ProcessPath(process, file).get());
   if (!opened) return std::nullopt;
   std::memset(buffer, 0, size);
