@@ -170,6 +170,36 @@ TEST_F(GetCaller, IsUnknownOutsideOfTheNamespace) {
   EXPECT_EQ(found, "0|-1 ");
 }
 
+// ---- Below parents that are not the kernel's ----
+
+class GetCallerBelow : public GetCaller {
+ protected:
+  // Asks below a shell with this parent, and puts S for the shell's id.
+  [[nodiscard]] std::string shell_with_parent(const std::string& parent) const {
+    return support::in_child([&] {
+      processes_.folder().put(id() + "/comm", "sh\n");
+      processes_.folder().put(id() + "/stat", id() + " (sh) S " + parent + " 1 1\n");
+      const std::string found = support::in_child(caller);
+      return found == "0 pid" + id() ? "0 pidS" : found;
+    });
+  }
+
+  const InventedProcesses processes_;
+};
+
+TEST_F(GetCallerBelow, AParentThatIsGoneByThen) {
+  EXPECT_EQ(shell_with_parent(std::to_string(InventedProcesses::kFirst)), "-1 ");
+}
+
+TEST_F(GetCallerBelow, AParentWithTheLowestId) {
+  processes_.folder().put("1/comm", "first\n");
+  processes_.folder().put("2/comm", "second\n");
+  EXPECT_EQ(shell_with_parent("2"), "0 second");
+  for (const char* const none : {"1", "0", "-1", "-2147483648", ""}) {
+    EXPECT_EQ(shell_with_parent(none), "0 pidS") << none;
+  }
+}
+
 // ---- Buffers ----
 
 TEST_F(GetCaller, NeedsABufferOfTwoBytes) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -74,6 +75,26 @@ static_assert(kIs<&Control::cleanup, void (Control::*)()>);
 static_assert(kIs<&Control::isNumeric, bool (Control::*)(const char*) const>);
 static_assert(!std::is_copy_constructible_v<Control> && !std::is_copy_assignable_v<Control>);
 static_assert(sizeof(Control) == 3 * sizeof(void*));
+
+// What an object has behind so many words, the first of which is for its virtual members.
+template <typename Type>
+Type member_behind(std::size_t words, const void* object) {
+  Type member;
+  std::memcpy(&member, static_cast<const char*>(object) + words * sizeof(void*), sizeof member);
+  return member;
+}
+
+TEST(ProcessEntryClass, KeepsItsMembersInOrder) {
+  Entry next(2, "b");
+  Entry entry(INT_MIN, "a");
+  entry.setNext(&next);
+  EXPECT_EQ(member_behind<int>(1, &entry), INT_MIN);
+  EXPECT_EQ(member_behind<const void*>(2, &entry), entry.getName());
+  EXPECT_EQ(member_behind<const void*>(3, &entry), &next);
+  EXPECT_TRUE(member_behind<bool>(4, &entry));
+  entry.setValid(false);
+  EXPECT_FALSE(member_behind<bool>(4, &entry));
+}
 
 TEST(ProcessEntryClass, HasItsVirtualMembersInOrder) {
   EXPECT_EQ(virtual_slot(&Entry::getPid), 2U);
@@ -440,6 +461,26 @@ TEST_F(ProcessControlOf, FoldersWhoseNamesAreNumbers) {
   EXPECT_EQ(processes_.getNumberOfProcesses(), 1);
 }
 
+TEST_F(ProcessControlOf, AFolderWithMoreDigitsThanItsIdHas) {
+  proc_.add(kInvented, "name\0"s);
+  proc_.add("0005000001", "not looked at\0"s);
+  processes_.refresh(false);
+  EXPECT_THAT(seen(processes_), ElementsAre(Seen{kInvented, "name"}, Seen{kInvented, "name"}));
+  proc_.add(kInvented, "");
+  processes_.refresh(false);
+  EXPECT_THAT(seen(processes_), testing::UnorderedElementsAre(Seen{kInvented, "[5000001]"},
+                                                              Seen{kInvented, "[0005000001]"}));
+}
+
+TEST_F(ProcessControlOf, MembersInOrder) {
+  for (int i = 0; i < 3; ++i) proc_.add(kInvented + i, "name\0"s);
+  EXPECT_EQ(member_behind<const void*>(1, &processes_), nullptr);
+  EXPECT_EQ(member_behind<int>(2, &processes_), 0);
+  processes_.refresh(false);
+  EXPECT_EQ(member_behind<const void*>(1, &processes_), entries_of(processes_).front());
+  EXPECT_EQ(member_behind<int>(2, &processes_), 3);
+}
+
 TEST_F(ProcessControlOf, TheLargestId) {
   proc_.add(INT_MAX, "");
   processes_.refresh(false);
@@ -796,6 +837,14 @@ TEST_F(ProcessControlFailure, ToAllocateInAnUpdateKeepsTheEntriesThatAreThere) {
   EXPECT_EQ(processes_.getNumberOfProcesses(), 4);
 }
 
+TEST_F(ProcessControlFailure, ToListProcIsItsEnd) {
+  proc_.add(kInvented, "name\0"s);
+  processes_.refresh(false);
+  run_with_failing_calls({{SystemCall::kList, EIO}}, [this] { processes_.refresh(true); });
+  EXPECT_THAT(seen(processes_), IsEmpty());
+  EXPECT_EQ(processes_.getNumberOfProcesses(), 0);
+}
+
 TEST_F(ProcessControlFailure, LeaksNothing) {
   for (int i = 0; i < 4; ++i) proc_.add(kInvented + i, "name\0"s);
   const Watch watch;
@@ -839,6 +888,7 @@ TEST_F(ProcessControlOf, ADerivedClassThatIsAskedToCleanUp) {
     processes.refresh(false);
     EXPECT_THAT(seen(processes), ElementsAre(Seen{kInvented, "name"}, Seen{kInvented, "name"}))
         << "what it keeps stays in front";
+    EXPECT_EQ(processes.getProcessEntryByPid(kInvented), entries_of(processes).front());
   }
   EXPECT_EQ(cleanups, 2) << "the destructor is its own class's";
 }

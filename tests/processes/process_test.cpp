@@ -4,14 +4,17 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -263,6 +266,27 @@ TEST_F(ProcessFunctions, AreFinishedByCancelledThreads) {
     found = get_caller(caller, sizeof caller);
   }));
   EXPECT_EQ(found, 0);
+}
+
+TEST_F(ProcessFunctions, OpenNothingForOtherPrograms) {
+  std::vector<int> flags;
+  flags.reserve(64);
+  FailingCall read = {SystemCall::kRead, 0};
+  read.decide = [&](const support::CallArguments& arguments) {
+    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
+    return std::optional<std::int64_t>();
+  };
+  FailingCall list = {SystemCall::kList, 0};
+  list.decide = read.decide;
+  ProcessControl processes;
+  run_with_failing_calls({read, list}, [&] {
+    char caller[16];
+    EXPECT_EQ(get_caller(caller, sizeof caller), 0);
+    EXPECT_EQ(get_parent_pid(::getpid()), ::getppid());
+    EXPECT_STRNE(procname(::getpid()), "");
+    processes.refresh(false);
+  });
+  EXPECT_THAT(flags, testing::AllOf(testing::SizeIs(testing::Ge(6U)), testing::Each(FD_CLOEXEC)));
 }
 
 TEST_F(ProcessFunctions, NeedNoLargeStack) {
