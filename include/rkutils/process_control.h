@@ -9,16 +9,17 @@
  *
  * C programs have the plain functions, for one process at a time.
  *
- * All of it is read from /proc (proc(5)), and is the past as soon as it has been read: a process may
- * end at any time, and its id then belongs to nobody, or to another process. Where /proc is mounted
- * to hide other users' processes, these do not exist.
+ * All of it is read from /proc (proc(5)), and is the past as soon as it has been read: a process
+ * may end at any time, and its id then belongs to nobody, or to another process. Where /proc is
+ * mounted to hide other users' processes, these do not exist; nor do any, but to pid_alive(), while
+ * there is no descriptor left to read with.
  *
  * Nothing is logged. Nothing blocks, but for the kernel's own work; a call that a signal interrupts
  * goes on. errno is of no meaning after any of the calls. Descriptors are close-on-exec.
  *
- * Threads and signals: nothing is locked. A ProcessControl, with its entries, is for one thread at a
- * time, and two of them know nothing of each other. procname() has one result for all threads; the
- * other plain functions may be called from several threads at once. A thread that is cancelled
+ * Threads and signals: nothing is locked. A ProcessControl, with its entries, is for one thread at
+ * a time, and two of them know nothing of each other. procname() has one result for all threads;
+ * the other plain functions may be called from several threads at once. A thread that is cancelled
  * (pthread_cancel(3)) finishes its call first. Nothing here is for signal handlers.
  */
 #ifndef RKUTILS_PROCESS_CONTROL_H
@@ -41,15 +42,15 @@ extern "C" {
 RK_API int pid_alive(int pid);
 
 /*
- * The id of the parent of the process `pid`: 0 for process 1, and for one whose parent is outside of
- * this pid namespace (pid_namespaces(7)).
+ * The id of the parent of the process `pid`: 0 for process 1, and for one whose parent is outside
+ * of this pid namespace (pid_namespaces(7)).
  *
- * Returns -1 when there is no such process.
+ * Returns -1 when there is no such process, or when nothing can be read of it.
  *
- * Kept for compatibility: the fourth word of the first line of /proc/PID/stat counts, as atoi(3)
- * reads it, and a process may have spaces in its name, which is the second. The result for those is
- * mostly 0, and may be any number that the name has in it; -1 for a name with a newline that comes
- * before the fourth word.
+ * Kept for compatibility: the fourth word of the first line of /proc/PID/stat, of which 254 bytes
+ * are read, counts as atoi(3) reads it; and a process may have spaces in its name, which is the
+ * second. The result for those is mostly 0, and may be any number that the name has in it; -1 for a
+ * name with a newline that comes before the fourth word.
  */
 RK_API int get_parent_pid(int pid);
 
@@ -62,11 +63,12 @@ RK_API int get_parent_pid(int pid);
  * (PR_SET_NAME of prctl(2)), without the blanks, tabs, line feeds and carriage returns at its ends.
  *
  * Returns
- *      0   the name is in the buffer; or "pidN" with the id N of a shell whose own parent is process
- *          1, or outside of this pid namespace, or cannot be found out (see get_parent_pid())
- *     -1   there are three shells, one above the other; or a process that was asked for is not there
- *          any more, or is outside of this pid namespace: the buffer holds zeros alone. For a NULL
- *          buffer or a size below 2 nothing is written.
+ *      0   the name is in the buffer; or "pidN" with the id N of a shell whose own parent is
+ *          process 1, or outside of this pid namespace, or cannot be found out (see
+ *          get_parent_pid())
+ *     -1   there are three shells, one above the other; or a process that was asked for is not
+ *          there any more, or is outside of this pid namespace: the buffer holds zeros alone. For a
+ *          NULL buffer or a size below 2 nothing is written.
  */
 RK_API int get_caller(char* buffer, size_t size);
 
@@ -91,7 +93,7 @@ RK_API const char* procname(int pid);
  */
 class RK_API ProcessEntry {
  public:
-  /* A valid entry with a copy of `name` and no next one. NULL counts as "". Throws std::bad_alloc. */
+  /* A valid entry with a copy of `name` and no next. NULL counts as "". Throws std::bad_alloc. */
   ProcessEntry(int pid, const char* name);
 
   /* Frees the name, and not the entries that follow. */
@@ -105,7 +107,10 @@ class RK_API ProcessEntry {
   /* The entry's own, and never NULL. */
   virtual const char* getName() const;
 
-  /* The entry that follows; NULL behind the last one. */
+  /*
+   * The entry that follows; NULL behind the last one. Setting it is for the owner of the list: a
+   * ProcessControl frees what it finds linked, and nothing else.
+   */
   virtual ProcessEntry* getNext() const;
   virtual void setNext(ProcessEntry* next);
 
@@ -138,15 +143,16 @@ class RK_API ProcessControl {
   ProcessControl& operator=(const ProcessControl&) = delete;
 
   /*
-   * Makes the list anew (false), in the order in which /proc lists the processes; or brings it up to
-   * date (true): entries of processes that are gone are freed, those of the others stay as they are,
-   * and the new ones follow, in the order of /proc. Before making it anew it calls cleanup() as a
-   * derived class may have it.
+   * Makes the list anew (false), in the order in which /proc lists the processes; or brings it up
+   * to date (true): entries of processes that are gone are freed, those of the others stay as they
+   * are, and the new ones follow, in the order of /proc. Before making it anew it calls cleanup()
+   * as a derived class may have it.
    *
    * The name of a process is its command line, with single blanks between the arguments ("sleep
-   * 10"), as much of it as is in its first 255 bytes; a single blank at their end is left out. It is
-   * "[PID]" where there is no command line: for threads of the kernel's, processes that have ended
-   * and are not yet waited for, and those that end just now.
+   * 10"), as much of it as is in its first 255 bytes; a single blank at their end is left out. It
+   * is "[PID]" where there is no command line: for threads of the kernel's, processes that have
+   * ended and are not yet waited for, those that end just now, and those that are about to become
+   * another program (execve(2)).
    *
    * Kept for compatibility:
    *   - An update goes by ids alone. A process that has become another program keeps its old name,
@@ -154,22 +160,24 @@ class RK_API ProcessControl {
    *   - Processes without a command line are not counted when they come, but are when they go: see
    *     getNumberOfProcesses().
    *
-   * Without a /proc, and with no descriptor left for it, the list is empty (false), or as it was,
-   * with no entry valid (true). A process whose command line cannot be opened is not listed, unless
-   * it is already.
+   * Without a /proc, and with no descriptor or memory left for it, the list is empty (false), or as
+   * it was, with no entry valid (true). Where the kernel fails to list it to the end, all that it
+   * has not listed is gone. A process whose command line cannot be opened is not listed, unless it
+   * is already.
    *
    * An update takes about the time of listing /proc: it looks for each process first where the one
    * before it was found. Reading the names of new processes takes longer by far.
    *
-   * Throws std::bad_alloc without memory; the list holds what has been found by then, and on an
-   * update also what has not, with no entry of those valid.
+   * Throws std::bad_alloc without memory for an entry; the list holds what has been found by then,
+   * and on an update also what has not, with no entry of those valid.
    */
   virtual void refresh(bool update);
 
   /*
    * The next entry behind `after`, from the head of the list where that is NULL, whose name begins
    * with `name`: "ssh" finds ssh and sshd. NULL as a name is the beginning of every name. Returns
-   * NULL where there is none, and when `after` is not in the list.
+   * NULL where there is none, and when `after` is not in the list. It is only compared: one that
+   * has been freed since is not in the list, unless a new entry has come to the same place.
    */
   virtual ProcessEntry* getNextProcessEntryByName(const char* name,
                                                   const ProcessEntry* after) const;
