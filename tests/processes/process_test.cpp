@@ -189,6 +189,7 @@ TEST_F(ProcName, LeavesOutTheNameOfAShell) {
            {"ssh", "ssh"},
            {"Sh", "Sh"},
            {"-sh", "-sh"},
+           {" sh", " sh"},
            {"/bin/sh", "/bin/sh"},
            {"", ""},
        }) {
