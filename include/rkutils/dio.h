@@ -35,9 +35,9 @@
  *
  * Threads and signals: nothing is locked. Calls from several threads do not disturb each other; but
  * the counts are remembered once for the process, and of threads that count at the same time each
- * gets what any of them has counted last. A status record belongs to one thread at a time. Nothing
- * here is for signal handlers. How long a call takes is the driver's business: none waits for
- * anything else.
+ * gets what any of them has counted last. A status record belongs to one thread at a time. A thread
+ * that is cancelled (pthread_cancel(3)) finishes its call first. Nothing here is for signal
+ * handlers. How long a call takes is the driver's business: none waits for anything else.
  */
 #ifndef RKUTILS_DIO_H
 #define RKUTILS_DIO_H

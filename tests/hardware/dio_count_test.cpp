@@ -15,6 +15,7 @@
 #include "support/failing_calls.h"
 #include "support/for_nobody.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/without_override.h"
 
 namespace {
@@ -137,6 +138,18 @@ TEST_F(DioCount, WorksOnASmallStack) {
   uint32_t count = 0;
   support::run_on_small_stack([&] { count = counted(dio_count); });
   EXPECT_EQ(count, 5U);
+}
+
+TEST_F(DioCount, FinishesThoughCancelled) {
+  for (const auto& [count, expected] :
+       {std::pair(&dio_count, 5U), {dio_roCount, 3U}, {dio_rwCount, 2U}}) {
+    uint32_t number = kUntouched;
+    EXPECT_TRUE(support::finishes_though_cancelled([&, count = count] { count(&number); }));
+    EXPECT_EQ(number, expected);
+  }
+  driver().fail("opendir", ".", EIO);
+  EXPECT_TRUE(support::finishes_though_cancelled([] { inputs(); }));
+  EXPECT_THAT(log_.take(), ElementsAre(failed("scandir", kDriver, EIO)));
 }
 
 class DioCountFolders : public DioFolderTest {};

@@ -7,6 +7,7 @@
 
 #include "dio_fixture.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -94,6 +95,16 @@ TEST_P(DioFrequencyFunctions, FailWithoutADescriptor) {
     EXPECT_EQ(errno, EMFILE);
   }
   EXPECT_THAT(log_.take(), ElementsAre(failed(GetParam().open, kPath, EMFILE)));
+}
+
+TEST_P(DioFrequencyFunctions, FinishThoughCancelled) {
+  for (const auto& [number, expected] : {std::pair(0U, DIO_ERR_RANGE), {99U, DIO_ERR_NOENT}}) {
+    unsigned result = DIO_OK;
+    EXPECT_TRUE(support::finishes_though_cancelled(
+        [&, number = number] { result = GetParam().call(number); }));
+    EXPECT_EQ(result, expected);
+  }
+  EXPECT_THAT(log_.take(), testing::SizeIs(2));
 }
 
 class DioFrequencyReading : public DioTest {
@@ -225,6 +236,19 @@ TEST_F(DioFrequencyReading, WorksOnASmallStack) {
   EXPECT_EQ(result, DIO_OK);
 }
 
+TEST_F(DioFrequencyReading, IsDoneThoughCancelled) {
+  unsigned result = DIO_ERR_IO;
+  const auto read_again = [&] { result = dio_frequency(1, &frequency_); };
+  driver().set_contents(kFile, "1 2 3");
+  EXPECT_TRUE(support::finishes_though_cancelled(read_again));
+  EXPECT_EQ(result, DIO_OK);
+  EXPECT_THAT(frequency_, Reads(1, 2, 3U));
+  driver().set_contents(kFile, "");
+  EXPECT_TRUE(support::finishes_though_cancelled(read_again));
+  EXPECT_EQ(result, DIO_ERR_IO);
+  EXPECT_THAT(log_.take(), ElementsAre(failed("fscanf", kPath, 0)));
+}
+
 class DioFrequencyActive : public DioTest {
  protected:
   // The answer; the test fails where there is none.
@@ -309,6 +333,16 @@ TEST_F(DioFrequencyActive, RefusesNullFirst) {
   EXPECT_THAT(driver().take_operations(), ElementsAre());
 }
 
+TEST_F(DioFrequencyActive, IsToldThoughCancelled) {
+  unsigned char active = kUntouched;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { active = is_active(1); }));
+  EXPECT_EQ(active, 0);
+  ASSERT_EQ(dio_setFrequencyActive(1, 1), DIO_OK);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { active = is_active(1); }));
+  EXPECT_EQ(active, 1);
+  EXPECT_THAT(log_.take(), ElementsAre(not_written(kPath, EEXIST)));
+}
+
 class DioSetFrequencyActive : public DioTest {};
 
 TEST_F(DioSetFrequencyActive, BeginsAndEndsMeasuring) {
@@ -381,6 +415,16 @@ TEST_F(DioSetFrequencyActive, HasSwitchedWhenClosingFails) {
   EXPECT_EQ(dio_setFrequencyActive(1, 1), DIO_ERR_ACTIVE);
   EXPECT_EQ(errno, EEXIST);
   EXPECT_THAT(log_.take(), ElementsAre(not_written(kPath, EEXIST), failed("close", kPath, EIO)));
+}
+
+TEST_F(DioSetFrequencyActive, SwitchesThoughCancelled) {
+  unsigned result = DIO_ERR_IO;
+  const auto switch_on = [&result] { result = dio_setFrequencyActive(1, 1); };
+  EXPECT_TRUE(support::finishes_though_cancelled(switch_on));
+  EXPECT_EQ(result, DIO_OK);
+  EXPECT_TRUE(support::finishes_though_cancelled(switch_on));
+  EXPECT_EQ(result, DIO_ERR_ACTIVE);
+  EXPECT_THAT(log_.take(), ElementsAre(not_written(kPath, EEXIST)));
 }
 
 TEST_F(DioSetFrequencyActive, IsTriedAgainAfterASignal) {

@@ -11,6 +11,8 @@
 
 #include "dio_fixture.h"
 #include "support/case_name.h"
+#include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -379,6 +381,25 @@ TEST_F(DioGetStatusAll, HasTheInputsWhenOutputsFail) {
   EXPECT_THAT(log_.take(), ElementsAre(lexical_error(std::string(kDriver) + "dout2/value")));
 }
 
+TEST_F(DioGetStatusAll, IsFilledThoughCancelled) {
+  driver().set_contents("dout2/value", "1");
+  DioStatusAll all = {};
+  unsigned result = DIO_ERR_IO;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = dio_getStatus(&all); }));
+  EXPECT_EQ(result, DIO_OK);
+  EXPECT_EQ(all.in.count, 3U);
+  EXPECT_THAT(all.out.bits, ElementsAreArray(bits_of({2})));
+}
+
+TEST_F(DioGetStatusAll, IsFilledOnASmallStack) {
+  unsigned result = DIO_ERR_IO;
+  support::run_on_small_stack([&] {
+    DioStatusAll all = {};
+    result = dio_getStatus(&all);
+  });
+  EXPECT_EQ(result, DIO_OK);
+}
+
 class DioGetStatusFolders : public DioFolderTest {
  protected:
   // Inputs or outputs from 1 on, with these values and then zeros.
@@ -498,6 +519,14 @@ TEST_F(DioSetStatus, EndsAtAnOutputThatIsNotThere) {
   EXPECT_EQ(dio_setStatusOut(&status), DIO_ERR_NOENT);
   EXPECT_THAT(log_.take(),
               ElementsAre(failed("open", std::string(kDriver) + "dout4/value", ENOENT)));
+}
+
+TEST_F(DioSetStatus, SwitchesAllThoughCancelled) {
+  const DioStatus status = {3, {0x07}};
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { dio_setStatusOut(&status); }));
+  for (const char* file : {"dout1/value", "dout2/value", "dout3/value"}) {
+    EXPECT_EQ(driver().contents(file), "1") << file;
+  }
 }
 
 TEST_F(DioSetStatus, UndoesWhatGetStatusHasRead) {

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "dio_fixture.h"
+#include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -187,6 +189,25 @@ TEST_P(DioValue, IsReadAgainAfterASignal) {
   EXPECT_EQ(read(1), 1);
 }
 
+TEST_P(DioValue, IsReadThoughCancelled) {
+  driver().set_contents(file_, "1");
+  unsigned char value = kUntouched;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { value = read(1); }));
+  EXPECT_EQ(value, 1);
+  unsigned result = DIO_OK;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = failure(100); }));
+  EXPECT_EQ(result, DIO_ERR_RANGE);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = failure(4); }));
+  EXPECT_EQ(result, DIO_ERR_NOENT);
+  EXPECT_THAT(log_.take(), testing::SizeIs(2));
+}
+
+TEST_P(DioValue, IsReadOnASmallStack) {
+  unsigned char value = kUntouched;
+  support::run_on_small_stack([&] { value = read(1); });
+  EXPECT_EQ(value, 0);
+}
+
 class DioSetValue : public DioTest {};
 
 TEST_F(DioSetValue, SwitchesAnOutput) {
@@ -272,6 +293,16 @@ TEST_F(DioSetValue, IsTriedAgainAfterASignal) {
   driver().fail("write", "dout1/value", EINTR, 0, 2);
   EXPECT_EQ(dio_setValue(1, 1), DIO_OK);
   EXPECT_EQ(driver().contents("dout1/value"), "1");
+}
+
+TEST_F(DioSetValue, SwitchesThoughCancelled) {
+  unsigned result = DIO_ERR_IO;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = dio_setValue(1, 1); }));
+  EXPECT_EQ(result, DIO_OK);
+  EXPECT_EQ(driver().contents("dout1/value"), "1");
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = dio_setValue(0, 1); }));
+  EXPECT_EQ(result, DIO_ERR_RANGE);
+  EXPECT_THAT(log_.take(), ElementsAre(out_of_range("0")));
 }
 
 TEST(DioValueDeathTest, IsAsserted) {

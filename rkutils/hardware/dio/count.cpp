@@ -3,6 +3,7 @@
 #include <rkutils/hardware/dio/count.h>
 #include <rkutils/hardware/dio/driver_file.h>
 #include <rkutils/internal/assertion.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_dir.h>
 
 #include <atomic>
@@ -16,6 +17,7 @@
 namespace rkutils::dio {
 namespace {
 
+using internal::PostponedCancellation;
 using internal::UniqueDir;
 
 constexpr internal::Assertions check{"rkutils/dio"};
@@ -85,6 +87,7 @@ bool recount(const char* prefix, std::atomic<std::uint32_t>& remembered) noexcep
 }
 
 void recount_all() noexcept {
+  const PostponedCancellation postponed;
   if (recount(kInput, counts.inputs)) static_cast<void>(recount(kOutput, counts.outputs));
 }
 

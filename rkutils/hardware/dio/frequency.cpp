@@ -1,6 +1,7 @@
 #include <rkutils/dio.h>
 #include <rkutils/hardware/dio/driver_file.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_file.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@ namespace {
 
 using namespace rkutils::dio;
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 using rkutils::internal::UniqueFile;
 
@@ -76,6 +78,7 @@ unsigned switch_measurement(int file, const DriverPath& path, bool on) {
 
 unsigned dio_frequency(uint32_t number, DioFrequency* frequency) {
   if (frequency == nullptr) return refuse_null();
+  const PostponedCancellation postponed;
   if (!is_in_range(number)) return DIO_ERR_RANGE;
   const DriverPath path = path_of(number);
   UniqueFile stream = open_stream(path);
@@ -87,6 +90,7 @@ unsigned dio_frequency(uint32_t number, DioFrequency* frequency) {
 
 unsigned dio_frequencyActive(uint32_t number, unsigned char* active) {
   if (active == nullptr) return refuse_null();
+  const PostponedCancellation postponed;
   if (!is_in_range(number)) return DIO_ERR_RANGE;
   const DriverPath path = path_of(number);
   return use_file(path, O_WRONLY,
@@ -94,6 +98,7 @@ unsigned dio_frequencyActive(uint32_t number, unsigned char* active) {
 }
 
 unsigned dio_setFrequencyActive(uint32_t number, int on) {
+  const PostponedCancellation postponed;
   if (!is_in_range(number)) return DIO_ERR_RANGE;
   const DriverPath path = path_of(number);
   return use_file(path, O_WRONLY,

@@ -2,6 +2,7 @@
 #include <rkutils/hardware/dio/driver_file.h>
 #include <rkutils/hardware/dio/value.h>
 #include <rkutils/internal/assertion.h>
+#include <rkutils/internal/postponed_cancellation.h>
 
 #include <cerrno>
 
@@ -9,6 +10,8 @@
 
 namespace rkutils::dio {
 namespace {
+
+using internal::PostponedCancellation;
 
 constexpr internal::Assertions check{"rkutils/dio"};
 constexpr char kFileName[] = "value";
@@ -30,6 +33,7 @@ unsigned read_digit(int file, const DriverPath& path, unsigned char& on) noexcep
 
 unsigned read_value(const char* direction, std::uint32_t number, unsigned char* value) noexcept {
   if (value == nullptr) return refuse_null();
+  const PostponedCancellation postponed;
   if (!is_in_range(number)) return DIO_ERR_RANGE;
   return dio_value(DriverPath(direction, number, kFileName), value);
 }
@@ -54,6 +58,7 @@ unsigned dio_rwValue(uint32_t number, unsigned char* value) {
 }
 
 unsigned dio_setValue(uint32_t number, int value) {
+  const PostponedCancellation postponed;
   if (!is_in_range(number)) return DIO_ERR_RANGE;
   const DriverPath path(kOutput, number, kFileName);
   return use_file(path, O_WRONLY, [&](int file) -> unsigned {
