@@ -136,8 +136,9 @@ RK_API unsigned int dio_rwValue(uint32_t number, unsigned char* value);
 RK_API unsigned int dio_setValue(uint32_t number, int value);
 
 /*
- * Reads the frequency that is measured on an input. Numbers beyond the range of their field become
- * its nearest one (strtol(3)).
+ * Reads the frequency that is measured on an input. `value` gets the lowest 32 bits of its number,
+ * also where unsigned long has more. What a number beyond the range of long puts into `first` or
+ * `second` is left to the C library (scanf(3)); it does not disturb the others.
  *
  * Returns DIO_OK; DIO_ERR_INACTIVE when nothing is measured, all fields being filled in;
  * DIO_ERR_RANGE; DIO_ERR_NOENT; DIO_ERR_LEXICAL when the file does not begin with three numbers,

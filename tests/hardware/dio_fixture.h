@@ -5,6 +5,7 @@
 
 #include <rkutils/dio.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <ostream>
@@ -14,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include "support/dio_stand_in.h"
+#include "support/failing_calls.h"
 #include "support/kernel_folder.h"
 #include "support/open_descriptors.h"
 #include "support/syslog_collector.h"
@@ -31,6 +33,10 @@ support::LogLine out_of_range(const std::string& number);
 uint32_t counted(unsigned (*count)(uint32_t*));
 uint32_t inputs();
 uint32_t outputs();
+
+// Calls `action` on a thread of its own, and returns the flags (fcntl(2), F_GETFD) of the
+// descriptors that these system calls are made for meanwhile.
+std::vector<int> descriptor_flags_at(support::SystemCall call, const std::function<void()>& action);
 
 // The operations that go with using a file: it is opened, something is done to it, it is closed.
 std::vector<support::DioOperation> use_of(const std::string& path, const std::string& access,

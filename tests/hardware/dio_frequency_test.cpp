@@ -5,14 +5,21 @@
 #include <string>
 #include <utility>
 
+#include <fcntl.h>
+
 #include "dio_fixture.h"
+#include "support/allocation_faults.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"
 
 namespace {
 
+using support::SystemCall;
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::SizeIs;
 
 constexpr unsigned char kUntouched = 77;
 constexpr DioFrequency kUntouchedFrequency = {7, 8, 9};
@@ -104,7 +111,7 @@ TEST_P(DioFrequencyFunctions, FinishThoughCancelled) {
         [&, number = number] { result = GetParam().call(number); }));
     EXPECT_EQ(result, expected);
   }
-  EXPECT_THAT(log_.take(), testing::SizeIs(2));
+  EXPECT_THAT(log_.take(), SizeIs(2));
 }
 
 class DioFrequencyReading : public DioTest {
@@ -154,14 +161,38 @@ TEST_F(DioFrequencyReading, IsActiveWithEitherOfTheFirstTwoNumbers) {
   EXPECT_THAT(frequency_, Reads(-1, 0, 0U));
 }
 
-TEST_F(DioFrequencyReading, GivesTheLargestNumbersForLargerOnes) {
-  const std::string large = "999999999999999999999";
-  EXPECT_EQ(read(large + " -" + large + " " + large), DIO_OK);
-  EXPECT_THAT(frequency_, Reads(LONG_MAX, LONG_MIN, ULONG_MAX));
-  EXPECT_EQ(read(std::to_string(LONG_MAX) + " " + std::to_string(LONG_MIN) + " " +
-                 std::to_string(ULONG_MAX)),
+TEST_F(DioFrequencyReading, TakesTheLargestNumbers) {
+  EXPECT_EQ(read(std::to_string(LONG_MAX) + " " + std::to_string(LONG_MIN) + " 4294967295"),
             DIO_OK);
-  EXPECT_THAT(frequency_, Reads(LONG_MAX, LONG_MIN, ULONG_MAX));
+  EXPECT_THAT(frequency_, Reads(LONG_MAX, LONG_MIN, UINT32_MAX));
+}
+
+TEST_F(DioFrequencyReading, TakesThirtyTwoBitsOfTheThirdNumber) {
+  for (const auto& [number, expected] : {std::pair("4294967296", 0U),
+                                         {"5000000000", 705032704U},
+                                         {"-1", UINT32_MAX},
+                                         {"999999999999999999999", UINT32_MAX}}) {
+    EXPECT_EQ(read(std::string("1 2 ") + number), DIO_OK) << number;
+    EXPECT_THAT(frequency_, Reads(1, 2, expected)) << number;
+  }
+}
+
+TEST_F(DioFrequencyReading, IsNotDisturbedByNumbersThatAreTooLarge) {
+  const std::string large = "999999999999999999999";
+  EXPECT_EQ(read(large + " 2 3"), DIO_OK);
+  EXPECT_EQ(frequency_.second, 2);
+  EXPECT_EQ(frequency_.value, 3U);
+  EXPECT_EQ(read("1 -" + large + " 3"), DIO_OK);
+  EXPECT_EQ(frequency_.first, 1);
+  EXPECT_EQ(frequency_.value, 3U);
+}
+
+TEST_F(DioFrequencyReading, IsOfDecimalNumbers) {
+  EXPECT_EQ(read("010 -020 0030"), DIO_OK);
+  EXPECT_THAT(frequency_, Reads(10, -20, 30U));
+  EXPECT_EQ(read("0x10 2 3"), DIO_ERR_LEXICAL);
+  EXPECT_THAT(frequency_, Reads(0, 9, 7U));
+  EXPECT_THAT(log_.take(), ElementsAre(lexical_error(kPath)));
 }
 
 TEST_F(DioFrequencyReading, IsALexicalErrorWithoutThreeNumbers) {
@@ -193,6 +224,34 @@ TEST_F(DioFrequencyReading, TellsThatItFailed) {
   EXPECT_EQ(errno, EIO);
   EXPECT_THAT(frequency_, Reads(8, 9, 7U));
   EXPECT_THAT(log_.take(), ElementsAre(failed("fscanf", kPath, EIO)));
+}
+
+TEST_F(DioFrequencyReading, MakesDoWithWhatWasReadBeforeItFailed) {
+  driver().fail("read", kFile, EIO, 1);
+  EXPECT_EQ(read("1 2 3"), DIO_OK);
+  EXPECT_THAT(frequency_, Reads(1, 2, 3U));
+  driver().fail("read", kFile, EIO, 1);
+  EXPECT_EQ(read("1 2"), DIO_ERR_LEXICAL);
+  EXPECT_THAT(frequency_, Reads(1, 2, 7U));
+  driver().fail("read", kFile, EIO, 1);
+  EXPECT_EQ(read(" "), DIO_ERR_IO);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_THAT(log_.take(), ElementsAre(lexical_error(kPath), failed("fscanf", kPath, EIO)));
+}
+
+TEST_F(DioFrequencyReading, FailsWithoutMemory) {
+  unsigned result = DIO_OK;
+  int error = 0;
+  {
+    const support::FailingAllocation first(1);
+    result = dio_frequency(1, &frequency_);
+    error = errno;
+    EXPECT_TRUE(first.happened());
+  }
+  EXPECT_EQ(result, DIO_ERR_IO);
+  EXPECT_EQ(error, ENOMEM);
+  EXPECT_THAT(frequency_, Reads(8, 9, 7U));
+  EXPECT_THAT(log_.take(), ElementsAre(failed("fopen", kPath, ENOMEM)));
 }
 
 TEST_F(DioFrequencyReading, IsDoneAllTheSameWhenClosingFails) {
@@ -290,7 +349,7 @@ TEST_F(DioFrequencyActive, AsksWithoutSwitching) {
   EXPECT_EQ(dio_setFrequencyActive(1, 1), DIO_OK);
   EXPECT_EQ(is_active(1), 1);
   EXPECT_EQ(is_active(1), 1);
-  EXPECT_THAT(log_.take(), testing::SizeIs(2));
+  EXPECT_THAT(log_.take(), SizeIs(2));
 }
 
 TEST_F(DioFrequencyActive, IsInactiveWhenTheDriverRefusesOtherwise) {
@@ -430,6 +489,27 @@ TEST_F(DioSetFrequencyActive, SwitchesThoughCancelled) {
 TEST_F(DioSetFrequencyActive, IsTriedAgainAfterASignal) {
   driver().fail("write", kFile, EINTR, 0, 2);
   EXPECT_EQ(dio_setFrequencyActive(1, 1), DIO_OK);
+}
+
+class DioFrequencyFolders : public DioFolderTest {
+ protected:
+  DioFrequencyFolders() { put(kFile, "1 2 3\n"); }
+};
+
+TEST_F(DioFrequencyFolders, HaveDescriptorsForNoOtherProgram) {
+  EXPECT_THAT(descriptor_flags_at(SystemCall::kRead,
+                                  [] {
+                                    DioFrequency frequency = {};
+                                    dio_frequency(1, &frequency);
+                                  }),
+              AllOf(SizeIs(testing::Ge(1U)), Each(FD_CLOEXEC)));
+  EXPECT_THAT(descriptor_flags_at(SystemCall::kWrite,
+                                  [] {
+                                    unsigned char active = kUntouched;
+                                    dio_frequencyActive(1, &active);
+                                    dio_setFrequencyActive(1, 1);
+                                  }),
+              AllOf(SizeIs(2), Each(FD_CLOEXEC)));
 }
 
 }  // namespace

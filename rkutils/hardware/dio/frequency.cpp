@@ -5,6 +5,7 @@
 #include <rkutils/internal/unique_file.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -50,6 +51,7 @@ unsigned read_frequency(std::FILE* stream, const DriverPath& path, DioFrequency&
     log_lexical_error(path.c_str());
     return DIO_ERR_LEXICAL;
   }
+  frequency.value = static_cast<std::uint32_t>(frequency.value);
   return frequency.first == 0 && frequency.second == 0 ? DIO_ERR_INACTIVE : DIO_OK;
 }
 
