@@ -9,10 +9,11 @@
 #include <utility>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "dio_fixture.h"
-#include "support/failing_calls.h"
+#include "support/allocation_faults.h"
 #include "support/for_nobody.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"
@@ -191,6 +192,29 @@ TEST_F(DioCountFolders, FailsWithoutADescriptor) {
     EXPECT_EQ(inputs(), 1U);
   }
   EXPECT_THAT(log_.take(), ElementsAre(failed("scandir", kDriver, EMFILE)));
+}
+
+TEST_F(DioCountFolders, FailsWithoutMemory) {
+  make_folder("din1");
+  EXPECT_EQ(inputs(), 1U);
+  make_folder("din2");
+  uint32_t count = kUntouched;
+  int error = 0;
+  {
+    const support::FailingAllocation first(1);
+    EXPECT_EQ(dio_roCount(&count), DIO_OK);
+    error = errno;
+    EXPECT_TRUE(first.happened());
+  }
+  EXPECT_EQ(count, 1U);
+  EXPECT_EQ(error, ENOMEM);
+  EXPECT_THAT(log_.take(), ElementsAre(failed("scandir", kDriver, ENOMEM)));
+}
+
+TEST_F(DioCountFolders, HasDescriptorsForNoOtherProgram) {
+  make_folder("din1");
+  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kList, [] { counted(dio_count); }),
+              testing::AllOf(testing::SizeIs(testing::Ge(2U)), testing::Each(FD_CLOEXEC)));
 }
 
 TEST_F(DioCountFolders, CountsOneOrTwoDigitsBehindTheName) {

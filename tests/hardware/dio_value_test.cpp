@@ -5,8 +5,13 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
+
+#include <fcntl.h>
 
 #include "dio_fixture.h"
 #include "support/small_stack.h"
@@ -15,6 +20,8 @@
 namespace {
 
 using namespace std::string_literals;
+
+namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -303,6 +310,42 @@ TEST_F(DioSetValue, SwitchesThoughCancelled) {
   EXPECT_TRUE(support::finishes_though_cancelled([&] { result = dio_setValue(0, 1); }));
   EXPECT_EQ(result, DIO_ERR_RANGE);
   EXPECT_THAT(log_.take(), ElementsAre(out_of_range("0")));
+}
+
+class DioValueFolders : public DioFolderTest {
+ protected:
+  DioValueFolders() {
+    put("din1/value", "1\n");
+    put("dout1/value", "0\n");
+  }
+
+  std::string output_ = sys_.at("devices/halcyonix/dout1/value");
+};
+
+TEST_F(DioValueFolders, AreWrittenIntoTheFileAsItIs) {
+  EXPECT_EQ(dio_setValue(1, 1), DIO_OK);
+  std::ostringstream text;
+  text << std::ifstream(output_).rdbuf();
+  EXPECT_EQ(text.str(), "1\n");
+}
+
+TEST_F(DioValueFolders, AreWrittenIntoNoNewFile) {
+  fs::remove(output_);
+  EXPECT_EQ(dio_setValue(1, 1), DIO_ERR_NOENT);
+  EXPECT_FALSE(fs::exists(output_));
+  EXPECT_THAT(log_.take(), ElementsAre(failed("open", kOutput1, ENOENT)));
+}
+
+TEST_F(DioValueFolders, HaveDescriptorsForNoOtherProgram) {
+  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kRead,
+                                  [] {
+                                    unsigned char value = kUntouched;
+                                    dio_roValue(1, &value);
+                                    dio_rwValue(1, &value);
+                                  }),
+              ElementsAre(FD_CLOEXEC, FD_CLOEXEC));
+  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kWrite, [] { dio_setValue(1, 1); }),
+              ElementsAre(FD_CLOEXEC));
 }
 
 TEST(DioValueDeathTest, IsAsserted) {
