@@ -13,7 +13,8 @@
  * Inputs and outputs are numbered separately, each from 1. The kernel's driver has a folder for
  * each under "/sys/devices/halcyonix/": "din1", "din2" ... for inputs, "dout1" ... for outputs. In
  * there is the file "value", which holds the character 0 or 1, and for inputs "frequency". Every
- * call opens the file that it needs, and closes it again; nothing stays open.
+ * call opens the file that it needs, close-on-exec, and closes it again; nothing stays open.
+ * Counting and dio_frequency() allocate some memory meanwhile: want of it is a failure to open.
  *
  * Results. The functions that return unsigned give one of the codes below, DIO_OK for success.
  * What a pointer leads to is written on success only, unless the function says otherwise. Where a

@@ -37,6 +37,8 @@ class DriverPath {
 // "open"; `transfer` likewise, "read from".
 void log_failed_call(const char* call, const char* path) noexcept;
 void log_failed_transfer(const char* transfer, const char* path) noexcept;
+
+// Logs that a file holds something else than it should.
 void log_lexical_error(const char* path) noexcept;
 
 // Logs that a file could not be opened, and gives the result for it.
