@@ -280,6 +280,13 @@ TEST_F(DioCountFolders, OfTwoDirectionsCanDiffer) {
   EXPECT_EQ(counted(dio_count), 2U);
 }
 
+using DioCountWithABrokenLog = DioBrokenLogTest;
+
+TEST_F(DioCountWithABrokenLog, TellsWhyTheScanFailed) {
+  sys_.put("devices/halcyonix", "a file");
+  EXPECT_EQ(error_after([] { counted(dio_count); }), ENOTDIR);
+}
+
 TEST(DioDirentDeathTest, IsAsserted) {
   EXPECT_EXIT(static_cast<void>(rkutils::dio::dio_isDioDirent(nullptr, "din", 3)),
               testing::KilledBySignal(SIGABRT),

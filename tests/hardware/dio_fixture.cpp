@@ -1,5 +1,6 @@
 #include "dio_fixture.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -75,6 +76,18 @@ testing::Matcher<const std::string&> assertion(const std::string& condition,
 void DioLogTest::TearDown() {
   EXPECT_THAT(log_.take(), IsEmpty()) << "messages that the test did not expect";
   EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+}
+
+int DioBrokenLogTest::error_after(const std::function<void()>& action,
+                                  std::vector<support::FailingCall> calls) {
+  int error = 0;
+  calls.push_back({support::SystemCall::kSend, ENOENT});
+  support::run_with_failing_calls(calls, [&] {
+    errno = 0;
+    action();
+    error = errno;
+  });
+  return error;
 }
 
 void DioTest::SetUp() {

@@ -70,6 +70,24 @@ class DioFolderTest : public DioLogTest {
   support::KernelFolder sys_{"/sys"};
 };
 
+// With a log that takes no message, and leaves its own errno behind. Also ordinary folders and
+// files.
+class DioBrokenLogTest : public testing::Test {
+ protected:
+  // What errno is after `action`, in which these calls fail besides.
+  static int error_after(const std::function<void()>& action,
+                         std::vector<support::FailingCall> calls = {});
+  void put(const std::string& name, const std::string& text) {
+    sys_.put("devices/halcyonix/" + name, text);
+  }
+  void make_folder(const std::string& name) { sys_.make_folder("devices/halcyonix/" + name); }
+
+  support::KernelFolder sys_{"/sys"};
+
+ private:
+  support::SyslogCollector log_;
+};
+
 // With the stand-in for the driver: three inputs and two outputs. Skipped where it is refused.
 class DioTest : public DioLogTest {
  protected:

@@ -491,6 +491,22 @@ TEST_F(DioSetFrequencyActive, IsTriedAgainAfterASignal) {
   EXPECT_EQ(dio_setFrequencyActive(1, 1), DIO_OK);
 }
 
+using DioFrequencyWithABrokenLog = DioBrokenLogTest;
+
+TEST_F(DioFrequencyWithABrokenLog, TellsTheDriversAnswer) {
+  put(kFile, "1 2 3\n");
+  const support::FailingCall refused = {SystemCall::kWrite, EEXIST, 0, 1};
+  unsigned result = DIO_ERR_IO;
+  unsigned char active = kUntouched;
+  EXPECT_EQ(error_after([&] { result = dio_frequencyActive(1, &active); }, {refused}), EEXIST);
+  EXPECT_EQ(result, DIO_OK);
+  EXPECT_EQ(active, 1);
+  EXPECT_EQ(error_after([&] { result = dio_setFrequencyActive(1, 1); }, {refused}), EEXIST);
+  EXPECT_EQ(result, DIO_ERR_ACTIVE);
+  EXPECT_EQ(error_after([&] { result = dio_setFrequencyActive(1, 0); }, {refused}), EEXIST);
+  EXPECT_EQ(result, DIO_ERR_IO);
+}
+
 class DioFrequencyFolders : public DioFolderTest {
  protected:
   DioFrequencyFolders() { put(kFile, "1 2 3\n"); }

@@ -348,6 +348,20 @@ TEST_F(DioValueFolders, HaveDescriptorsForNoOtherProgram) {
               ElementsAre(FD_CLOEXEC));
 }
 
+using DioValueWithABrokenLog = DioBrokenLogTest;
+
+TEST_F(DioValueWithABrokenLog, TellsWhatFailed) {
+  make_folder("din1/value");
+  make_folder("dout1/value");
+  unsigned result = DIO_OK;
+  unsigned char value = kUntouched;
+  EXPECT_EQ(error_after([&] { result = dio_roValue(1, &value); }), EISDIR);
+  EXPECT_EQ(result, DIO_ERR_IO) << "of reading";
+  EXPECT_EQ(error_after([&] { result = dio_setValue(1, 1); }), EISDIR);
+  EXPECT_EQ(result, DIO_ERR_IO) << "of opening";
+  EXPECT_EQ(value, kUntouched);
+}
+
 TEST(DioValueDeathTest, IsAsserted) {
   EXPECT_EXIT(rkutils::dio::dio_value(rkutils::dio::DriverPath("din", 1, "value"), nullptr),
               testing::KilledBySignal(SIGABRT),
