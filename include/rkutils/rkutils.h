@@ -4,6 +4,7 @@
 #ifndef RKUTILS_RKUTILS_H
 #define RKUTILS_RKUTILS_H
 
+#include <rkutils/adc.h>
 #include <rkutils/address.h>
 #include <rkutils/cfread.h>
 #include <rkutils/command.h>
@@ -21,6 +22,7 @@
 #include <rkutils/process_control.h>
 #include <rkutils/route.h>
 #include <rkutils/semaphore.h>
+#include <rkutils/storage.h>
 #include <rkutils/systeminfo.h>
 #include <rkutils/text.h>
 #include <rkutils/wwanmd.h>

@@ -122,6 +122,27 @@ static void persistent_log(void) {
   check(strcmp(text, "") == 0, "a cleared log is empty");
 }
 
+static void storage(void) {
+  StorageList* media = old_get_storage(STORAGE_TYPE_FLASH);
+  check(media != NULL && media->typeMask == 2, "media are listed");
+  check(old_get_storage_device(media, STORAGE_TYPE_USB, 0) == NULL, "flash is not USB");
+  old_free_storage(media);
+  check(media->count == 0 && list_empty(&media->entries), "a list that was freed is empty");
+  free(media);
+}
+
+static void analogue_inputs(void) {
+  float volts = 1;
+  check(adc_read("/nvstatus/missing", NULL, &volts) == -1 && volts == 0, "no file, no value");
+  check(adc_read("/proc/self/loginuid", NULL, NULL) == -1, "no result, no value");
+  volts = 1;
+  check(dw4600_adc_read(NULL, &volts) == -1 && volts == 0, "no path, no voltage");
+  volts = 1;
+  check(dw41x0_adc_read("", &volts) == -1 && volts == 0, "no path, no voltage of the other family");
+  check(dw4600_adc_supported() == 0 || dw4600_adc_supported() == 1,
+        "the converter is known or not");
+}
+
 static void interfaces(void) {
   char members[16] = "text";
   check(strcmp(interfaceize("eth0"), "ETH1") == 0, "an interface has a name for users");
@@ -174,6 +195,8 @@ int main(void) {
   device();
   digital_io();
   persistent_log();
+  storage();
+  analogue_inputs();
   events();
   addresses();
   interfaces();

@@ -31,6 +31,10 @@ static_assert(sizeof(CRecursiveSemaphore) == 8);
 static_assert(sizeof(ProcessEntry) == 20 && sizeof(ProcessControl) == 12);
 static_assert(sizeof(Md5HashContext) == 96 && sizeof(Sha1HashContext) == 100);
 static_assert(sizeof(HmacContext) == 140);
+static_assert(sizeof(StorageList) == 16);
+static_assert(offsetof(StorageEntry, type) == 8 && offsetof(StorageEntry, device) == 16);
+static_assert(offsetof(StorageEntry, mountpoint) == 80 && offsetof(StorageEntry, size) == 144);
+static_assert(sizeof(StorageEntry) == 168 && alignof(StorageEntry) == 8);
 #endif
 
 TEST(Layout, OfATimeDifference) {
@@ -85,6 +89,31 @@ TEST(Layout, OfAFrequency) {
   static_assert(offsetof(DioFrequency, first) == sizeof(long));
   static_assert(offsetof(DioFrequency, second) == 2 * sizeof(long));
   static_assert(sizeof(DioFrequency) == 3 * sizeof(long));  // 12 bytes on the target
+}
+
+TEST(Layout, OfAListOfMedia) {
+  static_assert(offsetof(StorageList, entries) == 0);
+  static_assert(offsetof(StorageList, typeMask) == 2 * sizeof(void*));
+  static_assert(offsetof(StorageList, count) == 2 * sizeof(void*) + 4);
+  static_assert(sizeof(StorageList) == 2 * sizeof(void*) + 8);
+  static_assert(std::is_trivial_v<StorageList> && std::is_standard_layout_v<StorageList>);
+}
+
+TEST(Layout, OfAMedium) {
+  constexpr std::size_t kLinks = 2 * sizeof(void*);
+  static_assert(offsetof(StorageEntry, links) == 0);
+  static_assert(offsetof(StorageEntry, type) == kLinks);
+  static_assert(offsetof(StorageEntry, index) == kLinks + 4);
+  static_assert(offsetof(StorageEntry, device) == kLinks + 8);
+  static_assert(offsetof(StorageEntry, partition) == kLinks + 40);
+  static_assert(offsetof(StorageEntry, mountpoint) == kLinks + 72);
+  static_assert(offsetof(StorageEntry, size) == kLinks + 136);
+  static_assert(offsetof(StorageEntry, total) == kLinks + 144);
+  static_assert(offsetof(StorageEntry, available) == kLinks + 152);
+  static_assert(sizeof(StorageEntry) == kLinks + 160);
+  static_assert(std::is_trivial_v<StorageEntry> && std::is_standard_layout_v<StorageEntry>);
+  static_assert(STORAGE_TYPE_FLASH == 2 && STORAGE_TYPE_DATA == 4);
+  static_assert(STORAGE_TYPE_EXTERNAL == 8 && STORAGE_TYPE_USB == 16);
 }
 
 TEST(Layout, OfAShortMessage) {

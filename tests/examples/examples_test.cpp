@@ -399,6 +399,56 @@ TEST(DigitalIoWithoutADriver, CountsNothing) {
   EXPECT_THAT(log.take(), ElementsAre(expected, expected));
 }
 
+class StorageMedia : public testing::Test {
+ protected:
+  StorageMedia() {
+    sys_.make_folder("class/block");
+    for (const auto& entry : std::filesystem::directory_iterator("/sys/class/block")) {
+      std::filesystem::remove(entry.path());
+    }
+    for (const char* link : {"../ata1/sdy", "../usb1/1-1/sdz"}) {
+      const std::filesystem::path text(link);
+      std::filesystem::create_symlink(text, "/sys/class/block" / text.filename());
+    }
+    proc_.put("sysinfo/usbport1/usbName", "1-1\n");
+    proc_.put("mounts", "/dev/sdy /nvstatus/missing ext4 rw 0 0\n");
+  }
+
+  static support::Outcome run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), built_program("examples/storage-media"));
+    return run_program(arguments);
+  }
+
+  const support::KernelFolder sys_{"/sys"};
+  const support::KernelFolder proc_{"/proc"};
+};
+
+TEST_F(StorageMedia, PrintsTheListAndTheSupply) {
+  sys_.put("bus/iio/devices/iio:device0/in_voltage0_raw", "1000\n");
+  sys_.put("bus/iio/devices/iio:device0/in_voltage_scale", "0.4\n");
+  const auto [output, status] = run({});
+  EXPECT_EQ(output,
+            "external 1: sdy, cannot be opened, at /nvstatus/missing\n"
+            "usb 1: sdz, cannot be opened\n"
+            "supply: 12152 mV\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(StorageMedia, PrintsSizesAndUsage) {
+  proc_.put("mounts", "/dev/sdy /tmp tmpfs rw 0 0\n");
+  support::put("/dev/sdy", "");  // which does not tell its size
+  const auto [output, status] = run({"external"});
+  std::filesystem::remove("/dev/sdy");
+  EXPECT_THAT(output, testing::MatchesRegex("external 1: sdy, at /tmp, [0-9]+ of [0-9]+ free\n"));
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(StorageMedia, PrintsTheKindsThatItIsAskedFor) {
+  EXPECT_EQ(run({"usb", "flash"}).output, "usb 1: sdz, cannot be opened\n");
+  EXPECT_EQ(run({"data"}).output, "");
+  EXPECT_EQ(run({"disk"}).status, 1);
+}
+
 class EventLog : public testing::Test {
  protected:
   EventLog() { std::filesystem::create_directory("/var/log"); }

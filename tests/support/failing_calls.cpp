@@ -59,6 +59,12 @@ std::vector<unsigned> numbers_of(SystemCall call) {
       return {SYS_semctl};
     case SystemCall::kCopyRange:
       return {SYS_copy_file_range};
+    case SystemCall::kFileSystemUsage:
+      return {
+#ifdef SYS_statfs64
+          SYS_statfs64,
+#endif
+          SYS_statfs};
     case SystemCall::kFork:
       return {
 #ifdef SYS_fork

@@ -22,6 +22,7 @@ enum class SystemCall {
   kControl,            // ioctl(2)
   kControlSemaphores,  // semctl(2)
   kCopyRange,          // copy_file_range(2)
+  kFileSystemUsage,    // statfs(2)
   kFork,               // all that makes a process or a thread
   kGetSemaphores,      // semget(2)
   kGetSharedMemory,    // shmget(2)
