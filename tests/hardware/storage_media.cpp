@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <string_view>
 #include <tuple>
@@ -61,11 +60,12 @@ bool contains(const std::string& text, const std::string& part) {
 std::optional<Medium> medium_named(const std::string& name) {
   Medium medium;
   medium.partition = name;
-  std::smatch parts;
-  if (std::regex_match(name, parts, std::regex("(mmcblk0)p[34]|(mmcblk1)p[134]|(mtdblock3)"))) {
-    medium.device = parts[1].str() + parts[2].str() + parts[3].str();
-    return medium;
+  for (const char* const known :
+       {"mmcblk0p3", "mmcblk0p4", "mmcblk1p1", "mmcblk1p3", "mmcblk1p4"}) {
+    if (name == known) medium.device = name.substr(0, 7);
   }
+  if (name == "mtdblock3") medium.device = name;
+  if (!medium.device.empty()) return medium;
   if (name.size() != 3 || name.compare(0, 2, "sd") != 0) return std::nullopt;
   medium.device = name;
   if (::access(("/sys/class/block/" + name + "1").c_str(), R_OK) == 0) medium.partition += "1";

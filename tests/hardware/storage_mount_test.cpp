@@ -19,6 +19,7 @@
 #include "storage_fixture.h"
 #include "support/case_name.h"
 #include "support/failing_calls.h"
+#include "support/run_program.h"
 
 namespace {
 
@@ -102,6 +103,8 @@ TEST_F(StorageRealMount, TellsWhatIsUsed) {
   const Medium full = medium();
   EXPECT_EQ(full.total, Mount::kBytes);
   EXPECT_EQ(full.available, Mount::kBytes - 303104);  // whole pages of 4096 bytes
+  const std::string told = support::run_program({"df", "-P", "-k", "/tmp/stick"}).output;
+  EXPECT_THAT(told, testing::ContainsRegex("/dev/sdQ1 +1024 +296 +728 +29% /tmp/stick\n"));
 }
 
 TEST_F(StorageRealMount, IsTheFirstOfTwo) {

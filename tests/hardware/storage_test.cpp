@@ -24,6 +24,7 @@
 #include "support/failing_calls.h"
 #include "support/for_nobody.h"
 #include "support/in_child.h"
+#include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"
 #include "support/without_override.h"
@@ -234,7 +235,7 @@ TEST_F(OldGetStorage, HasEqualMediaInTheOrderOfTheirDiscovery) {
 
 TEST_F(OldGetStorage, ListsAllPossibleDisks) {
   std::size_t count = 0;
-  for (int letter = 1; letter < 256; ++letter) {
+  for (int letter = 1; letter < 256; letter += support::stride()) {
     if (letter == '/') continue;
     add_device(std::string("sd") + static_cast<char>(letter), kUsb);
     ++count;
