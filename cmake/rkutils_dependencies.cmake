@@ -44,9 +44,10 @@ file(CREATE_LINK "${RKUTILS_boost_HEADERS}/boost" "${boost_gate}/boost" SYMBOLIC
 add_library(rkutils_boost INTERFACE IMPORTED GLOBAL)
 target_include_directories(rkutils_boost SYSTEM INTERFACE "${boost_gate}")
 
-# The library needs ZeroMQ and libevent; a program on the shared library does not name them.
+# The library needs ZeroMQ and libevent, and dlopen(), which older C libraries have in libdl; a program
+# on the shared library does not name them.
 function(rkutils_link_dependencies target zmq event)
   target_link_libraries(
     ${target} PRIVATE $<BUILD_INTERFACE:${zmq}> $<BUILD_INTERFACE:${event}> $<INSTALL_INTERFACE:zmq>
-                      $<INSTALL_INTERFACE:event_core>)
+                      $<INSTALL_INTERFACE:event_core> ${CMAKE_DL_LIBS})
 endfunction()

@@ -1,8 +1,8 @@
 # Compiles every public header alone and twice, in each language it is for. A header is C unless its
 # name stands in the list of C++ headers.
 
-set(rkutils_cxx_only_headers config_daemon_client config_reader hash_context hash_table hmac_context
-                             ip_address ping_client simple_sms status_interface string)
+set(rkutils_cxx_only_headers config_daemon_client config_reader dynamic_module hash_context hash_table
+                             hmac_context ip_address ping_client simple_sms status_interface string)
 
 file(GLOB rkutils_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/include"
      "${PROJECT_SOURCE_DIR}/include/rkutils/*.h")

@@ -30,6 +30,7 @@
 #ifdef __cplusplus
 #include <rkutils/config_daemon_client.h>
 #include <rkutils/config_reader.h>
+#include <rkutils/dynamic_module.h>
 #include <rkutils/hash_context.h>
 #include <rkutils/hash_table.h>
 #include <rkutils/hmac_context.h>

@@ -28,6 +28,7 @@ static_assert(sizeof(INStringHashTable) == 12 && sizeof(INUInt32HashTable) == 12
 static_assert(sizeof(pthread_mutex_t) == 24);  // what the shared memory of a named lock holds
 static_assert(sizeof(CSemaphore) == 4 + sizeof(std::string) + 12);
 static_assert(sizeof(CRecursiveSemaphore) == 8);
+static_assert(sizeof(CDynamicModule) == 8 + sizeof(std::string));
 static_assert(sizeof(ProcessEntry) == 20 && sizeof(ProcessControl) == 12);
 static_assert(sizeof(Md5HashContext) == 96 && sizeof(Sha1HashContext) == 100);
 static_assert(sizeof(HmacContext) == 140);
@@ -200,6 +201,10 @@ TEST(Layout, OfALock) {
   static_assert(sizeof(CSemaphore) - kFields < sizeof(void*));
   static_assert(sizeof(CRecursiveSemaphore) == 2 * sizeof(void*));
   static_assert(sizeof(CRecursiveSemaphore::CSemaphoreOptions) == 1);
+}
+
+TEST(Layout, OfAModule) {
+  static_assert(sizeof(CDynamicModule) == 2 * sizeof(void*) + sizeof(std::string));
 }
 
 TEST(Layout, OfAMemoryStream) {

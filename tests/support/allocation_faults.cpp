@@ -125,6 +125,21 @@ using Free = void(void*);
 // Whether there is a dynamic linker, and so a next library.
 bool is_dynamic() noexcept { return ::getauxval(AT_BASE) != 0; }
 
+std::atomic<Malloc*> next_malloc = nullptr;
+std::atomic<Calloc*> next_calloc = nullptr;
+std::atomic<Realloc*> next_realloc = nullptr;
+std::atomic<Free*> next_free = nullptr;
+
+// Looks for all of them in time. The first to be called by the GNU C library's dlerror() would have
+// it forget, in its middle, the failure that it tells of, and free that twice.
+__attribute__((constructor)) void find_all() {
+  if (!is_dynamic()) return;
+  next(next_malloc, "malloc");
+  next(next_calloc, "calloc");
+  next(next_realloc, "realloc");
+  next(next_free, "free");
+}
+
 // malloc() of a statically linked program.
 void* allocate(std::size_t size) noexcept {
   if (size > PTRDIFF_MAX) {
@@ -135,13 +150,11 @@ void* allocate(std::size_t size) noexcept {
 }
 
 void* real_malloc(std::size_t size) noexcept {
-  static std::atomic<Malloc*> function = nullptr;
-  return is_dynamic() ? next(function, "malloc")(size) : allocate(size);
+  return is_dynamic() ? next(next_malloc, "malloc")(size) : allocate(size);
 }
 
 void* real_calloc(std::size_t count, std::size_t size) noexcept {
-  static std::atomic<Calloc*> function = nullptr;
-  if (is_dynamic()) return next(function, "calloc")(count, size);
+  if (is_dynamic()) return next(next_calloc, "calloc")(count, size);
   std::size_t bytes = 0;
   if (__builtin_mul_overflow(count, size, &bytes)) bytes = SIZE_MAX;
   void* const memory = allocate(bytes);
@@ -149,8 +162,7 @@ void* real_calloc(std::size_t count, std::size_t size) noexcept {
 }
 
 void* real_realloc(void* memory, std::size_t size) noexcept {
-  static std::atomic<Realloc*> function = nullptr;
-  if (is_dynamic()) return next(function, "realloc")(memory, size);
+  if (is_dynamic()) return next(next_realloc, "realloc")(memory, size);
   void* const moved = allocate(size);
   if (memory == nullptr || moved == nullptr) return moved;
   std::memcpy(moved, memory, std::min(size, ::malloc_usable_size(memory)));
@@ -159,9 +171,8 @@ void* real_realloc(void* memory, std::size_t size) noexcept {
 }
 
 void real_free(void* memory) noexcept {
-  static std::atomic<Free*> function = nullptr;
   if (is_dynamic()) {
-    next(function, "free")(memory);
+    next(next_free, "free")(memory);
   } else {
     __libc_free(memory);
   }
