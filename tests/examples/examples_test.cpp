@@ -728,6 +728,31 @@ TEST(Routes, TellsWhatHasNone) {
   EXPECT_EQ(status, 1);
 }
 
+TEST(ConnectedInputs, PrintsWhatThePlugInTells) {
+  support::SyslogCollector log;
+  const std::string plug_in = built_program("examples/cabinet.so");
+  const auto [output, status] =
+      run_program({built_program("examples/connected-inputs"), plug_in, "12"});
+  EXPECT_EQ(output, "input 1: cabinet 12 opened, cabinet 12 closed\n");
+  EXPECT_EQ(status, 0);
+  const auto debug = [&plug_in](const std::string& what) {
+    return support::LogLine{LOG_DEBUG, what + " shared library \"" + plug_in + '"'};
+  };
+  EXPECT_THAT(log.take(), ElementsAre(debug("opened"), debug("calling init function for"),
+                                      debug("Retrieving classfactory from"),
+                                      debug("Calling done function for"), debug("closing")));
+}
+
+TEST(ConnectedInputs, FailsWithoutAPlugIn) {
+  support::SyslogCollector log;
+  const auto [output, status] =
+      run_program({built_program("examples/connected-inputs"), "/tmp/missing.so", "12"});
+  EXPECT_THAT(output, testing::AllOf(StartsWith("no plug-in: "), HasSubstr("/tmp/missing.so")));
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(log.take(), testing::SizeIs(1));
+  EXPECT_EQ(run_program({built_program("examples/connected-inputs")}).status, 1);
+}
+
 class UplinkDaemon : public testing::Test {
  protected:
   UplinkDaemon() {

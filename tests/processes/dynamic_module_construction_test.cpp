@@ -1,5 +1,4 @@
-// Modules before anything is loaded. Their allocations fail here; the GNU C library's loader has some
-// that the sanitizer would take for leaks then.
+// Modules before anything is loaded.
 
 #include <rkutils/dynamic_module.h>
 
