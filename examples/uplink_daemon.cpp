@@ -4,12 +4,15 @@
 //
 // It looks after its settings twice a second, for ROUNDS rounds or for ever: reads them in one
 // batch from the configuration daemon, stores there what it has decided, once, and ends the change
-// set; and has the modem connect, once, and looks whether the uplink leads anywhere. While the
-// configuration daemon is away, it goes by a file of its own; the connection stays good for when it
-// is back.
+// set; has the modem connect, once, and looks whether the uplink leads anywhere; and notes for people
+// what happens at the digital inputs, as a plug-in knows it. While the configuration daemon is away,
+// it goes by a file of its own; the connection stays good for when it is back.
 
 #include <rkutils/cfread.h>
 #include <rkutils/configd.h>
+#include <rkutils/dio.h>
+#include <rkutils/dwlog.h>
+#include <rkutils/dynamic_module.h>
 #include <rkutils/memory.h>
 #include <rkutils/ping.h>
 #include <rkutils/route.h>
@@ -18,14 +21,19 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <net/if.h>
 #include <netdb.h>
+
+#include "plug_ins/input.h"
 
 namespace {
 
@@ -60,14 +68,17 @@ struct Settings {
   std::string mtu;
   std::string interface;
   std::string gateway;
-  std::string probe;  // a host behind the gateway
+  std::string probe;   // a host behind the gateway
+  std::string inputs;  // a plug-in that knows what is connected
+  std::string place;   // of the router, for the plug-in
 };
 
 // Reads all settings with one batch of queries. False, with `settings` as they were, when the
 // configuration daemon cannot be asked.
 bool fetch_settings(configd_connection* config, Settings& settings) {
   configd_clear(config);
-  for (const char* name : {"apn", "user", "mtu", "interface", "gateway", "probe"}) {
+  for (const char* name :
+       {"apn", "user", "mtu", "interface", "gateway", "probe", "inputs", "place"}) {
     configd_add_query(config, "uplink.%s", name);
   }
   const std::string apn = configd_fetch(config, "uplink.apn");
@@ -75,8 +86,14 @@ bool fetch_settings(configd_connection* config, Settings& settings) {
   const auto value = [&](const char* name) {
     return std::string(configd_fetch(config, "uplink.%s", name));
   };
-  settings = {apn,           value("user"), value("mtu"), value("interface"), value("gateway"),
-              value("probe")};
+  settings = {apn,
+              value("user"),
+              value("mtu"),
+              value("interface"),
+              value("gateway"),
+              value("probe"),
+              value("inputs"),
+              value("place")};
   return true;
 }
 
@@ -90,7 +107,8 @@ bool read_settings(Settings& settings) {
     return std::string(entry != nullptr ? entry->value : "");
   };
   settings = {value("uplink.apn"),       value("uplink.user"),    value("uplink.mtu"),
-              value("uplink.interface"), value("uplink.gateway"), value("uplink.probe")};
+              value("uplink.interface"), value("uplink.gateway"), value("uplink.probe"),
+              value("uplink.inputs"),    value("uplink.place")};
   return true;
 }
 
@@ -165,6 +183,44 @@ void probe_uplink(const Settings& settings) {
   std::printf("behind it %s %s\n", probe, far ? "answers" : "does not answer");
 }
 
+// The digital inputs, and the plug-in that knows what is connected to them.
+class Inputs {
+ public:
+  Inputs(const std::string& plug_in, std::string place)
+      : place_(std::move(place)), plug_in_(plug_in) {
+    if (plug_in_.load(place_.data()) != 0) return;  // the log says why
+    factory_ = static_cast<const InputFactory*>(plug_in_.getClassFactory());
+    look();
+    std::printf("watching %u inputs\n", static_cast<unsigned>(before_.in.count));
+  }
+
+  // Notes in the persistent log which of them have been switched since the last time.
+  void look() {
+    DioStatusAll now = {};
+    if (factory_ == nullptr || dio_getStatus(&now) != DIO_OK) return;
+    for (std::uint32_t number = 1; number <= before_.in.count && number <= now.in.count; ++number) {
+      const int on = dio_getInValueFromStatus(&now.in, number);
+      if (on != dio_getInValueFromStatus(&before_.in, number)) note(number, on != 0);
+    }
+    before_ = now;
+  }
+
+ private:
+  void note(unsigned number, bool on) const {
+    const std::unique_ptr<Input> input = factory_->create(number);
+    const std::string meaning = input != nullptr ? input->meaning(on) : "nothing is connected";
+    std::printf("input %u is %s: %s\n", number, on ? "on" : "off", meaning.c_str());
+    if (input != nullptr) dwlog(kInputSwitched, meaning.c_str());
+  }
+
+  static constexpr int kInputSwitched = 40;  // its number in the log
+
+  std::string place_;
+  CDynamicModule plug_in_;
+  const InputFactory* factory_ = nullptr;
+  DioStatusAll before_ = {};
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -176,9 +232,11 @@ int main(int argc, char** argv) {
   std::printf("looking after the uplink of a %s\n", get_product());
   Settings settings;
   Modem modem;
+  std::optional<Inputs> inputs;
   bool stored = false;
   bool connected = false;
   for (long round = 1;; ++round) {
+    if (inputs) inputs->look();
     if (fetch_settings(config.get(), settings)) {
       print("settings from configd", settings);
       if (!stored) stored = store_state(config.get(), settings);
@@ -191,6 +249,7 @@ int main(int argc, char** argv) {
     } else {
       print("neither configd nor the file, going on with", settings);
     }
+    if (!inputs && !settings.inputs.empty()) inputs.emplace(settings.inputs, settings.place);
     if (round == rounds) return EXIT_SUCCESS;
     std::this_thread::sleep_for(500ms);
   }

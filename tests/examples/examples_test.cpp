@@ -451,7 +451,10 @@ TEST_F(StorageMedia, PrintsTheKindsThatItIsAskedFor) {
 
 class EventLog : public testing::Test {
  protected:
-  EventLog() { std::filesystem::create_directory("/var/log"); }
+  EventLog() {
+    std::filesystem::create_directory("/var/log");
+    if (!std::filesystem::exists("/etc/fstab")) support::put("/etc/fstab", "");  // as on a router
+  }
   ~EventLog() override { std::filesystem::remove_all("/var/log"); }
 
   static support::Outcome run(std::vector<std::string> arguments) {
@@ -841,12 +844,51 @@ TEST_F(UplinkDaemon, GoesOnWithoutTheModemDaemon) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackAndARestart) {
-  const auto [output, status] =
-      run_program({built_program("tests/support/demo-stage"),
-                   built_program("examples/uplink-daemon"), source_file("examples/uplink")});
+TEST_F(UplinkDaemon, GoesOnWithoutThePlugIn) {
+  daemon_.set_value("uplink.inputs", "/tmp/missing.so");
+  const auto [output, status] = run("1");
+  EXPECT_THAT(output, testing::Not(HasSubstr("watching")));
   EXPECT_EQ(status, 0);
-  const std::array<std::string, 34> scenes = {
+  EXPECT_THAT(log_.take(), testing::Contains(testing::Field(
+                               &support::LogLine::text,
+                               StartsWith("Unable to open shared library \"/tmp/missing.so\""))));
+}
+
+TEST_F(UplinkDaemon, WatchesNoInputsWithoutTheDriver) {
+  daemon_.set_value("uplink.inputs", built_program("examples/cabinet.so"));
+  const auto [output, status] = run("2");
+  EXPECT_THAT(output, HasSubstr("the modem answers: registered\nwatching 0 inputs\n"));
+  EXPECT_THAT(output, testing::Not(HasSubstr("input 1")));
+  EXPECT_EQ(status, 0);
+}
+
+// Whether the machine lets the demo have a driver of inputs.
+bool has_driver() {
+  try {
+    const support::DioStandIn driver(0, 0);
+    return true;
+  } catch (const support::StandInRefused&) {
+    return false;
+  }
+}
+
+// Each text follows the one before it.
+void expect_in_order(const std::string& output, const std::vector<std::string>& scenes) {
+  std::size_t at = 0;
+  for (const std::string& scene : scenes) {
+    const std::size_t found = output.find(scene, at);
+    ASSERT_NE(found, std::string::npos) << scene << " does not follow in\n" << output;
+    at = found + scene.size();
+  }
+}
+
+TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackARestartAndADoor) {
+  const bool with_driver = has_driver();
+  const auto [output, status] = run_program(
+      {built_program("tests/support/demo-stage"), built_program("examples/uplink-daemon"),
+       source_file("examples/uplink"), built_program("examples/cabinet.so")});
+  EXPECT_EQ(status, 0);
+  const std::vector<std::string> scenes = {
       "uplink.state=down",
       "include provider.conf",
       "uplink.apn = fallback.example",
@@ -876,18 +918,38 @@ TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackAndARestart) {
       "rawping[wan0]: raw packet transmitted for 10.2.0.2 (48 bytes)",
       "rawping[wan0]: raw ping to 10.2.0.2 succeeded",
       "behind it 10.2.0.2 answers\n",
+      "syslog debug    opened shared library \"/usr/lib/uplink/cabinet.so\"",
+      "syslog debug    calling init function for shared library",
+      "syslog debug    Retrieving classfactory from shared library",
+      with_driver ? "watching 2 inputs\n" : "watching 0 inputs\n",
       "syslog err      unable to send query to configd",
       "no configd, settings from the file: apn fallback.example, user guest, mtu 1280\n",
       "configd is started again",
       "settings from configd: apn internet.example, user router, mtu 1430\n",
+      "syslog debug    Calling done function for shared library",
+      "syslog debug    closing shared library",
       "uplink.state=up",
   };
-  std::size_t at = 0;
-  for (const std::string& scene : scenes) {
-    const std::size_t found = output.find(scene, at);
-    ASSERT_NE(found, std::string::npos) << scene << " does not follow in\n" << output;
-    at = found + scene.size();
+  expect_in_order(output, scenes);
+  if (!with_driver) {
+    EXPECT_THAT(output, HasSubstr("There is no driver of inputs on this machine: "));
+    return;
   }
+  const std::vector<std::string> door = {
+      "<- driver     din1/value \"0\"",
+      "<- driver     din2/value \"0\"",
+      "watching 2 inputs\n",
+      "somebody opens the door at input 1",
+      "<- driver     din1/value \"1\"",
+      "input 1 is on: cabinet 12 opened\n",
+      "and closes it",
+      "<- driver     din1/value \"0\"",
+      "input 1 is off: cabinet 12 closed\n",
+      "The persistent log, newest first:",
+      " cabinet 12 closed\n",
+      " cabinet 12 opened\n",
+  };
+  expect_in_order(output, door);
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 // The demo: an example daemon on a private router, with everything that it says and hears.
 //
-//   demo-stage DAEMON FOLDER
+//   demo-stage DAEMON FOLDER PLUG-IN
 //
 // Starts DAEMON beside the stand-in for the configuration daemon, which begins with FOLDER's
-// configd.conf, is busy once, and is killed and started again on the way; and beside that for the
-// modem daemon, which takes its time to connect. The router is of the product DW4600, FOLDER is its
-// /etc/uplink, and it has a gateway with a host behind it, but no route to that.
+// configd.conf, is busy once, and is killed and started again on the way; beside that for the
+// modem daemon, which takes its time to connect; and, where the machine has FUSE, beside that for the
+// driver of digital inputs, one of which is switched. The router is of the product DW4600, FOLDER is
+// its /etc/uplink, PLUG-IN is in its /usr/lib/uplink, and it has a gateway with a host behind it, but
+// no route to that.
 
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
@@ -17,6 +19,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,9 +29,11 @@
 #include <unistd.h>
 
 #include "support/configd_stand_in.h"
+#include "support/dio_stand_in.h"
 #include "support/kernel_folder.h"
 #include "support/network/surroundings.h"
 #include "support/private_router.h"
+#include "support/put_file.h"
 #include "support/stopwatch.h"
 #include "support/syslog_collector.h"
 #include "support/wwanmd_stand_in.h"
@@ -40,6 +45,9 @@ using support::ConfigdStandIn;
 
 constexpr char kValues[] = "/var/lib/configd/values";
 constexpr char kUplink[] = "/etc/uplink";
+constexpr char kPlugIns[] = "/usr/lib/uplink";
+constexpr char kLog[] = "/var/log/dwlog";
+constexpr char kLogKey[] = "/etc/fstab";  // of the log's semaphore
 constexpr char kRounds[] = "3";
 constexpr int kCard = 0;
 
@@ -100,11 +108,17 @@ class Stage {
         outlet_(connect_to_inbox()),
         configd_({configuration, kValues, "", outlet_.get()}),
         modem_(kCard, outlet_.get()),
-        daemon_program_(daemon_program) {}
+        daemon_program_(daemon_program) {
+    try {
+      driver_.emplace(support::DioStandIn::Setup{2, 0, outlet_.get()});
+    } catch (const support::StandInRefused& refusal) {
+      std::printf("There is no driver of inputs on this machine: %s\n\n", refusal.what());
+    }
+  }
 
   // Runs the daemon to its end and returns its exit status.
   int run() {
-    configd_.command("fault 7 delay 0");
+    configd_.command("fault 9 delay 0");
     configd_.command("fault 1 reply \"Busy\"");
     modem_.command("plan 1 answer");  // to being told who connects
     modem_.command(
@@ -157,8 +171,12 @@ class Stage {
       script_.request(peer_of(line), line.substr(line.find('"')));
     } else if (line.compare(0, 5, "send ") == 0) {
       script_.reply(peer_of(line), line.substr(line.find('"')));
+    } else if (line.compare(0, 8, "read din") == 0) {
+      const std::size_t path = sizeof "read";
+      script_.reply("driver", line.substr(path, line.find(' ', path) + 1 - path) +
+                                  line.substr(line.find('"')));
     } else if (line.back() == '"') {
-      // Connections of the modem daemon's come and go.
+      // Connections of the modem daemon's come and go, as do those who look for inputs.
     } else {
       script_.daemon(line);
       direct(line);
@@ -178,6 +196,12 @@ class Stage {
     } else if (line.find("no configd") != std::string::npos) {
       script_.stage("configd is started again; the daemon keeps the handle it has");
       configd_.start();
+    } else if (driver_ && line.find("watching") != std::string::npos) {
+      script_.stage("somebody opens the door at input 1");
+      driver_->set_contents("din1/value", "1");
+    } else if (driver_ && line.find("opened") != std::string::npos) {
+      script_.stage("and closes it");
+      driver_->set_contents("din1/value", "0");
     }
   }
 
@@ -185,15 +209,20 @@ class Stage {
   UniqueFd outlet_;
   ConfigdStandIn configd_;
   support::WwanmdStandIn modem_;
+  std::optional<support::DioStandIn> driver_;
   const char* daemon_program_;
   Script script_;
   pid_t daemon_ = -1;
 };
 
-int play(const char* daemon_program, const std::string& folder) {
+int play(const char* daemon_program, const std::string& folder, const std::string& plug_in) {
   const support::KernelFolder proc("/proc");
   proc.put("sysinfo/bd/0/prod_name", "4600\n");
   std::filesystem::copy(folder, kUplink);
+  std::filesystem::create_directory(kPlugIns);
+  std::filesystem::copy(plug_in, kPlugIns);
+  std::filesystem::create_directories(std::filesystem::path(kLog).parent_path());
+  if (!std::filesystem::exists(kLogKey)) support::put(kLogKey, "");
   const support::Surroundings network;
   network.router.ip("route del 10.2.0.0/24");
   const std::string configuration = folder + "/configd.conf";
@@ -203,32 +232,36 @@ int play(const char* daemon_program, const std::string& folder) {
              folder + "/uplink.conf");
   print_file("\nand provider.conf:\n", folder + "/provider.conf");
   std::printf(
-      "\nuplink-daemon reads and changes the configuration, has the modem connect and looks "
-      "whether\n"
-      "the uplink leads anywhere, all through librkutils. What goes to the other daemons and "
-      "comes\n"
-      "from them is shown as it is, with \\n for a newline and \\0 for a NUL.\n\n");
+      "\nuplink-daemon reads and changes the configuration, has the modem connect, looks whether "
+      "the\n"
+      "uplink leads anywhere, and watches the inputs, all through librkutils. What goes to the "
+      "other\n"
+      "daemons and comes from them is shown as it is, with \\n for a newline and \\0 for a "
+      "NUL.\n\n");
   const int status = Stage(daemon_program, configuration).run();
   std::printf("\n");
   print_file("The configuration afterwards:\n", kValues);
+  print_file("\nThe persistent log, newest first:\n", kLog);
   std::printf(
       "\nA few calls did this: configd_add_query and configd_fetch, configd_set, configd_done;\n"
       "wwanmd_init and wwanmd_command; icmpping, rawping and route_get_interface; cfread_open and\n"
-      "cfread_find_entry; get_product. The daemon handled no socket, no time-out and no\n"
-      "reconnection, built no packet and parsed no file; see examples/uplink_daemon.cpp.\n");
+      "cfread_find_entry; get_product; dio_getStatus and dwlog; and a CDynamicModule. The daemon\n"
+      "handled no socket, no time-out and no reconnection, built no packet and parsed no file; "
+      "see\n"
+      "examples/uplink_daemon.cpp.\n");
   return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fputs("usage: demo-stage DAEMON FOLDER\n", stderr);
+  if (argc != 4) {
+    std::fputs("usage: demo-stage DAEMON FOLDER PLUG-IN\n", stderr);
     return EXIT_FAILURE;
   }
   support::enter_private_router(argv);
   try {
-    return play(argv[1], argv[2]);
+    return play(argv[1], argv[2], argv[3]);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "demo: %s\n", error.what());
     return EXIT_FAILURE;
