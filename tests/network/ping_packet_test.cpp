@@ -77,7 +77,7 @@ Bytes icmp_reply(unsigned words, std::size_t size) {
   Bytes packet = used_memory(size);
   packet[0] = static_cast<std::uint8_t>(0x40U | words);
   const Bytes icmp = {0, 0, 0xFF, 0xFF, 0x12, 0x34, 0xAB, 0xCD};
-  std::copy(icmp.begin(), icmp.end(), std::next(packet.begin(), 4L * words));
+  std::copy(icmp.begin(), icmp.end(), packet.data() + std::size_t{4} * words);
   return packet;
 }
 
