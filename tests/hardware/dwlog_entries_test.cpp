@@ -21,6 +21,7 @@ using rkutils::log::CutLines;
 using rkutils::log::EntryHead;
 using rkutils::log::keep_newest;
 using rkutils::log::text_of;
+using testing::AnyOf;
 using testing::StrEq;
 
 class EntryHeads : public testing::Test {
@@ -55,10 +56,11 @@ TEST_F(EntryHeads, HaveLocalTime) {
   EXPECT_EQ(head(1, 0, "WEST3"), "1: 1969-12-31 21:00 ");
 }
 
-// C libraries differ in the last two thousand.
+// C libraries differ in the last two thousand seconds, and in how they write such years.
 TEST_F(EntryHeads, HaveRoomForEveryYear) {
   if (sizeof(std::time_t) < sizeof(std::int64_t)) GTEST_SKIP() << "no such times";
-  EXPECT_EQ(head(INT_MIN, 67767976233446399), "-2147483648: 2147483647-12-30 23:59 ");
+  EXPECT_THAT(head(INT_MIN, 67767976233446399), AnyOf("-2147483648: 2147483647-12-30 23:59 ",
+                                                      "-2147483648: +2147483647-12-30 23:59 "));
 }
 
 TEST_F(EntryHeads, FailWhereTheYearIsNoInt) {
