@@ -140,8 +140,6 @@ RK_API unsigned int dio_setValue(uint32_t number, int value);
  * Reads the frequency that is measured on an input. `value` gets the lowest 32 bits of its number,
  * also where unsigned long has more. What a number beyond the range of long puts into `first` or
  * `second` is left to the C library (scanf(3)); it does not disturb the others.
- * Reads the frequency that is measured on an input. The driver's numbers are of its own `long`; what
- * becomes of others, beyond the range of their field, is the C library's affair (scanf(3)).
  *
  * Returns DIO_OK; DIO_ERR_INACTIVE when nothing is measured, all fields being filled in;
  * DIO_ERR_RANGE; DIO_ERR_NOENT; DIO_ERR_LEXICAL when the file does not begin with three numbers,
