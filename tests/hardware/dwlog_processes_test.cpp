@@ -1,19 +1,26 @@
 // Many processes that use the persistent log, and some that are killed at it.
 
+#include <rkutils/export.h>
+
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <new>
 #include <random>
 #include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include <sys/mman.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,6 +30,9 @@
 #include "support/standard_output.h"
 
 namespace {
+
+// How long the medium takes for a file in this process.
+useconds_t medium_delay_us = 0;
 
 constexpr int kWriters = 10;
 constexpr std::size_t kCapacity = 33;
@@ -129,6 +139,35 @@ TEST_F(DwlogProcesses, LoseAndTearNothing) {
   ASSERT_FALSE(entries.empty());
   EXPECT_EQ(entries.front().number, count - 1);
   expect_nothing_lost(entries);
+}
+
+// On a medium that takes its time, those who look for their turn now and then must find it, though
+// others are back at once.
+TEST_F(DwlogProcesses, WaitForNobodyWhoComesAgainAndAgain) {
+  using Counts = std::array<std::atomic<int>, kWriters>;
+  constexpr int kEntries = 30;
+  void* const memory =
+      ::mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  check(memory != MAP_FAILED, "mmap");
+  Counts& added = *new (memory) Counts();
+
+  const auto write = [&](std::size_t writer) {
+    medium_delay_us = 2000;
+    for (int i = 0; i < kEntries; ++i) {
+      if (dwlog(static_cast<int>(writer), "text") == 0) ++added[writer];
+    }
+    const bool has_all = added[writer] == kEntries;
+    const bool others_have_some =
+        std::all_of(added.begin(), added.end(), [](int count) { return count > 0; });
+    return has_all && others_have_some ? 0 : 1;
+  };
+  std::vector<pid_t> writers;
+  writers.reserve(kWriters);
+  for (std::size_t writer = 0; writer < kWriters; ++writer) {
+    writers.push_back(start([&, writer] { return write(writer); }));
+  }
+  for (const pid_t process : writers) EXPECT_TRUE(succeeds(process));
+  ::munmap(memory, sizeof(Counts));
 }
 
 TEST_F(DwlogProcesses, ClearInBetween) {
@@ -315,3 +354,9 @@ TEST_F(DwlogKilled, AmongOthers) {
 }
 
 }  // namespace
+
+// Stands before the C library's.
+extern "C" RK_API int fsync(int file) {
+  if (medium_delay_us > 0) ::usleep(medium_delay_us);
+  return static_cast<int>(::syscall(SYS_fsync, file));
+}
