@@ -78,6 +78,11 @@ TEST_F(DwlogClear, DoesNotReportALogThatCannotBeOpened) {
   EXPECT_EQ(log_value(), 1);
 }
 
+TEST_F(DwlogClear, WaitsForNobodyWhoReadsAFifo) {
+  ASSERT_EQ(::mkfifo(kLog, 0600), 0);
+  EXPECT_EQ(result_of(dwlog_clear), kSilent);
+}
+
 TEST_F(DwlogClear, DoesNotReportAModeThatCannotBeSet) {
   support::put(kLog, "old\n");
   EXPECT_EQ(result_though({{SystemCall::kChangeModeByDescriptor, EPERM}}, dwlog_clear), kSilent);

@@ -136,6 +136,11 @@ TEST_F(DwlogRead, EndsWithAFullBuffer) {
   EXPECT_EQ(text_read(300), std::string(298, '\n'));
 }
 
+TEST_F(DwlogRead, WaitsForNobodyWhoWritesAFifo) {
+  ASSERT_EQ(::mkfifo(kLog, 0600), 0);
+  EXPECT_EQ(text_read(), "");
+}
+
 TEST_F(DwlogRead, DoesWithoutTheFolder) {
   std::filesystem::remove_all(kFolder);
   EXPECT_EQ(text_read(), "");

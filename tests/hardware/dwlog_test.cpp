@@ -214,6 +214,13 @@ TEST_F(Dwlog, IsOnTheMediumBeforeItReplacesTheOldOne) {
               ElementsAre("fsync: old\n2: TIME new\nold\n", "rename: old\n2: TIME new\nold\n"));
 }
 
+// Nobody writes to it.
+TEST_F(Dwlog, ReplacesAFifoInThePlaceOfTheLog) {
+  ASSERT_EQ(::mkfifo(kLog, 0600), 0);
+  EXPECT_EQ(result_of(add), kSilent);
+  EXPECT_EQ(log_text(), "2: TIME new\n");
+}
+
 // ---- Failures ----
 
 // A failure leaves the log, and the semaphore locked.

@@ -27,7 +27,6 @@ namespace {
 
 using rkutils::file::LineSource;
 using rkutils::file::open_at;
-using rkutils::file::open_to_read;
 using rkutils::internal::ErrnoRestorer;
 using rkutils::internal::FileTurn;
 using rkutils::internal::PostponedCancellation;
@@ -45,8 +44,8 @@ constexpr const char* kTemporary = "/var/log/dwlog.tmp";
 constexpr mode_t kMode = 0664;
 constexpr std::size_t kSmallestBuffer = 257;
 
-// How long one waits for those who change the log before. Longer than any queue of them takes, but
-// not for ever: one of them may be stopped, in a debugger perhaps.
+// How long one waits for those who change the log before. Longer than a queue of them takes, unless
+// the medium is very slow, but not for ever: one of them may be stopped, in a debugger perhaps.
 constexpr int kTurnTimeoutMs = 10000;
 
 int fail(const char* what) noexcept {
@@ -74,6 +73,10 @@ class ChangersTurn {
  private:
   const FileTurn turn_;
 };
+
+// Without waiting for somebody at the other end, where the log is a FIFO: those who come after would
+// wait, too.
+UniqueFd open_log(int flags) noexcept { return open_at(AT_FDCWD, kLog, flags | O_NONBLOCK); }
 
 // A new file under that name, whatever was there: a rest of an addition that was not finished, or a
 // link that somebody has laid.
@@ -114,7 +117,7 @@ const char* add_entry(int code, const char* message, int turn_error) noexcept {
     const ErrnoRestorer keep_errno;
     ::unlink(kTemporary);
   });
-  UniqueFd old = open_to_read(kLog);
+  UniqueFd old = open_log(O_RDONLY);
   if (!old && errno != ENOENT) return "open";  // its entries would be lost
 
   set_mode(temporary.get());
@@ -147,7 +150,7 @@ int dwlog_read(char* buffer, size_t size) {
   if (!semaphore.obtain()) return -1;
   if (!semaphore.lock()) return fail("semop");
   CutLines text(buffer, size);
-  if (UniqueFd log = open_to_read(kLog)) {
+  if (UniqueFd log = open_log(O_RDONLY)) {
     LineSource lines(std::move(log), kPieceLength);
     while (!text.is_full()) {
       const char* const piece = lines.next();
@@ -164,7 +167,7 @@ int dwlog_clear(void) {
   Semaphore semaphore;
   if (!semaphore.obtain()) return -1;
   if (!turn.lock(semaphore)) return fail("semop");
-  if (const UniqueFd log = open_at(AT_FDCWD, kLog, O_WRONLY | O_CREAT | O_TRUNC)) {
+  if (const UniqueFd log = open_log(O_WRONLY | O_CREAT | O_TRUNC)) {
     set_mode(log.get());
   }
   return semaphore.unlock() ? 0 : fail("unlock sem");
