@@ -141,6 +141,18 @@ TEST_F(DwlogRead, WaitsForNobodyWhoWritesAFifo) {
   EXPECT_EQ(text_read(), "");
 }
 
+TEST_F(DwlogRead, LeavesTheBufferWhereItHasNoSemaphore) {
+  support::put(kLog, "old\n");
+  std::string buffer(300, '#');
+  const auto read = [&buffer] { return dwlog_read(buffer.data(), buffer.size()); };
+  EXPECT_EQ(result_though({{SystemCall::kGetSemaphores, ENOSPC}}, read).value, -1);
+  EXPECT_EQ(result_though({{SystemCall::kControlSemaphores, EACCES}}, read).value, -1);
+  EXPECT_EQ(result_though({{SystemCall::kOperateSemaphores, EIDRM}}, read).value, -1);
+  EXPECT_EQ(buffer, std::string(300, '#'));
+  EXPECT_EQ(result_though({{SystemCall::kOperateSemaphores, EIDRM, 1}}, read).value, -1);
+  EXPECT_STREQ(buffer.c_str(), "old\n") << "it is only given back too late";
+}
+
 TEST_F(DwlogRead, DoesWithoutTheFolder) {
   std::filesystem::remove_all(kFolder);
   EXPECT_EQ(text_read(), "");

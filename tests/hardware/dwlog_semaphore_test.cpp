@@ -2,6 +2,7 @@
 
 #include <rkutils/internal/unique_fd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -29,6 +30,7 @@ using support::CallArguments;
 using support::CaseName;
 using support::StoppedClock;
 using support::SystemCall;
+using testing::ElementsAre;
 using testing::Ge;
 
 int add() { return dwlog(2, "new"); }
@@ -104,6 +106,20 @@ TEST_P(DwlogSemaphore, IsNotUndone) {
   EXPECT_EQ(log_value(), 1);
 }
 
+// Above all without SEM_UNDO: an addition that failed leaves it taken, also when its process ends.
+TEST_P(DwlogSemaphore, IsTakenAndGivenBackWithoutFlags) {
+  std::vector<std::array<int, 4>> operations;
+  const auto look = [&operations](const CallArguments& arguments) -> std::optional<std::int64_t> {
+    const sembuf& operation = *support::pointer_to<sembuf>(arguments[1]);
+    operations.push_back(
+        {static_cast<int>(arguments[2]), operation.sem_num, operation.sem_op, operation.sem_flg});
+    return {};
+  };
+  EXPECT_EQ(call_though({{SystemCall::kOperateSemaphores, 0, 0, 0, {}, look}}), kSilent);
+  using Operation = std::array<int, 4>;
+  EXPECT_THAT(operations, ElementsAre(Operation{1, 0, -1, 0}, Operation{1, 0, 1, 0}));
+}
+
 TEST_P(DwlogSemaphore, IsTakenMeanwhile) {
   std::vector<int> values;
   const auto look = [&values](const CallArguments&) -> std::optional<std::int64_t> {
@@ -125,8 +141,15 @@ TEST_P(DwlogSemaphore, HasItsKeyFromAFile) {
 }
 
 TEST_P(DwlogSemaphore, CannotBeHad) {
-  EXPECT_EQ(call_though({{SystemCall::kGetSemaphores, ENOSPC}}),
-            (Result{-1, message("semget", ENOSPC) + message("semget", ENOSPC)}));
+  using Request = std::array<int, 2>;
+  std::vector<Request> requests;
+  const auto refuse = [&requests](const CallArguments& arguments) -> std::optional<std::int64_t> {
+    requests.push_back({static_cast<int>(arguments[1]), static_cast<int>(arguments[2])});
+    return -(requests.size() == 1 ? EACCES : ENOENT);
+  };
+  EXPECT_EQ(call_though({{SystemCall::kGetSemaphores, 0, 0, 0, {}, refuse}}),
+            (Result{-1, message("semget", EACCES) + message("semget", ENOENT)}));
+  EXPECT_THAT(requests, ElementsAre(Request{1, IPC_CREAT | 0666}, Request{1, 0}));
   expect_old();
 }
 

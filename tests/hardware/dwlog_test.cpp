@@ -1,15 +1,23 @@
 // Adding entries to the persistent log.
 
+#include <rkutils/export.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +30,16 @@
 #include "support/without_override.h"
 
 namespace {
+
+// Whether the functions at the end fail.
+bool no_local_time = false;
+bool no_time_text = false;
+
+// The C library's function behind the one of this name here.
+template <typename Function>
+Function* next_of(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
 
 using namespace std::string_literals;
 
@@ -203,6 +221,7 @@ TEST_F(Dwlog, IsOnTheMediumBeforeItReplacesTheOldOne) {
     return [&steps, step](const CallArguments&) -> std::optional<std::int64_t> {
       const std::string temporary = exists(kTemporary) ? contents_of(kTemporary) : "none";
       steps.push_back(step + (": " + contents_of(kLog)) + without_times(temporary));
+      EXPECT_EQ(mode_of(kTemporary), 0664U);
       return {};
     };
   };
@@ -221,6 +240,25 @@ TEST_F(Dwlog, ReplacesAFifoInThePlaceOfTheLog) {
   EXPECT_EQ(log_text(), "2: TIME new\n");
 }
 
+// A program that another thread starts meanwhile gets none of them.
+TEST_F(Dwlog, HasDescriptorsThatNoProgramInherits) {
+  support::put(kLog, "old\n");
+  std::vector<std::string> files;
+  const auto look = [&files](const CallArguments&) -> std::optional<std::int64_t> {
+    for (const auto& [descriptor, file] : support::open_descriptors()) {
+      if (file.rfind(kFolder, 0) != 0) continue;
+      files.push_back(file);
+      EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC) << file;
+    }
+    return {};
+  };
+  EXPECT_EQ(result_though({{SystemCall::kRead, 0, 0, 0, {}, look},
+                           {SystemCall::kSynchronise, 0, 0, 0, {}, look}},
+                          add),
+            kSilent);
+  EXPECT_THAT(files, testing::IsSupersetOf({kFolder, kLog, kTemporary}));
+}
+
 // ---- Failures ----
 
 // A failure leaves the log, and the semaphore locked.
@@ -237,6 +275,20 @@ class DwlogFailure : public DwlogTest {
     EXPECT_EQ(log_text(), "2: TIME new\nold\n");
   }
 };
+
+TEST_F(DwlogFailure, ToTellTheTime) {
+  no_local_time = true;
+  EXPECT_EQ(result_of(add), failure("localtime", EOVERFLOW));
+  no_local_time = false;
+  expect_old();
+}
+
+TEST_F(DwlogFailure, ToWriteTheTime) {
+  no_time_text = true;
+  EXPECT_EQ(result_of(add), failure("strftime", ERANGE));
+  no_time_text = false;
+  expect_old();
+}
 
 TEST_F(DwlogFailure, ToOpenAFolderThatIsNotThere) {
   std::filesystem::remove_all(kFolder);
@@ -382,9 +434,54 @@ TEST_F(Dwlog, FinishesThoughCancelled) {
   EXPECT_EQ(log_value(), 1);
 }
 
+TEST_F(Dwlog, IsForSeveralThreadsAtOnce) {
+  constexpr int kThreads = 4;
+  constexpr int kEntries = 8;
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  std::atomic<int> failures = 0;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&failures, thread] {
+      for (int i = 0; i < kEntries; ++i) {
+        const std::string text = "number " + std::to_string(i);
+        if (dwlog(thread, text.c_str()) != 0) ++failures;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(failures, 0);
+
+  std::vector<std::string> expected;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    for (int i = 0; i < kEntries; ++i) {
+      expected.push_back(std::to_string(thread) + ": TIME number " + std::to_string(i));
+    }
+  }
+  std::vector<std::string> lines;
+  std::istringstream text(log_text());
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
+  EXPECT_THAT(lines, testing::UnorderedElementsAreArray(expected));
+}
+
 TEST_F(Dwlog, FitsASmallStack) {
   support::put(kLog, std::string(40000, 'x'));
   support::run_on_small_stack([] { EXPECT_EQ(add(), 0); });
 }
 
 }  // namespace
+
+// Before the C library's.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" RK_API std::tm* localtime_r(const std::time_t* time, std::tm* fields) {
+  if (!no_local_time) return next_of<decltype(localtime_r)>("localtime_r")(time, fields);
+  errno = EOVERFLOW;
+  return nullptr;
+}
+
+extern "C" RK_API std::size_t strftime(char* text, std::size_t size, const char* format,
+                                       const std::tm* fields) {
+  if (!no_time_text) return next_of<decltype(strftime)>("strftime")(text, size, format, fields);
+  errno = ERANGE;
+  return 0;
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
