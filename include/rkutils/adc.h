@@ -34,8 +34,8 @@ extern "C" {
 /*
  * Reads an input: `*out` becomes its raw value times its scale, both as floats.
  *
- * `raw_path` is the file with the raw value, `scale_path` the one with the scale, or NULL for a scale
- * of 1.
+ * `raw_path` is the file with the raw value, `scale_path` the one with the scale, or NULL for a
+ * scale of 1.
  *
  * Returns 0; or -1, with 0 in `*out`: `raw_path` is NULL, a file cannot be read or is empty, or the
  * raw value is negative. -1 without more when `out` is NULL.
@@ -45,15 +45,15 @@ RK_API int adc_read(const char* raw_path, const char* scale_path, float* out);
 /*
  * Tells whether this is a device whose converter dw4600_adc_read() knows.
  *
- * Returns 1 if "/sys/bus/iio/devices/iio:device0/in_voltage0_raw" is readable (access(2), so for the
- * real user of a set-user-id program), otherwise 0.
+ * Returns 1 if "/sys/bus/iio/devices/iio:device0/in_voltage0_raw" is readable (access(2), so for
+ * the real user of a set-user-id program), otherwise 0.
  */
 RK_API int dw4600_adc_supported(void);
 
 /*
  * Reads an input of the DW4600 family as a voltage: adc_read() with the scale in
- * "/sys/bus/iio/devices/iio:device0/in_voltage_scale", and that times 30.379 (the product is made in
- * double precision, and then rounded).
+ * "/sys/bus/iio/devices/iio:device0/in_voltage_scale", and that times 30.379 (the product is made
+ * in double precision, and then rounded).
  *
  * Returns 0; or -1, with 0 in `*out`, as adc_read() does.
  */

@@ -42,9 +42,9 @@
  *
  * Threads and signals. Nothing is locked. Lists of several threads do not disturb each other, but
  * old_get_storage() calls dwhw(), which overwrites readfile()'s result and is for one thread at a
- * time, when there is an mmcblk1p1. A thread that is cancelled (pthread_cancel(3)) finishes its call
- * first. What signals interrupt is done again. Nothing here is for signal handlers. Descriptors are
- * opened close-on-exec, and none stays open.
+ * time, when there is an mmcblk1p1. A thread that is cancelled (pthread_cancel(3)) finishes its
+ * call first. What signals interrupt is done again. Nothing here is for signal handlers.
+ * Descriptors are opened close-on-exec, and none stays open.
  */
 #ifndef RKUTILS_STORAGE_H
 #define RKUTILS_STORAGE_H
@@ -113,8 +113,8 @@ RK_API StorageList* old_get_storage(uint32_t mask);
  * Finds a medium in a list: the first one of that kind (one of STORAGE_TYPE_..., not several) and
  * index.
  *
- * Returns the entry, which still belongs to the list; or NULL when there is none, and when `list` is
- * NULL.
+ * Returns the entry, which still belongs to the list; or NULL when there is none, and when `list`
+ * is NULL.
  */
 RK_API StorageEntry* old_get_storage_device(StorageList* list, uint32_t type, uint32_t index);
 

@@ -4,6 +4,7 @@
 
 #include <rkutils/storage.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -26,7 +27,7 @@ class Mount {
   Mount(const Mount&) = delete;
   Mount& operator=(const Mount&) = delete;
 
-  static constexpr std::uint64_t kBytes = 1024 * 1024;
+  static constexpr std::uint64_t kBytes = std::uint64_t{1024} * 1024;
 
  private:
   const std::string folder_;

@@ -183,7 +183,8 @@ std::vector<Medium> media_on(const std::string& disk, const Listing& listing) {
                                           : STORAGE_TYPE_FLASH;
     medium.index = listing.place.rfind("/ata", 0) == 0 ? 1 : 0;
     medium.device = disk;
-    medium.partition = disk + (is_mmc ? "p" : "") + part;
+    medium.partition = disk;
+    medium.partition.append(is_mmc ? "p" : "").append(part);
     medium.size = listing.bytes;
   }
   return media;

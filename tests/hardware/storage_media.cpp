@@ -34,7 +34,7 @@ auto fields_of(const Medium& medium) {
 template <std::size_t Size>
 std::string text_of(const char (&field)[Size]) {
   const std::string_view bytes(field, Size);
-  const std::string text(bytes.substr(0, bytes.find('\0')));
+  std::string text(bytes.substr(0, bytes.find('\0')));
   EXPECT_LT(text.size(), Size);
   EXPECT_EQ(bytes.find_first_not_of('\0', text.size()), std::string_view::npos) << text;
   return text;

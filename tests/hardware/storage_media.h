@@ -47,8 +47,8 @@ std::string listed_names(std::uint32_t mask = 0);
 std::vector<Medium> expected_media(std::uint32_t mask, int hardware_type,
                                    std::uint64_t (*size_of)(const std::string& device));
 
-// The size of a disk as the kernel tells whoever has opened it: 0 for one that cannot be opened, and
-// all bits set where it does not.
+// The size of a disk as the kernel tells whoever has opened it: 0 for one that cannot be opened,
+// and all bits set where it does not.
 std::uint64_t opened_size(const std::string& device);
 
 #endif

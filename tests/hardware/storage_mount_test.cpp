@@ -29,8 +29,8 @@ using support::run_with_failing_calls;
 using support::SystemCall;
 using testing::ElementsAre;
 
-// A disk with a first partition, under a name that no kernel gives, so that nothing of the machine's
-// own is mounted from it.
+// A disk with a first partition, under a name that no kernel gives, so that nothing of the
+// machine's own is mounted from it.
 class StorageMount : public StorageTest {
  protected:
   StorageMount() {
@@ -211,6 +211,7 @@ TEST_F(StorageRealMount, WithALongLineIsPassedOver) {
 
 TEST_F(StorageRealMount, IsFoundAmongMany) {
   std::vector<std::unique_ptr<Mount>> others;
+  others.reserve(100);
   for (int i = 0; i < 100; ++i) {
     others.push_back(
         std::make_unique<Mount>("/dev/sdR" + std::to_string(i), "/tmp/other" + std::to_string(i)));
