@@ -16,7 +16,9 @@
 #include <rkutils/memory.h>
 #include <rkutils/ping.h>
 #include <rkutils/route.h>
+#include <rkutils/storage.h>
 #include <rkutils/systeminfo.h>
+#include <rkutils/text.h>
 #include <rkutils/wwanmd.h>
 
 #include <array>
@@ -61,6 +63,14 @@ struct FreeAddress {
   void operator()(addrinfo* address) const { freeaddrinfo(address); }
 };
 using Address = std::unique_ptr<addrinfo, FreeAddress>;
+
+struct FreeMedia {
+  void operator()(StorageList* media) const {
+    old_free_storage(media);
+    std::free(media);
+  }
+};
+using Media = std::unique_ptr<StorageList, FreeMedia>;
 
 struct Settings {
   std::string apn;
@@ -183,6 +193,19 @@ void probe_uplink(const Settings& settings) {
   std::printf("behind it %s %s\n", probe, far ? "answers" : "does not answer");
 }
 
+// The USB sticks, on which people may take things away.
+void print_sticks() {
+  const Media media(old_get_storage(STORAGE_TYPE_USB));
+  if (media == nullptr) return;
+  list_node* node = nullptr;
+  list_for_each (node, &media->entries) {
+    const StorageEntry* const medium = list_entry(node, StorageEntry, links);
+    if (medium->available == UINT64_MAX) continue;  // not mounted
+    std::printf("%s is at %s, with %s free\n", medium->device, medium->mountpoint,
+                format_size(static_cast<std::int64_t>(medium->available)));
+  }
+}
+
 // The digital inputs, and the plug-in that knows what is connected to them.
 class Inputs {
  public:
@@ -230,6 +253,7 @@ int main(int argc, char** argv) {
   if (config == nullptr) return EXIT_FAILURE;  // the log says why
 
   std::printf("looking after the uplink of a %s\n", get_product());
+  print_sticks();
   Settings settings;
   Modem modem;
   std::optional<Inputs> inputs;

@@ -893,6 +893,7 @@ TEST(Demo, ShowsABatchChangesBusyDaemonsAFallbackARestartAndADoor) {
       "include provider.conf",
       "uplink.apn = fallback.example",
       "looking after the uplink of a DW4600\n",
+      "sda is at /tmp/stick, with 16 MB free\n",
       "-> configd    \"?uplink.apn\\n\\0\"",
       "<- configd    \"internet.example\\n\\0\"",
       "-> configd    \"?uplink.mtu\\n\\0\"",

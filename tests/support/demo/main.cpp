@@ -6,8 +6,8 @@
 // configd.conf, is busy once, and is killed and started again on the way; beside that for the
 // modem daemon, which takes its time to connect; and, where the machine has FUSE, beside that for the
 // driver of digital inputs, one of which is switched. The router is of the product DW4600, FOLDER is
-// its /etc/uplink, PLUG-IN is in its /usr/lib/uplink, and it has a gateway with a host behind it, but
-// no route to that.
+// its /etc/uplink, PLUG-IN is in its /usr/lib/uplink, somebody has put in a USB stick, and it has a
+// gateway with a host behind it, but no route to that.
 
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/internal/unix_address.h>
@@ -24,6 +24,7 @@
 #include <string_view>
 
 #include <poll.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +47,8 @@ using support::ConfigdStandIn;
 constexpr char kValues[] = "/var/lib/configd/values";
 constexpr char kUplink[] = "/etc/uplink";
 constexpr char kPlugIns[] = "/usr/lib/uplink";
+constexpr char kStick[] = "/tmp/stick";
+constexpr char kBlockDevices[] = "/sys/class/block";
 constexpr char kLog[] = "/var/log/dwlog";
 constexpr char kLogKey[] = "/etc/fstab";  // of the log's semaphore
 constexpr char kRounds[] = "3";
@@ -215,9 +218,27 @@ class Stage {
   pid_t daemon_ = -1;
 };
 
+// Of all block devices of this machine, the router shows a USB stick.
+void put_in_stick(const support::KernelFolder& sys, const support::KernelFolder& proc) {
+  sys.make_folder("class/block");
+  for (const auto& device : std::filesystem::directory_iterator(kBlockDevices)) {
+    std::filesystem::remove(device.path());
+  }
+  std::filesystem::create_symlink("../../devices/usb1/1-1/block/sda",
+                                  std::string(kBlockDevices) + "/sda");
+  proc.put("sysinfo/usbport0/usbName", "1-1\n");
+  std::filesystem::create_directory(kStick);
+  if (::mount("/dev/sda", kStick, "tmpfs", 0, "size=16m") != 0) {
+    throw std::runtime_error("cannot mount the stick");
+  }
+}
+
 int play(const char* daemon_program, const std::string& folder, const std::string& plug_in) {
   const support::KernelFolder proc("/proc");
   proc.put("sysinfo/bd/0/prod_name", "4600\n");
+  const support::KernelFolder sys("/sys");
+  sys.make_folder("devices/halcyonix");
+  put_in_stick(sys, proc);
   std::filesystem::copy(folder, kUplink);
   std::filesystem::create_directory(kPlugIns);
   std::filesystem::copy(plug_in, kPlugIns);
@@ -245,10 +266,10 @@ int play(const char* daemon_program, const std::string& folder, const std::strin
   std::printf(
       "\nA few calls did this: configd_add_query and configd_fetch, configd_set, configd_done;\n"
       "wwanmd_init and wwanmd_command; icmpping, rawping and route_get_interface; cfread_open and\n"
-      "cfread_find_entry; get_product; dio_getStatus and dwlog; and a CDynamicModule. The daemon\n"
-      "handled no socket, no time-out and no reconnection, built no packet and parsed no file; "
-      "see\n"
-      "examples/uplink_daemon.cpp.\n");
+      "cfread_find_entry; get_product, old_get_storage; dio_getStatus, dwlog; and a "
+      "CDynamicModule.\n"
+      "The daemon handled no socket, no time-out and no reconnection, built no packet and parsed\n"
+      "no file; see examples/uplink_daemon.cpp.\n");
   return status;
 }
 
