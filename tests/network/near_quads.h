@@ -15,39 +15,47 @@ namespace near_quads {
 
 constexpr std::size_t kLongest = 15;
 
-// Calls `visit` with every text of up to `length` of these characters.
+// Calls `visit` with every text of up to `length` of these characters behind the beginning; with those
+// a stride apart where tests shall be short.
 template <typename Visit>
 void for_each_text(const std::string& characters, std::size_t length, Visit visit,
                    const std::string& begin = "") {
-  visit(begin);
-  if (length == 0) return;
-  for (const char character : characters) {
-    for_each_text(characters, length - 1, visit, begin + character);
+  const auto stride = static_cast<std::size_t>(support::stride());
+  std::size_t count = 1;
+  for (std::size_t size = 0; size <= length; ++size, count *= characters.size()) {
+    for (std::size_t number = 0; number < count; number += stride) {
+      std::string text = begin;
+      std::size_t rest = number;
+      for (std::size_t place = 0; place < size; ++place, rest /= characters.size()) {
+        text += characters[rest % characters.size()];
+      }
+      visit(text);
+    }
   }
 }
 
-// Calls `visit` with every text of so many of these parts with dots between them.
+// Calls `visit` with every text of so many of these parts with dots between them, likewise.
 template <typename Visit>
-void for_each_row(const std::vector<std::string>& parts, std::size_t count, Visit visit,
-                  const std::string& begin = "") {
-  for (const std::string& part : parts) {
-    const std::string text = begin + part;
-    if (text.size() > kLongest) continue;
-    if (count > 1) {
-      for_each_row(parts, count - 1, visit, text + ".");
-    } else {
-      visit(text);
+void for_each_row(const std::vector<std::string>& parts, std::size_t size, Visit visit) {
+  const auto stride = static_cast<std::size_t>(support::stride());
+  std::size_t count = 1;
+  for (std::size_t place = 0; place < size; ++place) count *= parts.size();
+  for (std::size_t number = 0; number < count; number += stride) {
+    std::string text;
+    std::size_t rest = number;
+    for (std::size_t place = 0; place < size; ++place, rest /= parts.size()) {
+      if (place > 0) text += '.';
+      text += parts[rest % parts.size()];
     }
+    if (text.size() <= kLongest) visit(text);
   }
 }
 
 // Calls `visit` with some 700,000 texts, until a test fails; with fewer where tests shall be short.
 template <typename Visit>
 void for_each(Visit visit_always) {
-  const int stride = support::stride();
-  int next = 0;
   const auto visit = [&](const std::string& text) {
-    if (next++ % stride == 0 && !testing::Test::HasFailure()) visit_always(text);
+    if (!testing::Test::HasFailure()) visit_always(text);
   };
   // Every text of a few characters: the shortest quads have seven.
   for_each_text("025.", 9, visit);
@@ -62,7 +70,7 @@ void for_each(Visit visit_always) {
   // Quads with one wrong character.
   std::mt19937 random(1);
   const auto below = [&random](unsigned bound) { return static_cast<unsigned>(random()) % bound; };
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = support::rounds(100000); i > 0; --i) {
     std::string text;
     for (int octet = 0; octet < 4; ++octet) {
       text += (octet == 0 ? "" : ".") + std::to_string(below(256) >> below(8));
