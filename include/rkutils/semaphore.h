@@ -322,7 +322,8 @@ class RK_API CRecursiveSemaphore {
 
   /*
    * Declares repaired what the lock protects. Returns 0; EINVAL: the lock is not one that was got
-   * with EOWNERDEAD in manual mode; -1: the object has no lock.
+   * with EOWNERDEAD in manual mode (some C libraries say EPERM once it is ENOTRECOVERABLE); -1: the
+   * object has no lock.
    */
   int makeConsistent();
 
