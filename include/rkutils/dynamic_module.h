@@ -55,8 +55,10 @@ class RK_API CDynamicModule {
    * is one, and closes the library. All that came out of it is invalid then: objects, functions,
    * texts.
    *
-   * Where no other use is left, the GNU C library takes the library out of memory. musl does not:
-   * variables keep their values, and are found like that when the library is loaded again.
+   * Where no other use is left, the GNU C library takes the library out of memory, after its
+   * destructors, for which the object is a loaded one still. musl does not, and calls them at the
+   * end of the program: variables keep their values, and are found like that when the library is
+   * loaded again.
    *
    * Logs, LOG_DEBUG:
    *     Calling done function for shared library "PATH"      where there is one

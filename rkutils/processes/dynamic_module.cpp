@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include <dlfcn.h>
 #include <syslog.h>
@@ -44,10 +43,12 @@ CDynamicModule::~CDynamicModule() {
   }
   ::syslog(LOG_DEBUG, "closing shared library \"%s\"", lib_path_.c_str());
   errno = 0;
-  // Not loaded any more for the library's own destructors either, should they come back to it.
-  const int result = ::dlclose(std::exchange(handle_, nullptr));
-  if (result == 0) return;
+  // Still loaded for the library's own destructors, should they come back to it: they must not be
+  // able to load it once more while it is being taken out of memory.
+  const int result = ::dlclose(handle_);
   const int error = errno;
+  handle_ = nullptr;
+  if (result == 0) return;
   const char* const reason = ::dlerror();
   ::syslog(LOG_WARNING, "dlclose() failed, rc=%i, dlerror=%s, errno=%s (lib=%s)", result,
            reason != nullptr ? reason : "<null>", std::strerror(error), lib_path_.c_str());

@@ -438,6 +438,27 @@ TEST_F(DynamicModuleEnd, LetsTheLibraryBeLoadedAgain) {
   EXPECT_THAT(log_.take(), ElementsAre(opened(path), init_called(path), call_of("init")));
 }
 
+// musl destroys nothing before the end of the program.
+TEST_F(DynamicModuleEnd, IsNotOverForTheLibrarysDestructors) {
+  struct Argument : plug_in_argument {
+    CDynamicModule* module;
+    int result;
+  };
+  static Argument argument = {};  // for the end of the program
+  const std::string path = plug_in("plug-in-with-destructor");
+  argument.module = &make_loaded(path, &argument);
+  argument.during_destruction = [](plug_in_argument* given) {
+    auto* const self = static_cast<Argument*>(given);
+    self->result = self->module->load(self);
+  };
+  std::vector<LogLine> lines = {closing(path)};
+  if (kUnloads) lines.push_back(debug("Dynamic module " + path + " already loaded"));
+  EXPECT_EQ(end(), lines);
+  EXPECT_EQ(argument.result, kUnloads ? -1 : 0);
+  EXPECT_EQ(is_loaded(path), !kUnloads);
+  argument.during_destruction = nullptr;
+}
+
 // The library stays, for another one is linked with it, but this use of it is over. musl sees no
 // error there.
 TEST_F(DynamicModuleEnd, WarnsOfALibraryThatIsClosedAlready) {

@@ -23,6 +23,13 @@ int dynamic_module_init(plug_in_argument* argument) {
 }
 #endif
 
+#ifdef HAS_DESTRUCTOR
+__attribute__((destructor)) static void destroy(void) {
+  if (remembered != NULL && remembered->during_destruction != NULL)
+    remembered->during_destruction(remembered);
+}
+#endif
+
 #ifdef HAS_DONE
 RK_API int dynamic_module_done(void);
 int dynamic_module_done(void) {
