@@ -14,8 +14,9 @@
  *     void dynamic_module_done(void);          is called at the end; may be missing
  *     void* getClassFactory(void);             is called by getClassFactory(), each time
  *
- * The first two may return a number or a pointer, which is ignored. None of them may throw. In a
- * library without a function of that name, one counts that it is linked with (dlsym(3)).
+ * The first two may return a number or a pointer, which is ignored. None of them may throw, or end
+ * the object that calls it. In a library without a function of that name, one counts that it is
+ * linked with (dlsym(3)); a name with the address 0 is none.
  *
  * A program that loads a plug-in runs its code, with all that the program may do: the library's
  * file and its folder must be nobody's to write whom the program does not trust.
@@ -95,8 +96,9 @@ class RK_API CDynamicModule {
    *     nothing ("Success", with musl "No error information"):
    *         Unable to open shared library "PATH" - error=%s
    *
-   * Kept for compatibility: for an empty path the C libraries differ. With the GNU C library the
-   * program itself is opened, and its own functions count; with musl this fails.
+   * Kept for compatibility: for an empty path the C libraries differ. With musl this fails. With
+   * the GNU C library the program itself is opened, and functions count that anything has which is
+   * loaded: those of another plug-in are called with this one's argument, and at this one's end.
    */
   int load(void* arg);
 

@@ -19,6 +19,7 @@
 #include "support/open_descriptors.h"
 #include "support/private_router.h"
 #include "support/put_file.h"
+#include "support/small_stack.h"
 #include "support/syslog_collector.h"
 #include "support/though_cancelled.h"
 
@@ -282,6 +283,22 @@ TEST_F(DynamicModuleLoad, OpensTheProgramForAnEmptyPathOrFails) {
   }
 }
 
+#ifdef __GLIBC__
+// The program's names are those of all that is loaded.
+TEST_F(DynamicModuleLoad, FindsTheFunctionsOfOtherPlugInsInTheProgram) {
+  plug_in_argument first = {};
+  plug_in_argument second = {};
+  const CDynamicModule& plug_in_itself = make_loaded(plug_in("plug-in-whole"), &first);
+  EXPECT_EQ(other_.emplace("").load(&second), 0);
+  EXPECT_THAT(log_.take(), ElementsAre(opened(""), init_called(""), call_of("init")));
+  EXPECT_EQ(plug_in_itself.getClassFactory(), &second);
+  EXPECT_EQ(other_->getClassFactory(), &second);
+  log_.take();
+  other_.reset();
+  EXPECT_THAT(log_.take(), ElementsAre(done_called(""), call_of("done"), closing("")));
+}
+#endif
+
 TEST_F(DynamicModuleLoad, MayBeTriedAgainAfterAFailure) {
   constexpr const char* kPath = "/tmp/late.so";
   CDynamicModule& module = make(kPath);
@@ -305,6 +322,45 @@ TEST_F(DynamicModuleLoad, LoadsWhatTheLibraryIsLinkedWith) {
   CDynamicModule& module = make_loaded(plug_in("plug-in-dependent"));
   EXPECT_STREQ(static_cast<const char*>(module.getClassFactory()), "good morning");
   log_.take();
+}
+
+// ---- Whose functions are called ----
+
+using DynamicModuleFunctions = DynamicModule;
+
+TEST_F(DynamicModuleFunctions, AreTheLibrarysOwnAmongSeveralPlugIns) {
+  plug_in_argument argument = {};
+  EXPECT_EQ(other_.emplace(plug_in("plug-in-whole")).load(&argument), 0);
+  const std::string path = plug_in("plug-in-without-init");
+  CDynamicModule& module = make_loaded(path);
+  EXPECT_THAT(module.getClassFactory(), IsNull());
+  EXPECT_EQ(other_->getClassFactory(), &argument);
+  EXPECT_THAT(end(), ElementsAre(done_called(path), call_of("done"), closing(path)));
+
+  const std::string bare = plug_in("plug-in-bare");
+  EXPECT_EQ(make(bare).load(nullptr), 0);
+  EXPECT_THAT(log_.take(), ElementsAre(opened(bare)));
+  EXPECT_THAT(module_->getClassFactory(), IsNull());
+  EXPECT_THAT(log_.take(), ElementsAre(without_factory(bare)));
+  EXPECT_THAT(end(), ElementsAre(closing(bare)));
+}
+
+TEST_F(DynamicModuleFunctions, AreThoseOfWhatTheLibraryIsLinkedWithWhereItHasNone) {
+  const std::string path = plug_in("plug-in-heir");
+  plug_in_argument argument = {};
+  EXPECT_EQ(make(path).load(&argument), 0);
+  EXPECT_THAT(log_.take(), ElementsAre(opened(path), init_called(path), call_of("init")));
+  EXPECT_EQ(module_->getClassFactory(), &argument);
+  EXPECT_THAT(end(), ElementsAre(done_called(path), call_of("done"), closing(path)));
+}
+
+TEST_F(DynamicModuleFunctions, AreMissingWhereNothingIsBehindTheirNames) {
+  const std::string path = plug_in("plug-in-null");
+  EXPECT_EQ(make(path).load(nullptr), 0);
+  EXPECT_THAT(log_.take(), ElementsAre(opened(path)));
+  EXPECT_THAT(module_->getClassFactory(), IsNull());
+  EXPECT_THAT(log_.take(), ElementsAre(without_factory(path)));
+  EXPECT_THAT(end(), ElementsAre(closing(path)));
 }
 
 // ---- getClassFactory() ----
@@ -507,6 +563,23 @@ TEST_F(DynamicModuleEnd, WarnsWithoutReasons) {
 }
 
 // ---- Threads ----
+
+TEST_F(DynamicModule, NeedsLittleStack) {
+  const std::string path = plug_in("plug-in-whole");
+  const std::string long_path(60000, '/');
+  support::run_on_small_stack([&] {
+    CDynamicModule module(path);
+    EXPECT_EQ(module.load(nullptr), 0);
+    EXPECT_THAT(module.getClassFactory(), IsNull());
+    CDynamicModule unopened(long_path);
+    EXPECT_EQ(unopened.load(nullptr), -1);
+    EXPECT_THAT(unopened.lastError(), NotNull());
+  });
+  EXPECT_THAT(log_.take(),
+              ElementsAre(opened(path), init_called(path), call_of("init"), factory_called(path),
+                          call_of("factory"), not_opened(long_path, reason_of(ENAMETOOLONG)),
+                          done_called(path), call_of("done"), closing(path)));
+}
 
 TEST_F(DynamicModule, ComesToTheEndOfItsCallsWhenItsThreadIsCancelled) {
   const std::string path = plug_in("plug-in-whole");
