@@ -9,6 +9,7 @@
  */
 
 #include <rkutils/dio.h>
+#include <rkutils/text.h>
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -40,14 +41,26 @@ static unsigned measure(uint32_t input) {
   return result;
 }
 
+/* What is no number from 0 to `max` ends the program. Which inputs and outputs there are is not
+ * known here: the library refuses the others. */
+static uint32_t number_of(const char* text, uint32_t max) {
+  int valid = 0;
+  u_validRangeValueOf32(&valid, text, 0, max);
+  if (valid != 0) {
+    fprintf(stderr, "digital-io: no number from 0 to %lu: %s\n", (unsigned long)max, text);
+    exit(EXIT_FAILURE);
+  }
+  return u_valueOf32(text);
+}
+
 int main(int argc, char** argv) {
   unsigned result = DIO_OK;
   if (argc == 1) {
     result = show();
   } else if (argc == 4 && strcmp(argv[1], "switch") == 0) {
-    result = dio_setValue((uint32_t)strtoul(argv[2], NULL, 10), atoi(argv[3]));
+    result = dio_setValue(number_of(argv[2], UINT32_MAX), (int)number_of(argv[3], 1));
   } else if (argc == 3 && strcmp(argv[1], "measure") == 0) {
-    result = measure((uint32_t)strtoul(argv[2], NULL, 10));
+    result = measure(number_of(argv[2], UINT32_MAX));
   } else {
     fputs("usage: digital-io [switch OUTPUT 0|1 | measure INPUT]\n", stderr);
     return EXIT_FAILURE;

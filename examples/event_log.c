@@ -9,6 +9,7 @@
  */
 
 #include <rkutils/dwlog.h>
+#include <rkutils/text.h>
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -22,12 +23,20 @@ static int show(void) {
   return result;
 }
 
+static int add(const char* code, const char* text) {
+  int valid = 0;
+  const int32_t number = validValueOf32(&valid, code);
+  if (valid == 0) return dwlog(number, text);
+  fprintf(stderr, "event-log: no number: %s\n", code);
+  return -1;
+}
+
 int main(int argc, char** argv) {
   int result = -1;
   if (argc == 1) {
     result = show();
   } else if (argc == 4 && strcmp(argv[1], "add") == 0) {
-    result = dwlog(atoi(argv[2]), argv[3]);
+    result = add(argv[2], argv[3]);
   } else if (argc == 2 && strcmp(argv[1], "clear") == 0) {
     result = dwlog_clear();
   } else {

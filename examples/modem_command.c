@@ -7,6 +7,7 @@
  */
 
 #include <rkutils/memory.h>
+#include <rkutils/text.h>
 #include <rkutils/wwanmd.h>
 
 #include <stdio.h>
@@ -16,12 +17,13 @@
 static wwanmd_buffer buffer; /* 8 KiB are much for a stack */
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
+  int valid = -1;
+  const int32_t card = argc == 3 ? validValueOf32(&valid, argv[1]) : 0;
+  if (valid != 0) {
     fputs("usage: modem-command CARD COMMAND\n", stderr);
     return EXIT_FAILURE;
   }
-  const int card = atoi(argv[1]);
-  if (wwanmd_is_suspended(card) == 1) printf("card %d is suspended\n", card);
+  if (wwanmd_is_suspended(card) == 1) printf("card %d is suspended\n", (int)card);
   wwanmd_connection* modem = wwanmd_init(card, "modem-command");
   if (modem == NULL) return EXIT_FAILURE;
 

@@ -384,6 +384,21 @@ TEST_F(DigitalIo, TellsTheResultOfAFailure) {
   EXPECT_THAT(log.take(), testing::SizeIs(2));
 }
 
+TEST_F(DigitalIo, TakesNumbersOf32BitsAlone) {
+  const std::string refusal = "digital-io: no number from 0 to ";
+  for (const char* const text : {"4294967297", ""}) {
+    const std::string expected = refusal + "4294967295: " + text + '\n';
+    EXPECT_EQ(run({"switch", text, "1"}).output, expected);
+    EXPECT_EQ(run({"measure", text}).output, expected);
+  }
+  for (const char* const text : {"2", "on"}) {
+    const auto [output, status] = run({"switch", "1", text});
+    EXPECT_EQ(output, refusal + "1: " + text + '\n');
+    EXPECT_EQ(status, 1);
+  }
+  EXPECT_EQ(driver_->contents("dout1/value"), "0");
+}
+
 // A program that has not counted yet.
 TEST(DigitalIoWithoutADriver, CountsNothing) {
   const support::KernelFolder sys("/sys");
@@ -479,6 +494,15 @@ TEST_F(EventLog, IsCleared) {
   EXPECT_EQ(run({}).output, "");
 }
 
+TEST_F(EventLog, TakesNumbersOf32BitsAlone) {
+  for (const char* const text : {"4294967297", "-2147483649", "12h"}) {
+    const auto [output, status] = run({"add", text, "text"});
+    EXPECT_EQ(output, std::string("event-log: no number: ") + text + '\n');
+    EXPECT_EQ(status, 1);
+  }
+  EXPECT_EQ(run({}).output, "");
+}
+
 TEST_F(EventLog, SaysWhatFails) {
   EXPECT_EQ(run({"add", "1", ""}).status, 1);
   std::filesystem::remove_all("/var/log");
@@ -528,6 +552,15 @@ TEST_F(ModemCommand, TellsOfASuspendedCard) {
   std::filesystem::remove_all("/tmp/status");
   EXPECT_EQ(output, "card 10 is suspended\n\n");
   EXPECT_EQ(status, 0);
+}
+
+TEST_F(ModemCommand, TakesNumbersOf32BitsAlone) {
+  for (const char* const text : {"4294967306", "10x", "ten"}) {
+    const auto [output, status] = run(text, "signal");
+    EXPECT_EQ(output, "usage: modem-command CARD COMMAND\n");
+    EXPECT_EQ(status, 1);
+  }
+  EXPECT_THAT(daemon_.take_received(), testing::IsEmpty());
 }
 
 TEST_F(ModemCommand, FailsWithoutACardOrItsDaemon) {
@@ -651,14 +684,14 @@ TEST(Events, RaisesAnEvent) {
   EXPECT_EQ(run_program({program, "raise", "1", "2", "text"}).output, "no event manager\n");
   std::filesystem::create_directories("/tmp/status/event-manager");
   std::ofstream("/tmp/status/event-manager/throw") << "";
-  const auto [output, status] = run_program({program, "raise", "0x41", "66", "wwan0"});
+  const auto [output, status] = run_program({program, "raise", "65", "66", "wwan0"});
   EXPECT_EQ(output, "");
   EXPECT_EQ(status, 0);
   std::ifstream written("/tmp/status/event-manager/throw");
   std::string record(200, '\0');
   written.read(record.data(), 200);
   EXPECT_EQ(written.gcount(), 136);
-  const rkevent_record expected = {0x41, 66, "wwan0"};
+  const rkevent_record expected = {65, 66, "wwan0"};
   EXPECT_EQ(std::memcmp(record.data(), &expected, sizeof expected), 0);
   std::filesystem::remove_all("/tmp/status");
 }
@@ -681,6 +714,22 @@ TEST(Events, PrintsThoseOfASource) {
   zmq_ctx_term(context);
   EXPECT_EQ(output, "event 7, parameter 8: link up\nevent 7, parameter 8: link up\n");
   EXPECT_EQ(status, 0);
+}
+
+TEST(Events, TakesNumbersOf32BitsAlone) {
+  const std::string program = built_program("examples/events");
+  for (const char* const text : {"4294967296", "0x41"}) {
+    const std::string refusal = std::string("events: no number: ") + text + '\n';
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"raise", text, "2"},
+                                                      {"raise", "1", text},
+                                                      {"print", text, "nowhere"}}) {
+      std::vector<std::string> words = {program};
+      words.insert(words.end(), arguments.begin(), arguments.end());
+      const auto [output, status] = run_program(words);
+      EXPECT_EQ(output, refusal);
+      EXPECT_EQ(status, 1);
+    }
+  }
 }
 
 TEST(Events, PrintsNothingOfAnAddressThatIsNone) {
@@ -754,6 +803,18 @@ TEST(ConnectedInputs, FailsWithoutAPlugIn) {
   EXPECT_EQ(status, 1);
   EXPECT_THAT(log.take(), testing::SizeIs(1));
   EXPECT_EQ(run_program({built_program("examples/connected-inputs")}).status, 1);
+}
+
+TEST(ConnectedInputs, FailsForALibraryThatIsNoPlugIn) {
+  support::SyslogCollector log;
+  const std::string library = built_program("tests/processes/plug-in-bare.so");
+  const auto [output, status] =
+      run_program({built_program("examples/connected-inputs"), library, "12"});
+  EXPECT_EQ(output, "");
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(log.take(), testing::Contains(support::LogLine{
+                              LOG_ERR, "Symbol \"getClassFactory\" not found in shared library \"" +
+                                           library + '"'}));
 }
 
 class UplinkDaemon : public testing::Test {
