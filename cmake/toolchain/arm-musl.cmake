@@ -9,12 +9,6 @@ set(CMAKE_CXX_COMPILER "${rkutils_tool}c++")
 set(CMAKE_AR "${rkutils_tool}ar")
 set(CMAKE_RANLIB "${rkutils_tool}ranlib")
 
-# A function with a large frame that passes arguments on the stack in a try block finds its variables 8
-# bytes away when the exception comes: this compiler forgets that it has moved the stack pointer, unless
-# there is a frame pointer to count from.
-string(APPEND CMAKE_C_FLAGS_INIT " -fno-omit-frame-pointer")
-string(APPEND CMAKE_CXX_FLAGS_INIT " -fno-omit-frame-pointer")
-
 # Without -dynamic programs are static, cannot load modules, and bring the compiler's own C library. They
 # are position-independent, as the hardened programs of the router are; and the compiler links others
 # wrongly: all variables of the C library that such a program copies get one address, stdout that of

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -100,6 +101,19 @@ TEST(PathText, EndsWhereItIsToldAndIsWholeAgain) {
     path.end_at(length);
     EXPECT_STREQ(path.get(), expected);
   }
+}
+
+TEST(PathText, IsCopiedAsItEnds) {
+  PathText path;
+  ASSERT_TRUE(path.assign("/a/bc/d"));
+  path.end_at(2);
+  PathText copy = path;
+  path.end_at(5);
+  EXPECT_STREQ(copy.get(), "/a");
+  EXPECT_EQ(copy.length(), 2U);
+  EXPECT_FALSE(copy.go_to_parent());
+  EXPECT_STREQ(path.get(), "/a/bc");
+  static_assert(!std::is_trivially_copyable_v<PathText>, "it would be passed among the arguments");
 }
 
 TEST(PathText, TellsWhetherItEndsInDotDot) {

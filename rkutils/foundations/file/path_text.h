@@ -16,6 +16,14 @@ constexpr std::size_t kPathSize = 4096;
 // A path of its own, to be shortened. Paths that do not fit are refused, never cut.
 class PathText {
  public:
+  PathText() = default;
+
+  // Copies the path as it ends now. A copy of our own also keeps functions that take one by value from
+  // having all of its room among their arguments: the board's compiler loses its way to the handlers of
+  // a caller whose arguments take more than 2 KiB, unless it spends a register on a frame pointer.
+  PathText(const PathText& other) noexcept { static_cast<void>(assign(other.text_)); }
+  PathText& operator=(const PathText&) = delete;
+
   // Holds `path`. False when it does not fit, with errno ENAMETOOLONG; nothing has changed then.
   [[nodiscard]] bool assign(const char* path) noexcept;
 
