@@ -5,6 +5,7 @@
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/processes/command/descriptors.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -112,15 +113,22 @@ void open_descriptors() {
   for (int i = 0; i < kDescriptors; ++i) ::fcntl(STDERR_FILENO, F_DUPFD, kFirst + i);
 }
 
+// Allows so many open files, or as many as we may.
+void set_limit(rlim_t limit) {
+  rlimit limits = {};
+  ::getrlimit(RLIMIT_NOFILE, &limits);
+  const rlimit raised = {limit, std::max(limit, limits.rlim_max)};
+  if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) return;
+  limits.rlim_cur = std::min(limit, limits.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limits);
+}
+
 // Opens some, closes them and what else may be there, and checks that it did.
 template <typename Close>
 void measure_closing(State& state, rlim_t limit, Close close_all) {
-  rlimit limits = {};
-  ::getrlimit(RLIMIT_NOFILE, &limits);
-  const rlimit before = limits;
-  if (limits.rlim_max < limit) limit = limits.rlim_max;
-  limits.rlim_cur = limit;
-  ::setrlimit(RLIMIT_NOFILE, &limits);
+  rlimit before = {};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  set_limit(limit);
   for (auto _ : state) {
     open_descriptors();
     close_all();

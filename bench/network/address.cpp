@@ -48,9 +48,10 @@ const std::array<Address, kCount>& addresses() {
 // Goes round and round in the array.
 class Cursor {
  public:
-  const Address& next() { return addresses()[at_++ % kCount]; }
+  const Address& next() { return all_[at_++ % kCount]; }
 
  private:
+  const std::array<Address, kCount>& all_ = addresses();
   std::size_t at_ = 0;
 };
 

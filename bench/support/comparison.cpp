@@ -8,22 +8,27 @@
 #include <string_view>
 #include <utility>
 
+#include <unistd.h>
+
+#include "support/figures.h"
+#include "support/instructions.h"
 #include "support/private_router.h"
+#include "support/report.h"
 
 namespace bench {
 namespace {
 
-constexpr int kDefaultRounds = 15;
-// A machine is noisy: a goal holds up to this much above it.
-constexpr double kNoise = 1.15;
+constexpr int kGoalMissed = 2;  // the exit status
 constexpr const char* kBytes = "bytes";
 
 struct Comparison {
   std::string work;
-  std::string ours;            // the name of its benchmark
-  std::string reference;       // the same
-  std::string reference_name;  // as printed
+  std::string ours;       // the name of its benchmark
+  std::string reference;  // the same
+  Reference::Kind kind;
+  std::string against;
   double goal;
+  Clock clock;
 };
 
 std::vector<Comparison>& comparisons() {
@@ -31,40 +36,51 @@ std::vector<Comparison>& comparisons() {
   return all;
 }
 
-// The figures of one benchmark, one for each round: nanoseconds, or bytes.
-struct Figures {
-  std::vector<double> sorted;
-  bool bytes = false;
-
-  [[nodiscard]] double quantile(double share) const {
-    return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1) + 0.5)];
-  }
-  [[nodiscard]] double median() const { return quantile(0.5); }
-  // How far the middle half reaches, in percent of the median.
-  [[nodiscard]] double spread() const { return 100 * (quantile(0.75) - quantile(0.25)) / median(); }
+struct Options {
+  int rounds = 15;
+  std::optional<std::string> only;
+  std::optional<std::string> json;
+  bool check = false;
+  bool callgrind = false;
+  std::vector<char*> others;
 };
 
 // Keeps the figure of the run and prints nothing.
 class Collector : public benchmark::BenchmarkReporter {
  public:
-  explicit Collector(Figures& figures) : figures_(figures) {}
+  Collector(Figures& figures, bool instructions) : figures_(figures), instructions_(instructions) {}
 
   bool ReportContext(const Context& /*context*/) override { return true; }
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.error_occurred) {
-        std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
-        continue;
-      }
       const auto bytes = run.counters.find(kBytes);
-      figures_.bytes = bytes != run.counters.end();
-      figures_.sorted.push_back(figures_.bytes ? bytes->second.value : nanoseconds(run));
+      if (run.error_occurred) {
+        fail(run, run.error_message);
+      } else if (bytes != run.counters.end()) {
+        figures_.add(bytes->second.value, Unit::kBytes);
+      } else if (instructions_) {
+        add_instructions(run);
+      } else {
+        figures_.add(nanoseconds(run), Unit::kNanoseconds);
+      }
     }
-    std::sort(figures_.sorted.begin(), figures_.sorted.end());
   }
 
  private:
+  void fail(const Run& run, const std::string& reason) {
+    std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), reason.c_str());
+    figures_.fail();
+  }
+
+  void add_instructions(const Run& run) {
+    const auto counts = take_counts();
+    if (!counts) return fail(run, "not counted");
+    const auto iterations = static_cast<double>(run.iterations);
+    figures_.add(counts->instructions / iterations, Unit::kInstructions);
+    figures_.add_system_calls(counts->system_calls / iterations);
+  }
+
   static double nanoseconds(const Run& run) {
     constexpr double kPerSecond = 1e9;
     const bool real = run.run_name.time_type == "real_time";
@@ -73,6 +89,7 @@ class Collector : public benchmark::BenchmarkReporter {
   }
 
   Figures& figures_;
+  bool instructions_;
 };
 
 using Results = std::map<std::string, Figures>;
@@ -89,9 +106,20 @@ std::string pattern_of(const std::string& name) {
   return pattern + "(/real_time)?$";
 }
 
+// On a terminal: how far we are.
+void show_progress(int round, int rounds) {
+  static const bool terminal = ::isatty(STDERR_FILENO) == 1;
+  if (!terminal) return;
+  if (round > rounds) {
+    std::fprintf(stderr, "\r                    \r");
+  } else {
+    std::fprintf(stderr, "\rround %d of %d ", round, rounds);
+  }
+}
+
 // Each benchmark once in every round, so that a machine's slow minute strikes all of them. Google
 // Benchmark has an option for it too, but its version in Debian 12 crashes with it now and then.
-Results run_rounds(int rounds) {
+Results run_rounds(const Options& options) {
   std::vector<std::string> names;
   for (const Comparison& each : comparisons()) {
     for (const std::string& name : {each.ours, each.reference}) {
@@ -99,59 +127,69 @@ Results run_rounds(int rounds) {
     }
   }
   Results results;
-  for (int round = 1; round <= rounds; ++round) {
-    std::fprintf(stderr, "\rround %d of %d ", round, rounds);
+  for (int round = 1; round <= options.rounds; ++round) {
+    show_progress(round, options.rounds);
     for (const std::string& name : names) {
-      Collector collector(results[name]);
+      Collector collector(results[name], options.callgrind);
       benchmark::RunSpecifiedBenchmarks(&collector, nullptr, pattern_of(name));
     }
   }
-  std::fprintf(stderr, "\r                    \r");
+  show_progress(options.rounds + 1, options.rounds);
   return results;
 }
 
-void print_figure(const Figures& figures) {
-  static constexpr std::pair<double, const char*> kUnits[] = {{1e9, "s"}, {1e6, "ms"}, {1e3, "us"}};
-  double figure = figures.median();
-  const char* unit = figures.bytes ? "B" : "ns";
-  for (const auto& [size, name] : kUnits) {
-    if (figures.bytes || figure < size) continue;
-    figure /= size;
-    unit = name;
-    break;
-  }
-  std::printf("%9.4g %-2s %5.1f%%   ", figure, unit, figures.spread());
-}
-
-// False when a benchmark gave no figure.
-bool print_comparisons(Results& results) {
-  bool complete = true;
-  std::printf("%-38s %12s %6s   %-38s %12s %6s   %6s %6s\n", "work", "ours", "spread", "against",
-              "median", "spread", "ratio", "goal");
+std::vector<Row> rows_of(const Results& results) {
+  std::vector<Row> rows;
   for (const Comparison& each : comparisons()) {
-    const Figures& ours = results[each.ours];
-    const Figures& reference = results[each.reference];
-    if (ours.sorted.empty() || reference.sorted.empty()) {
-      std::printf("%-38s no figure\n", each.work.c_str());
-      complete = false;
-      continue;
-    }
-    const double ratio = ours.median() / reference.median();
-    std::printf("%-38s ", each.work.c_str());
-    print_figure(ours);
-    std::printf("%-38s ", each.reference_name.c_str());
-    print_figure(reference);
-    std::printf("%6.3f %6.4g  %s\n", ratio, each.goal,
-                ratio <= each.goal * kNoise ? "met" : "MISSED");
+    rows.push_back({each.work, each.clock, each.kind, each.against, each.goal,
+                    &results.at(each.ours), &results.at(each.reference)});
   }
-  return complete;
+  return rows;
 }
 
 // What follows `option` in an argument that begins with it.
-std::optional<std::string> value_of(const char* argument, std::string_view option) {
-  const std::string_view text = argument;
-  if (text.substr(0, option.size()) != option) return std::nullopt;
-  return std::string(text.substr(option.size()));
+std::optional<std::string> value_of(std::string_view argument, std::string_view option) {
+  if (argument.substr(0, option.size()) != option) return std::nullopt;
+  return std::string(argument.substr(option.size()));
+}
+
+Options parse(const std::vector<char*>& arguments) {
+  Options options;
+  for (char* const argument : arguments) {
+    if (const auto number = value_of(argument, "--rounds=")) {
+      options.rounds = std::max(std::atoi(number->c_str()), 1);
+    } else if (const auto text = value_of(argument, "--only=")) {
+      options.only = text;
+    } else if (const auto path = value_of(argument, "--json=")) {
+      options.json = path;
+    } else if (argument == std::string_view("--check")) {
+      options.check = true;
+    } else if (argument == std::string_view("--callgrind")) {
+      options.callgrind = true;
+    } else {
+      options.others.push_back(argument);
+    }
+  }
+  if (options.check || options.callgrind) options.rounds = 1;
+  return options;
+}
+
+// How long a benchmark runs at least. Instructions vary with the first calls alone.
+const char* shortest_time(const Options& options) {
+  if (options.check) return "--benchmark_min_time=1e-9";
+  return options.callgrind ? "--benchmark_min_time=0.02" : "--benchmark_min_time=0.1";
+}
+
+// False when the library knows one of the arguments no better than we do.
+bool initialize_library(const Options& options) {
+  std::vector<char*> arguments = options.others;
+  // Before the caller's own, which win.
+  std::string time = shortest_time(options);
+  arguments.insert(arguments.begin() + 1, time.data());
+  int count = static_cast<int>(arguments.size());
+  arguments.push_back(nullptr);
+  benchmark::Initialize(&count, arguments.data());
+  return !benchmark::ReportUnrecognizedArguments(count, arguments.data());
 }
 
 void keep_works_with(const std::string& text) {
@@ -160,6 +198,15 @@ void keep_works_with(const std::string& text) {
                 all.begin(), all.end(),
                 [&](const Comparison& each) { return each.work.find(text) == std::string::npos; }),
             all.end());
+}
+
+void print(const std::vector<Row>& rows, const Options& options) {
+  if (options.callgrind) return print_counts(rows);
+  if (!options.check) return print_table(rows);
+  for (const Row& row : rows) {
+    std::printf("%s, beside %s: %s\n", row.work.c_str(), row.against.c_str(),
+                row.usable() ? "done" : "no figure");
+  }
 }
 
 std::string add(const std::string& name, const Body& body, Clock clock) {
@@ -173,11 +220,11 @@ std::string add(const std::string& name, const Body& body, Clock clock) {
 void report_bytes(benchmark::State& state, double bytes) { state.counters[kBytes] = bytes; }
 
 Reference peer(const std::string& name, double goal, Body body) {
-  return {name, goal, std::move(body)};
+  return {Reference::Kind::kPeer, name, goal, std::move(body)};
 }
 
 Reference floor(const std::string& name, double goal, Body body) {
-  return {"floor: " + name, goal, std::move(body)};
+  return {Reference::Kind::kFloor, name, goal, std::move(body)};
 }
 
 void compare(const std::string& work, const Body& ours, const std::vector<Reference>& references,
@@ -185,33 +232,32 @@ void compare(const std::string& work, const Body& ours, const std::vector<Refere
   const std::string name = add(work, ours, clock);
   for (const Reference& each : references) {
     const std::string reference = add(work + " - " + each.name, each.body, clock);
-    comparisons().push_back({work, name, reference, each.name, each.goal});
+    comparisons().push_back({work, name, reference, each.kind, each.name, each.goal, clock});
   }
 }
 
 int run(int argc, char** argv) {
+  const Options options = parse(std::vector<char*>(argv, argv + argc));
   support::enter_private_router(argv);
-  int rounds = kDefaultRounds;
-  std::vector<char*> arguments;
-  for (char* argument : std::vector<char*>(argv, argv + argc)) {
-    if (const auto number = value_of(argument, "--rounds=")) {
-      rounds = std::atoi(number->c_str());
-    } else if (const auto text = value_of(argument, "--only=")) {
-      keep_works_with(*text);
-    } else {
-      arguments.push_back(argument);
-    }
+  if (options.callgrind) enter_callgrind(argv);
+  if (!initialize_library(options)) return EXIT_FAILURE;
+  if (options.only) keep_works_with(*options.only);
+  if (comparisons().empty()) {
+    std::fprintf(stderr, "no row's name contains that text\n");
+    return EXIT_FAILURE;
   }
-  // Before the caller's own, which win.
-  std::string short_rounds = "--benchmark_min_time=0.1";
-  arguments.insert(arguments.begin() + 1, short_rounds.data());
-  int count = static_cast<int>(arguments.size());
-  arguments.push_back(nullptr);
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return EXIT_FAILURE;
 
-  Results results = run_rounds(std::max(rounds, 1));
-  return print_comparisons(results) ? EXIT_SUCCESS : EXIT_FAILURE;
+  const Results results = run_rounds(options);
+  const std::vector<Row> rows = rows_of(results);
+  print(rows, options);
+  if (options.json && !write_json(rows, options.rounds, *options.json)) {
+    std::perror(options.json->c_str());
+    return EXIT_FAILURE;
+  }
+  const auto each = [&](auto holds) { return std::all_of(rows.begin(), rows.end(), holds); };
+  if (!each([](const Row& row) { return row.usable(); })) return EXIT_FAILURE;
+  if (options.check || options.callgrind) return EXIT_SUCCESS;
+  return each([](const Row& row) { return row.met(); }) ? EXIT_SUCCESS : kGoalMissed;
 }
 
 }  // namespace bench

@@ -23,6 +23,9 @@ void report_bytes(benchmark::State& state, double bytes);
 
 // What a figure of ours is held against: ours is to be at most `goal` times its.
 struct Reference {
+  enum class Kind { kPeer, kFloor };
+
+  Kind kind;
   std::string name;
   double goal;
   Body body;
@@ -35,8 +38,8 @@ Reference peer(const std::string& name, double goal, Body body);
 Reference floor(const std::string& name, double goal, Body body);
 
 enum class Clock {
-  kProcessor,  // the time of this process alone, in which other programs of a busy machine do not
-               // count
+  kProcessor,  // the time of the calling thread alone, in which other programs of a busy machine do
+               // not count
   kReal,       // for work in which other processes take part
 };
 
@@ -45,10 +48,17 @@ void compare(const std::string& work, const Body& ours, const std::vector<Refere
              Clock clock = Clock::kProcessor);
 
 // Runs the benchmarks of all rows on a private router, each once in every round, ours and its
-// references one after the other, and prints a table of the medians. Among the arguments
-// "--rounds=N" sets the number of rounds, and "--only=TEXT" leaves the rows whose names contain the
-// text; the others are Google Benchmark's. Returns the program's exit status, which does not tell
-// whether goals were reached.
+// references one after the other, and prints a table of the medians. Returns the program's exit
+// status: 0 when all goals are reached, 2 when one is missed, 1 when a benchmark fails. Arguments:
+//
+//   --rounds=N     the number of rounds, 15 otherwise
+//   --only=TEXT    only the rows whose names contain the text
+//   --json=FILE    also writes the figures there
+//   --check        does each work once and forgets the figures: 0 when each row has some
+//   --callgrind    counts instructions instead, which another program's work does not change, and
+//                  holds them against nothing
+//
+// The others are Google Benchmark's.
 int run(int argc, char** argv);
 
 }  // namespace bench
