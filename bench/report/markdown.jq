@@ -33,7 +33,7 @@ def family:
   ([if .beside == "" then empty else .beside end, "rounds: \(.rounds)"] | join("; ")) + ".",
   "",
   table,
-  (real_time | if length == 0 then empty else "", "Real time: \(join("; ")). All else is processor time." end),
+  (real_time | if length == 0 then empty else "", "Real time: \(join("; "))." end),
   (if .family == "start" then
      "", "How large the stripped library of the board is stands in [size.md](size.md), as `scripts/size` measured it."
    else empty end);
@@ -51,7 +51,8 @@ def family:
 "A figure is the median of the rounds, in each of which every benchmark runs once, ours and what it is held",
 "against one after the other. The spread is how far the middle half of the rounds reaches, in percent of the",
 "median. A *floor* is the least that the work takes, written as plain code; the others are what a developer would",
-"use otherwise. The ratio is ours to theirs. A goal counts as met up to 15 % above it, which is for noise.",
+"use otherwise. The ratio is ours to theirs. A goal counts as met up to 15 % above it, which is for noise. Times are",
+"of the calling thread on its processor, where nothing says that they are real.",
 (.families[] | family),
 "",
 "## Missed goals",

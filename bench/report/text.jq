@@ -2,7 +2,8 @@
 
 # Three digits that count.
 def digits:
-  if . == 0 then "0"
+  if . == null then "–"
+  elif . == 0 then "0"
   else
     ([0, 2 - (fabs | log10 | floor)] | max) as $decimals
     | (. * pow(10; $decimals) | round | tostring) as $all

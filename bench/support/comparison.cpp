@@ -36,6 +36,12 @@ std::vector<Comparison>& comparisons() {
   return all;
 }
 
+// All, by their names.
+std::map<std::string, benchmark::internal::Benchmark*>& benchmarks() {
+  static std::map<std::string, benchmark::internal::Benchmark*> all;
+  return all;
+}
+
 struct Options {
   int rounds = 15;
   std::optional<std::string> only;
@@ -64,8 +70,12 @@ class Collector : public benchmark::BenchmarkReporter {
       } else {
         figures_.add(nanoseconds(run), Unit::kNanoseconds);
       }
+      iterations_ = run.iterations;
     }
   }
+
+  // Of the loop in the last run.
+  [[nodiscard]] benchmark::IterationCount iterations() const { return iterations_; }
 
  private:
   void fail(const Run& run, const std::string& reason) {
@@ -90,6 +100,7 @@ class Collector : public benchmark::BenchmarkReporter {
 
   Figures& figures_;
   bool instructions_;
+  benchmark::IterationCount iterations_ = 1;
 };
 
 using Results = std::map<std::string, Figures>;
@@ -103,7 +114,7 @@ std::string pattern_of(const std::string& name) {
     }
     pattern += character;
   }
-  return pattern + "(/real_time)?$";
+  return pattern + "(/iterations:[0-9]+)?(/real_time)?$";
 }
 
 // On a terminal: how far we are.
@@ -117,24 +128,66 @@ void show_progress(int round, int rounds) {
   }
 }
 
-// Each benchmark once in every round, so that a machine's slow minute strikes all of them. Google
-// Benchmark has an option for it too, but its version in Debian 12 crashes with it now and then.
-Results run_rounds(const Options& options) {
-  std::vector<std::string> names;
+// The names of the benchmarks of all rows, each once, in the order of the rows.
+std::vector<std::string> names() {
+  std::vector<std::string> all;
   for (const Comparison& each : comparisons()) {
     for (const std::string& name : {each.ours, each.reference}) {
-      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+      if (std::find(all.begin(), all.end(), name) == all.end()) all.push_back(name);
     }
   }
+  return all;
+}
+
+// Runs a benchmark and adds its figure. Returns how often its loop was run for that.
+benchmark::IterationCount run_once(const std::string& name, Figures& figures, bool instructions) {
+  Collector collector(figures, instructions);
+  benchmark::RunSpecifiedBenchmarks(&collector, nullptr, pattern_of(name));
+  return collector.iterations();
+}
+
+// Each benchmark once in every round, so that a machine's slow minute strikes all of them. Google
+// Benchmark has an option for it too, but its version in Debian 12 crashes with it now and then.
+// The first round finds how many iterations take long enough, which it does by trying; the others
+// take as many.
+Results run_rounds(const Options& options) {
   Results results;
   for (int round = 1; round <= options.rounds; ++round) {
     show_progress(round, options.rounds);
-    for (const std::string& name : names) {
-      Collector collector(results[name], options.callgrind);
-      benchmark::RunSpecifiedBenchmarks(&collector, nullptr, pattern_of(name));
+    for (const std::string& name : names()) {
+      const auto iterations = run_once(name, results[name], false);
+      if (round == 1) benchmarks().at(name)->Iterations(iterations);
     }
   }
   show_progress(options.rounds + 1, options.rounds);
+  return results;
+}
+
+// As often as instructions say, not time, so that each run of the program counts the same. The
+// first call comes once before, since it does what only first calls do.
+Figures count_instructions(const std::string& name) {
+  constexpr double kEnough = 1e7;
+  constexpr double kWithSystemCalls = 100;  // which may start programs
+  constexpr double kMost = 10000;
+  const auto run = [&](double iterations) {
+    Figures figures;
+    benchmarks().at(name)->Iterations(static_cast<benchmark::IterationCount>(iterations));
+    run_once(name, figures, true);
+    return figures;
+  };
+  Figures figures = run(1);
+  for (const double limit : {kWithSystemCalls, kMost}) {
+    if (!figures.usable() || figures.unit() != Unit::kInstructions) break;
+    if (limit == kMost && figures.system_calls() >= 0.5) break;
+    const double iterations = std::clamp(kEnough / figures.median(), 1.0, limit);
+    if (iterations >= 2) figures = run(iterations);
+  }
+  return figures;
+}
+
+Results count_all_instructions() {
+  Results results;
+  for (const std::string& name : names()) results[name] = count_instructions(name);
   return results;
 }
 
@@ -174,10 +227,9 @@ Options parse(const std::vector<char*>& arguments) {
   return options;
 }
 
-// How long a benchmark runs at least. Instructions vary with the first calls alone.
+// How long a benchmark runs at least.
 const char* shortest_time(const Options& options) {
-  if (options.check) return "--benchmark_min_time=1e-9";
-  return options.callgrind ? "--benchmark_min_time=0.02" : "--benchmark_min_time=0.1";
+  return options.check ? "--benchmark_min_time=1e-9" : "--benchmark_min_time=0.1";
 }
 
 // False when the library knows one of the arguments no better than we do.
@@ -212,6 +264,7 @@ void print(const std::vector<Row>& rows, const Options& options) {
 std::string add(const std::string& name, const Body& body, Clock clock) {
   auto* const added = benchmark::RegisterBenchmark(name.c_str(), body);
   if (clock == Clock::kReal) added->UseRealTime();
+  benchmarks()[name] = added;
   return name;
 }
 
@@ -247,7 +300,7 @@ int run(int argc, char** argv) {
     return EXIT_FAILURE;
   }
 
-  const Results results = run_rounds(options);
+  const Results results = options.callgrind ? count_all_instructions() : run_rounds(options);
   const std::vector<Row> rows = rows_of(results);
   print(rows, options);
   if (options.json && !write_json(rows, options.rounds, *options.json)) {

@@ -102,8 +102,8 @@ void print_table(const std::vector<Row>& rows) {
 }
 
 void print_counts(const std::vector<Row>& rows) {
-  std::printf("%-46s %14s %8s   %-46s %14s %8s %7s\n", "work", "instructions", "calls", "against",
-              "instructions", "calls", "ratio");
+  std::printf("%-46s %14s %9s   %-46s %14s %9s %7s\n", "work", "instructions", "sys.calls",
+              "against", "instructions", "sys.calls", "ratio");
   bool with_system_calls = false;
   for (const Row& row : rows) {
     if (!row.usable()) {
@@ -111,7 +111,7 @@ void print_counts(const std::vector<Row>& rows) {
       continue;
     }
     if (row.ours->unit() == Unit::kBytes) continue;
-    std::printf("%-46s %14.1f %8.1f   %-46s %14.1f %8.1f %7.3f\n", row.work.c_str(),
+    std::printf("%-46s %14.1f %9.1f   %-46s %14.1f %9.1f %7.3f\n", row.work.c_str(),
                 row.ours->median(), row.ours->system_calls(), reference_text(row).c_str(),
                 row.reference->median(), row.reference->system_calls(), row.ratio());
     with_system_calls |= row.ours->system_calls() >= 0.05 || row.reference->system_calls() >= 0.05;
