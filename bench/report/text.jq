@@ -1,11 +1,15 @@
 # Figures as people read them.
 
+def magnitude: fabs | log10 | floor;
+
 # Three digits that count.
 def digits:
   if . == null then "–"
   elif . == 0 then "0"
   else
-    ([0, 2 - (fabs | log10 | floor)] | max) as $decimals
+    pow(10; 2 - magnitude) as $scale
+    # Rounding may add a digit: 9.996 is 10.0.
+    | ([0, 2 - (. * $scale | round / $scale | magnitude)] | max) as $decimals
     | (. * pow(10; $decimals) | round | tostring) as $all
     | if $decimals == 0 then $all
       else
