@@ -167,7 +167,7 @@ Results run_rounds(const Options& options) {
 // first call comes once before, since it does what only first calls do.
 Figures count_instructions(const std::string& name) {
   constexpr double kEnough = 1e7;
-  constexpr double kWithSystemCalls = 100;  // which may start programs
+  constexpr double kWithSystemCalls = 10;  // which may start programs and copy large files
   constexpr double kMost = 10000;
   const auto run = [&](double iterations) {
     Figures figures;

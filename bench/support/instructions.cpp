@@ -25,6 +25,7 @@ namespace {
 constexpr const char* kOutput = "/tmp/callgrind.out";
 
 bool counting = false;
+int dumps = 0;
 
 void count(bool on) {
   if (on != counting) CALLGRIND_TOGGLE_COLLECT;
@@ -35,13 +36,15 @@ void count(bool on) {
 
 void wrapped_start(benchmark::State* state) {
   count(false);  // a loop that was left has not finished
-  CALLGRIND_ZERO_STATS;
   real_start(state);
+  CALLGRIND_ZERO_STATS;
   count(true);
 }
 
 void wrapped_finish(benchmark::State* state) {
   count(false);
+  CALLGRIND_DUMP_STATS;
+  ++dumps;
   real_finish(state);
 }
 
@@ -77,10 +80,7 @@ void enter_callgrind(char** argv) {
 }
 
 std::optional<Counts> take_counts() {
-  static int dumps = 0;
-  count(false);
-  CALLGRIND_DUMP_STATS;
-  const std::string path = std::string(kOutput) + "." + std::to_string(++dumps);
+  const std::string path = std::string(kOutput) + "." + std::to_string(dumps);
   std::ifstream file(path);
   std::optional<Counts> counts;
   for (std::string line; std::getline(file, line);) {

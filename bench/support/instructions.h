@@ -3,7 +3,8 @@
 // Only what stands in a benchmark's loop is counted, without what it does between PauseTiming() and
 // ResumeTiming(): the linker directs the calls by which the loop begins, pauses and ends to
 // functions of ours, which tell callgrind. Other threads, other processes and the kernel are not
-// counted. valgrind shows programs an older processor than the machine's: libraries that choose
+// counted. System calls are counted from the loop's beginning to its end, also where it pauses.
+// valgrind shows programs an older processor than the machine's: libraries that choose
 // their code by the processor choose other code than when time is measured. An instruction that
 // repeats itself, as large blocks are cleared and copied with, counts as often as it does.
 #ifndef BENCH_SUPPORT_INSTRUCTIONS_H

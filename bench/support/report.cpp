@@ -120,7 +120,7 @@ void print_counts(const std::vector<Row>& rows) {
     std::puts(
         "\nNot counted: what the kernel does in the system calls, of which the table has the "
         "number,"
-        "\nand what other threads and processes do.");
+        "\nthose that prepare each time among them, and what other threads and processes do.");
   }
 }
 
