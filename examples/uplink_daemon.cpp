@@ -248,7 +248,12 @@ class Inputs {
 
 int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const long rounds = argc > 1 ? std::atol(argv[1]) : 0;
+  int valid = 0;
+  const std::int32_t rounds = argc > 1 ? validValueOf32(&valid, argv[1]) : 0;
+  if (valid != 0) {
+    std::fputs("usage: uplink-daemon [ROUNDS]\n", stderr);
+    return EXIT_FAILURE;
+  }
   const Connection config(configd_open());
   if (config == nullptr) return EXIT_FAILURE;  // the log says why
 

@@ -852,6 +852,14 @@ TEST_F(UplinkDaemon, StoresItsStateAndConnectsOnce) {
   EXPECT_EQ(daemon_.saved_values()["uplink.apn.used"], "internet.example");
 }
 
+TEST_F(UplinkDaemon, TakesANumberOf32BitsAlone) {
+  for (const char* const text : {"4294967297", "two"}) {
+    const auto [output, status] = run(text);
+    EXPECT_EQ(output, "usage: uplink-daemon [ROUNDS]\n");
+    EXPECT_EQ(status, 1);
+  }
+}
+
 TEST_F(UplinkDaemon, GoesByItsFilesWithoutConfigd) {
   daemon_.kill();
   const auto [output, status] = run("1");
