@@ -145,7 +145,7 @@ TEST_F(DioCount, FinishesThoughCancelled) {
   for (const auto& [count, expected] :
        {std::pair(&dio_count, 5U), {dio_roCount, 3U}, {dio_rwCount, 2U}}) {
     uint32_t number = kUntouched;
-    EXPECT_TRUE(support::finishes_though_cancelled([&, count = count] { count(&number); }));
+    EXPECT_TRUE(support::finishes_though_cancelled([&, call = count] { call(&number); }));
     EXPECT_EQ(number, expected);
   }
   driver().fail("opendir", ".", EIO);

@@ -108,7 +108,7 @@ TEST_P(DioFrequencyFunctions, FinishThoughCancelled) {
   for (const auto& [number, expected] : {std::pair(0U, DIO_ERR_RANGE), {99U, DIO_ERR_NOENT}}) {
     unsigned result = DIO_OK;
     EXPECT_TRUE(support::finishes_though_cancelled(
-        [&, number = number] { result = GetParam().call(number); }));
+        [&, input = number] { result = GetParam().call(input); }));
     EXPECT_EQ(result, expected);
   }
   EXPECT_THAT(log_.take(), SizeIs(2));
