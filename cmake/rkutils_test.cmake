@@ -33,6 +33,34 @@ add_library(rkutils_test_flags INTERFACE)
 target_link_libraries(rkutils_test_flags INTERFACE rkutils_warnings rkutils_hardening
                                                    rkutils_sanitizers rkutils_not_optimised)
 
+# What nearly every test includes takes longer to compile than the test, and is compiled once for all of
+# them. Sources still include what they use: the board's build, whose compiler and libraries are others,
+# compiles each by itself.
+set(precompile ON)
+if(CMAKE_CROSSCOMPILING)
+  set(precompile OFF)
+endif()
+option(RKUTILS_PRECOMPILE "Precompile what the tests include" ${precompile})
+if(RKUTILS_PRECOMPILE)
+  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/precompiled.cpp" CONTENT "")
+  add_library(rkutils_precompiled OBJECT "${PROJECT_BINARY_DIR}/precompiled.cpp")
+  target_link_libraries(rkutils_precompiled PRIVATE GTest::gtest GTest::gmock rkutils_test_flags)
+  # One from ccache is as good when the files of this tree are newer.
+  target_compile_options(
+    rkutils_precompiled PRIVATE $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+  target_precompile_headers(
+    rkutils_precompiled PRIVATE
+    <algorithm> <array> <cerrno> <chrono> <cstdint> <cstring> <filesystem> <fstream> <functional> <map>
+    <optional> <random> <set> <sstream> <stdexcept> <string> <system_error> <thread> <utility> <vector>
+    <fcntl.h> <gmock/gmock.h> <gtest/gtest.h> <sys/socket.h> <sys/stat.h> <sys/wait.h> <unistd.h>)
+endif()
+
+function(rkutils_precompile target)
+  if(RKUTILS_PRECOMPILE)
+    target_precompile_headers(${target} REUSE_FROM rkutils_precompiled)
+  endif()
+endfunction()
+
 # Sets a variable to the objects of a source that several tests may share. They are others for tests that
 # see other headers.
 function(rkutils_shared_objects variable source layers uses)
@@ -43,6 +71,7 @@ function(rkutils_shared_objects variable source layers uses)
     add_library(${name} OBJECT "${path}")
     target_link_libraries(${name} PRIVATE ${layers} rkutils::rkutils ${uses} rkutils_testing
                                           rkutils_test_flags)
+    rkutils_precompile(${name})
   endif()
   set(${variable} $<TARGET_OBJECTS:${name}> PARENT_SCOPE)
 endfunction()
@@ -68,6 +97,7 @@ function(rkutils_test name)
   endforeach()
   target_link_libraries(${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
                                         rkutils_test_flags)
+  rkutils_precompile(${name})
   gtest_discover_tests(
     ${name}
     NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
