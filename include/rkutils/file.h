@@ -29,8 +29,9 @@
  * has failed.
  *
  * Threads and signals. readfile() returns a buffer that belongs to the library; it is for one
- * thread at a time. All others keep no state; but umask and working folder are the process's.
- * Nothing here is for signal handlers. Every descriptor is opened close-on-exec.
+ * thread at a time. All others keep no state; but umask and working folder are the process's. A
+ * thread that is cancelled (pthread_cancel(3)) finishes its call first, also one that waits for a
+ * FIFO. Nothing here is for signal handlers. Every descriptor is opened close-on-exec.
  */
 #ifndef RKUTILS_FILE_H
 #define RKUTILS_FILE_H

@@ -26,6 +26,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -387,6 +388,17 @@ TEST_F(CopyFile, GoesOnWhereTheKernelFailsOrIsInterruptedAfterAPortion) {
 }
 
 // While the copy waits for a FIFO's data, all that it has open is there to be seen.
+TEST_F(CopyFile, CopiesThoughCancelled) {
+  for (const std::size_t size : {3U, 100000U}) {  // by hand, and in the kernel
+    put(at("from"), std::string(size, 'x'));
+    int result = -1;
+    EXPECT_TRUE(support::finishes_though_cancelled(
+        [&] { result = copy_file(at("from").c_str(), at("new/to").c_str()); }));
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(contents_of(at("new/to")), std::string(size, 'x'));
+  }
+}
+
 class CopyDescriptors : public FileTest {
  protected:
   template <typename Copy>
@@ -907,6 +919,16 @@ TEST_F(CopyDirectory, WithoutMemoryFails) {
     EXPECT_EQ(result, -1) << nth;
   }
   EXPECT_EQ(contents_of(at("to/a/b/file")), "text");
+}
+
+TEST_F(CopyDirectory, CopiesThoughCancelled) {
+  make_folders(at("from/a/b"));
+  put(at("from/a/b/file"), "abc");
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = copy_directory(at("from").c_str(), at("to").c_str()); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(tree_of(at("to")), tree_of(at("from")));
 }
 
 }  // namespace

@@ -27,6 +27,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -291,6 +292,16 @@ TEST_F(DeleteDirectory, GetsBackOutOfAnUnsearchableDirectoryDeepDown) {
 
 // The C library lists a directory of this many entries in several calls. Of "top", which holds
 // little, it takes one for the entries and one for their end.
+TEST_F(DeleteDirectory, DeletesThoughCancelled) {
+  make_folders(at("top/a/b"));
+  put(at("top/a/b/file"), "abc");
+  int result = -1;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { result = delete_directory(at("top").c_str()); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(tree(), IsEmpty());
+}
+
 class HalfListed : public DeletionTest {
  protected:
   HalfListed() {
@@ -492,6 +503,16 @@ TEST_F(DeleteDirectoryContents, DeletesADeepTreeWithASmallStack) {
   make_chain(at("top"), kDeepest, "d");
   int result = -1;
   support::run_on_small_stack([&] { result = delete_directory_contents(at("top").c_str()); });
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755")));
+}
+
+TEST_F(DeleteDirectoryContents, DeletesThoughCancelled) {
+  make_folders(at("top/a/b"));
+  put(at("top/a/b/file"), "abc");
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = delete_directory_contents(at("top").c_str()); }));
   EXPECT_EQ(result, 0);
   EXPECT_THAT(tree(), ElementsAre(Pair("top", "dir 755")));
 }

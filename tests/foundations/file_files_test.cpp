@@ -18,6 +18,7 @@
 #include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -209,6 +210,19 @@ TEST_F(Writefile, WritesALongTextPastAFullDisksEndAsFarAsItGoes) {
   const std::string written = contents_of(at("disk/one"));
   EXPECT_FALSE(written.empty());
   EXPECT_EQ(written, text.substr(0, written.size()));
+}
+
+TEST_F(Writefile, WritesThoughCancelled) {
+  const auto write = [this](const std::string& name, int& result) {
+    return support::finishes_though_cancelled([&] { result = writefile(at(name).c_str(), "abc"); });
+  };
+  int result = -1;
+  EXPECT_TRUE(write("one", result));
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(contents_of(at("one")), "abc\n");
+  EXPECT_TRUE(write("missing/one", result));
+  EXPECT_EQ(result, -1);
+  EXPECT_THAT(log_.take(), testing::SizeIs(1));
 }
 
 class WritefileLength : public FileTest, public testing::WithParamInterface<std::size_t> {};

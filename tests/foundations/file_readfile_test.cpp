@@ -18,6 +18,7 @@
 #include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -227,6 +228,14 @@ TEST_F(ReadfileR, ReadsAFifoToItsEndThroughSignals) {
   EXPECT_STREQ(buffer, "abc\ndef");
 }
 
+TEST_F(ReadfileR, ReadsThoughCancelled) {
+  put(at("one"), "abc\n");
+  char buffer[16] = "before";
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { readfile_r(at("one").c_str(), buffer, sizeof buffer); }));
+  EXPECT_STREQ(buffer, "abc");
+}
+
 using Readfile = FileTest;
 
 TEST_F(Readfile, ReadsIntoOneBufferOf1024Bytes) {
@@ -243,6 +252,13 @@ TEST_F(Readfile, HasOneBufferForAllThreads) {
   const char* elsewhere = nullptr;
   std::thread([&] { elsewhere = readfile(at("one").c_str()); }).join();
   EXPECT_EQ(elsewhere, readfile(nullptr));
+}
+
+TEST_F(Readfile, ReadsThoughCancelled) {
+  put(at("one"), "abc\n");
+  const char* text = nullptr;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { text = readfile(at("one").c_str()); }));
+  EXPECT_STREQ(text, "abc");
 }
 
 TEST_F(Readfile, IsNeverNull) {

@@ -5,6 +5,7 @@
 #include <rkutils/foundations/file/path_text.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/file/tree.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 
 #include <cerrno>
@@ -28,6 +29,7 @@ using rkutils::file::kPassed;
 using rkutils::file::open_at;
 using rkutils::file::open_stream;
 using rkutils::file::PathText;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 constexpr mode_t kFinalMode = 0755;
@@ -166,6 +168,7 @@ class TreeCopy {
 int copy_file(const char* source, const char* destination) {
   if (source == nullptr || destination == nullptr) return -1;
   if (*source == '\0' || *destination == '\0') return -1;
+  const PostponedCancellation postponed;
   PathText folder;
   if (!folder.assign(destination) || is_copy_into_itself(source, folder)) return -1;
   folder.go_to_parent();
@@ -175,6 +178,7 @@ int copy_file(const char* source, const char* destination) {
 
 int copy_directory(const char* source, const char* destination) {
   if (source == nullptr || destination == nullptr || *destination == '\0') return -1;
+  const PostponedCancellation postponed;
   PathText path;
   if (!path.assign(destination) || is_copy_into_itself(source, path)) return -1;
   const std::size_t length = path.length();

@@ -4,6 +4,7 @@
 #include <rkutils/foundations/file/path_text.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/file/tree.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/internal/unique_fd.h>
 
@@ -25,6 +26,7 @@ using rkutils::file::kListed;
 using rkutils::file::open_at;
 using rkutils::file::open_stream;
 using rkutils::file::PathText;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 using rkutils::internal::UniqueFd;
 
@@ -100,6 +102,7 @@ bool is_directory_or_link(const char* path) {
 
 int delete_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
+  const PostponedCancellation postponed;
   PathText top;
   if (!top.assign(path)) return 0;
   top.drop_slashes();  // with one at its end, a link would be followed
@@ -111,5 +114,6 @@ int delete_directory(const char* path) {
 
 int delete_directory_contents(const char* path) {
   if (path == nullptr) return 0;
+  const PostponedCancellation postponed;
   return delete_contents(open_at(AT_FDCWD, path, kListed), std::strlen(path)) ? 0 : -1;
 }

@@ -3,6 +3,7 @@
 #include <rkutils/file.h>
 #include <rkutils/foundations/file/path_text.h>
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_dir.h>
 
 #include <cerrno>
@@ -17,6 +18,7 @@
 namespace {
 
 using rkutils::file::PathText;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 
 constexpr std::size_t kMostLevels = 10;  // the path and nine of its ancestors
@@ -38,6 +40,7 @@ bool create_level(PathText& path) {
 
 int create_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
+  const PostponedCancellation postponed;
   PathText level;
   if (!level.assign(path)) return -1;
   std::size_t lengths[kMostLevels] = {level.length()};
@@ -56,6 +59,7 @@ int create_directory(const char* path) {
 
 int empty_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
+  const PostponedCancellation postponed;
   const UniqueDir stream(::opendir(path));
   if (!stream) return 1;
   for (;;) {

@@ -3,6 +3,7 @@
 #include <rkutils/file.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 
@@ -17,6 +18,7 @@
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 // In one write(2) up to 4095 characters: files of /proc and /sys take a value in one piece only.
@@ -41,6 +43,7 @@ int dropfile(const char* path) {
 
 int writefile(const char* path, const char* text) {
   if (path == nullptr || text == nullptr) return -1;
+  const PostponedCancellation postponed;
   if (*text == '\0') {
     dropfile(path);
     return 0;

@@ -2,6 +2,7 @@
 
 #include <rkutils/file.h>
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/text.h>
 
@@ -15,6 +16,7 @@ const int32_t READFILE_OUT_OF_MEMORY = -10;
 
 namespace {
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 constexpr std::size_t kReadfileSize = 1024;
@@ -79,6 +81,7 @@ char* readfile_r(const char* path, char* buffer, size_t size) {
   if (buffer == nullptr || size == 0) return buffer;
   *buffer = '\0';
   if (path == nullptr) return buffer;
+  const PostponedCancellation postponed;
   read_text(path, buffer, size);
   const char* const text = stripwhite(buffer);
   if (text != buffer) std::memmove(buffer, text, std::strlen(text) + 1);
