@@ -21,8 +21,9 @@
  *
  * Threads and signals. Nothing is shared or locked: rkevent() may be called from any thread, a
  * socket by one thread at a time, and a context by all. A context and its sockets are not for a
- * forked child. A signal handler that runs meanwhile does not end a call. Nothing here is for
- * signal handlers but rkevent(), which is safe there.
+ * forked child. A signal handler that runs meanwhile does not end a call, and a thread that is
+ * cancelled (pthread_cancel(3)) finishes its call first. Nothing here is for signal handlers but
+ * rkevent(), which is safe there.
  *
  * What cannot be helped: ZeroMQ ends the process where memory, and in some places descriptors, run
  * out in its inside. The failures that are described here are those that it reports.

@@ -37,7 +37,8 @@
  *
  * Threads and signals: an object is for one thread at a time; nothing else is shared, so different
  * objects, and the static members, may be used by several. Signal handlers do not disturb; nothing
- * here is for them.
+ * here is for them. A thread that is cancelled (pthread_cancel(3)) finishes its call first; in
+ * send() it waits for the tool.
  */
 #ifndef RKUTILS_SIMPLE_SMS_H
 #define RKUTILS_SIMPLE_SMS_H

@@ -37,7 +37,9 @@
  * process is aborted, as everywhere with String.
  *
  * Threads and signals: an interface is for one thread, the one that runs the event loop, on which
- * observers are called. Threads may have interfaces of their own. Not for signal handlers.
+ * observers are called. Threads may have interfaces of their own. A thread that is cancelled
+ * (pthread_cancel(3)) finishes its call first, and an observer its own: libevent is not left in the
+ * middle of one. Not for signal handlers.
  */
 #ifndef RKUTILS_STATUS_INTERFACE_H
 #define RKUTILS_STATUS_INTERFACE_H

@@ -46,7 +46,8 @@
  * waits SIGPIPE is ignored in the whole process, and afterwards it has its default action, whatever
  * it had before: a program that ignores SIGPIPE must do so again after each call. For the exception
  * see wwanmd_recv(). Of several threads that wait at once the first to end sets the default for
- * all, and a daemon that dies then ends a program in which another is sending.
+ * all, and a daemon that dies then ends a program in which another is sending. A thread that is
+ * cancelled (pthread_cancel(3)) finishes its call first, with all its waits and pauses.
  *
  * Children. A connection is not for a forked child: both would take each other's replies. The
  * socket is closed on exec.

@@ -1,6 +1,7 @@
 #include <rkutils/event.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 
@@ -16,6 +17,7 @@
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 // What other programs read and write.
@@ -80,6 +82,7 @@ void* open_socket(void* context, int type, const char* address, Attach* attach) 
     errno = EINVAL;
     return nullptr;
   }
+  const PostponedCancellation postponed;
   return call_zeromq(
       [&]() -> void* {
         UniqueSocket socket(zmq_socket(context, type));
@@ -92,6 +95,8 @@ void* open_socket(void* context, int type, const char* address, Attach* attach) 
 }  // namespace
 
 int rkevent(unsigned event, unsigned parameter, const char* text) {
+  // Signal handlers may: it changes a word of the thread's own, and changes it back.
+  const PostponedCancellation postponed;
   const rkevent_record record = make_record(event, parameter, text);
   // Open for reading too, so that opening does not wait for a reader and writing does not raise
   // SIGPIPE for want of one.
@@ -107,6 +112,7 @@ int dispatch_legacy_event(void* socket, const rkevent_record* record) {
     errno = EINVAL;
     return -1;
   }
+  const PostponedCancellation postponed;
   UniqueMemory copy(std::malloc(sizeof *record));
   if (copy == nullptr) return -1;
   *static_cast<rkevent_record*>(copy.get()) = *record;

@@ -1,6 +1,7 @@
 #include <rkutils/command.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/scope_guard.h>
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/internal/unique_fd.h>
@@ -27,6 +28,7 @@
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::ScopeGuard;
 using rkutils::internal::UniqueDir;
 using rkutils::internal::UniqueFd;
@@ -88,6 +90,7 @@ CSimpleSMS::CSimpleSMS(std::string const& recipient, std::string const& body)
 // Programs know it by its name without const.
 // NOLINTNEXTLINE(readability-make-member-function-const)
 int CSimpleSMS::send() {
+  const PostponedCancellation postponed;
   // mkostemp() completes the last word of the command, which is the file's path.
   char command[] = "/usr/local/sbin/send-sms /tmp/outgoing-sms.XXXXXX";
   char* const path = std::strchr(command, ' ') + 1;
@@ -104,6 +107,7 @@ int CSimpleSMS::send() {
 }
 
 void CSimpleSMS::RetrieveIncomingIds(std::vector<std::pair<long, std::string>>& ids) {
+  const PostponedCancellation postponed;
   UniqueDir spool(::opendir(kSpool));
   if (spool == nullptr) return;
   while (const dirent* const entry = ::readdir(spool.get())) {
@@ -122,6 +126,7 @@ void CSimpleSMS::RetrieveIncomingIds(std::vector<std::pair<long, std::string>>& 
 }
 
 CSimpleSMS* CSimpleSMS::getIncomingSMSById(std::string const& id) {
+  const PostponedCancellation postponed;
   const std::string path = kSpool + id;
   std::string contents;
   const int error = read_incoming(id, path, contents);

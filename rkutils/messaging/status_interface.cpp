@@ -1,4 +1,5 @@
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/status_interface.h>
 
@@ -23,6 +24,7 @@ extern "C" {
 }
 
 using rkutils::file::open_at;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 namespace {
@@ -178,6 +180,7 @@ String StatusInterface::path_of(String const& item) const {
 }
 
 bool StatusInterface::setup(BasePath base, String const& name) {
+  const PostponedCancellation postponed;
   const char* const root = root_of(base);
   if (root == nullptr || has_nul(name)) {
     report_setup("");
@@ -189,6 +192,7 @@ bool StatusInterface::setup(BasePath base, String const& name) {
 
 bool StatusInterface::setStatus(String const& item, String const& value) {
   constexpr mode_t kMode = 0644;
+  const PostponedCancellation postponed;
   const UniqueFd file =
       open_at(AT_FDCWD, path_of(item).c_str(), O_WRONLY | O_CREAT | O_TRUNC, kMode);
   return file &&
@@ -197,6 +201,7 @@ bool StatusInterface::setStatus(String const& item, String const& value) {
 }
 
 bool StatusInterface::getStatus(String const& item, String& value) const {
+  const PostponedCancellation postponed;
   const UniqueFd file = rkutils::file::open_to_read(path_of(item).c_str());
   value = String();  // not before: it may be the item
   if (!file) return false;
@@ -222,6 +227,7 @@ bool StatusInterface::setLink(String const& item, String const& target) {
 unsigned long StatusInterface::setupIpcRxFifo(String const& item, StatusFifoObserver* observer) {
   constexpr mode_t kMode = 0666;
   if (observer == nullptr) return 0;
+  const PostponedCancellation postponed;
   const String path = path_of(item);
   std::unique_ptr<Fifo> fifo(new (std::nothrow) Fifo(path));
   if (!fifo) return 0;
@@ -238,6 +244,7 @@ unsigned long StatusInterface::setupIpcRxFifo(String const& item, StatusFifoObse
 }
 
 void StatusInterface::deleteIpcRxFifo(unsigned long handle) {
+  const PostponedCancellation postponed;
   Fifo** link = &fifos_;
   while (*link != nullptr && (*link)->handle() != handle) link = &(*link)->next;
   if (*link == nullptr) return;
@@ -254,6 +261,7 @@ void StatusInterface::cleanup() {
 // The observer may delete the FIFO, and destroy the interface and itself, so nothing of these is
 // touched behind its call. The bufferevent is kept, and without its callback it has been deleted.
 void StatusInterface::STATUS_FIFO_READ_EVENT(bufferevent* event, void* observer) {
+  const PostponedCancellation postponed;
   const KeptEvent kept(event);
   const bufferevent_data_cb callback = read_callback_of(event);
   do {

@@ -28,6 +28,7 @@
 #include "support/in_child.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -315,6 +316,13 @@ TEST_F(Rkevent, WrittenInPartIsMinus1AndNotContinued) {
             }),
             "-1");
   EXPECT_EQ(contents_of(kInput), record(1, 2, "part").substr(0, 100));
+}
+
+TEST_F(RkeventPipe, TakesARecordThoughCancelled) {
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = rkevent(1, 2, "text"); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(take(), record(1, 2, "text"));
 }
 
 }  // namespace

@@ -29,6 +29,7 @@
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -517,6 +518,24 @@ TEST_F(DispatchLegacyEvent, NeedsLittleStack) {
   const Socket source(create_legacy_source(context_));
   const rkevent_record record = make_record(1);
   support::run_on_small_stack([&] { EXPECT_EQ(dispatch_legacy_event(source.get(), &record), 0); });
+}
+
+TEST_F(DispatchLegacyEvent, IsFinishedThoughCancelled) {
+  Socket source;
+  Socket sink;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { source.reset(create_legacy_source(context_)); }));
+  ASSERT_NE(source, nullptr);
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { sink.reset(register_legacy_sink(context_)); }));
+  ASSERT_NE(sink, nullptr);
+  wait_until_connected(source.get(), sink.get());
+  const rkevent_record record = make_record(1, 2, "text");
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = dispatch_legacy_event(source.get(), &record); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(receive_record(sink.get()), bytes_of(record));
 }
 
 }  // namespace

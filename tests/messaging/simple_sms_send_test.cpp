@@ -19,6 +19,7 @@
 #include "support/case_name.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -213,6 +214,19 @@ TEST_F(SmsSend, NeedsLittleStack) {
   int result = -2;
   support::run_on_small_stack([&] { result = sms.send(); });
   EXPECT_EQ(result, 0);
+}
+
+TEST_F(SmsSend, SendsThoughCancelled) {
+  int result = -1;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { result = CSimpleSMS("1", "Hello").send(); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(contents_of(kFile), "To: 1\n\nHello\n");
+  install("exit 1");
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { result = CSimpleSMS("1", "Hello").send(); }));
+  EXPECT_EQ(result, -1);
+  EXPECT_THAT(outgoing_files(), SizeIs(1)) << "the first one's";
 }
 
 }  // namespace

@@ -39,6 +39,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 // Stands before the C library's. Some file systems tell no types; here an entry named "untyped" has
 // none.
@@ -615,6 +616,22 @@ TEST_F(RetrieveIncomingIds, WithoutMemoryThrowsOrGivesNothingAndLeavesNothing) {
     }
     EXPECT_LT(count, 3U);
   }
+}
+
+// ---- On threads that are cancelled ----
+
+TEST_F(Spool, IsReadThoughCancelled) {
+  put(path_of("one"), "From: 1\n\nHello");
+  Ids ids;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { CSimpleSMS::RetrieveIncomingIds(ids); }));
+  EXPECT_THAT(ids, ElementsAre(Pair(changed(path_of("one")), "one")));
+  std::unique_ptr<CSimpleSMS> sms;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { sms = read("one"); }));
+  ASSERT_NE(sms, nullptr);
+  EXPECT_EQ(sms->text, "Hello");
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { sms = read("missing"); }));
+  EXPECT_EQ(sms, nullptr);
+  EXPECT_THAT(log_.take(), ElementsAre(invalid("missing", ENOENT)));
 }
 
 }  // namespace

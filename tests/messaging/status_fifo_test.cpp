@@ -18,6 +18,7 @@
 #include <event2/event.h>
 #include <event2/event_compat.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -29,6 +30,7 @@
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -224,6 +226,29 @@ TEST_F(StatusFifo, WorksOnASmallStack) {
     status_->cleanup();
   });
   EXPECT_EQ(observer_.take_bytes(), std::string(4096, 'x'));
+}
+
+TEST_F(StatusFifo, IsMadeReadAndDeletedThoughCancelled) {
+  unsigned long handle = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { handle = status_->setupIpcRxFifo("/command", &observer_); }));
+  ASSERT_NE(handle, 0U);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { status_->deleteIpcRxFifo(handle); }));
+  EXPECT_THAT(app_tree(), IsEmpty());
+}
+
+// The observer's part is done too.
+TEST_F(StatusFifo, CallsItsObserverThoughCancelled) {
+  const unsigned long handle = status_->setupIpcRxFifo("/command", &observer_);
+  auto* const event = reinterpret_cast<bufferevent*>(handle);
+  ::bufferevent_setcb(event, nullptr, nullptr, nullptr, nullptr);
+  send(in_app("/command"), "dial");
+  base_->run();
+  observer_.then([] { ::pthread_testcancel(); });
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    StatusInterface::STATUS_FIFO_READ_EVENT(event, static_cast<StatusFifoObserver*>(&observer_));
+  }));
+  EXPECT_THAT(observer_.take(), ElementsAre(Call{handle, "dial"}));
 }
 
 // ---- Setting up ----

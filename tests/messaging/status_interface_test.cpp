@@ -26,6 +26,7 @@
 #include "support/member_type.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -578,6 +579,25 @@ TEST_F(StatusLink, FailsForANameOrTargetWithANul) {
   EXPECT_FALSE(status_.setLink("/uplink", string_of(std::string("other\0", 6))));
   EXPECT_TRUE(status_.setLink(string_of(std::string("/uplink\0", 8)), ""));
   EXPECT_THAT(app_tree(), ElementsAre(Pair("uplink", "link there")));
+}
+
+// ---- On threads that are cancelled ----
+
+TEST_F(StatusTest, IsReadAndWrittenThoughCancelled) {
+  StatusInterface status;
+  String value;
+  bool done = false;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    done = status.setup(BASEPATH_STATUS, "/app") && status.setStatus("/state", "online") &&
+           status.getStatus("/state", value) && status.setLink("/link", "state");
+  }));
+  EXPECT_TRUE(done);
+  EXPECT_STREQ(value.c_str(), "online");
+  put("/tmp/status/file", "");
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { done = status.setup(BASEPATH_STATUS, "/file/app"); }));
+  EXPECT_FALSE(done);
+  EXPECT_THAT(log_.take(), testing::SizeIs(2));
 }
 
 // ---- The end ----

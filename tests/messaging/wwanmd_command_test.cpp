@@ -4,6 +4,7 @@
 
 #include "support/case_name.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "wwanmd_fixture.h"
 
 namespace {
@@ -159,5 +160,57 @@ INSTANTIATE_TEST_SUITE_P(
                     Death{"AfterTheAnswer", "plan 1 answer close", false, 0},
                     Death{"WhileBusy", R"(plan 1 send "BUSY" close)", false, -1}),
     support::CaseName{});
+
+// ---- On threads that are cancelled ----
+
+using WwanmdCancelled = WwanmdTest;
+
+TEST_F(WwanmdCancelled, ThreadsFinishTheirExchanges) {
+  Connection connection;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { connection.reset(wwanmd_init(0, kName)); }));
+  ASSERT_NE(connection, nullptr);
+  wwanmd_buffer buffer = command("x");
+  int result = -1;
+  const auto each = {&wwanmd_command, &wwanmd_send, &wwanmd_recv};
+  for (const auto& call : each) {
+    EXPECT_TRUE(
+        support::finishes_though_cancelled([&] { result = call(connection.get(), &buffer); }));
+    EXPECT_EQ(result, 0);
+  }
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = wwanmd_open(connection.get()); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { wwanmd_close(connection.get()); }));
+  expect_exchange_succeeds(connection);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { connection.reset(); }));
+}
+
+TEST_F(WwanmdCancelled, ThreadsFinishWhatFails) {
+  int result = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = wwanmd_in_reset(7); }));
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = wwanmd_is_suspended(8); }));
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(support::finishes_though_cancelled([] { wwanmd_init(9, kName); }));
+  EXPECT_THAT(log_.take(), SizeIs(3));
+  const Connection connection = connect();
+  wwanmd_buffer buffer = command("x");
+  daemon_->kill();
+  const auto each = {&wwanmd_recv, &wwanmd_send, &wwanmd_command};
+  for (const auto& call : each) {
+    EXPECT_TRUE(
+        support::finishes_though_cancelled([&] { result = call(connection.get(), &buffer); }));
+    EXPECT_EQ(result, -1);
+  }
+  EXPECT_FALSE(log_.take().empty());
+}
+
+TEST_F(WwanmdCancelled, ThreadsFinishLookingAtAMarker) {
+  int result = 0;
+  {
+    const Marker reset(0, "reset");
+    EXPECT_TRUE(support::finishes_though_cancelled([&] { result = wwanmd_in_reset(0); }));
+  }
+  EXPECT_EQ(result, 1);
+}
 
 }  // namespace

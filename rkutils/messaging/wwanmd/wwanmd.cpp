@@ -1,3 +1,4 @@
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/sigpipe_window.h>
 #include <rkutils/memory.h>
 #include <rkutils/messaging/wwanmd/card.h>
@@ -49,6 +50,7 @@ bool needs_new_connection(const wwanmd_connection& connection, wwanmd::Outcome o
 }  // namespace
 
 wwanmd_connection* wwanmd_init(int card, const char* application_name) {
+  const internal::PostponedCancellation postponed;
   if (!wwanmd::check_card(card)) return nullptr;
   if (!is_valid_name(application_name)) {
     wwanmd::debug("invalid app name for wwanmd connection");
@@ -74,6 +76,7 @@ wwanmd_connection* wwanmd_init(int card, const char* application_name) {
 }
 
 int wwanmd_open(wwanmd_connection* connection) {
+  const internal::PostponedCancellation postponed;
   if (connection == nullptr || !wwanmd::check_card(connection->card)) return -1;
   wwanmd::disconnect(*connection);
   if (wwanmd::is_in_reset(connection->card)) {
@@ -87,6 +90,7 @@ int wwanmd_open(wwanmd_connection* connection) {
 }
 
 void wwanmd_close(wwanmd_connection* connection) {
+  const internal::PostponedCancellation postponed;
   if (connection != nullptr) wwanmd::disconnect(*connection);
 }
 
@@ -96,6 +100,7 @@ void wwanmd_free(wwanmd_connection* connection) {
 }
 
 int wwanmd_send(wwanmd_connection* connection, wwanmd_buffer* buffer) {
+  const internal::PostponedCancellation postponed;
   if (!is_usable(connection, buffer)) return -1;
   if (!wwanmd::begin_command(*connection, *buffer)) return -1;
   if (connection->socket == -1 && wwanmd_open(connection) != 0) {
@@ -111,6 +116,7 @@ int wwanmd_send(wwanmd_connection* connection, wwanmd_buffer* buffer) {
 }
 
 int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer) {
+  const internal::PostponedCancellation postponed;
   if (!is_usable(connection, buffer)) return -1;
   if (connection->socket == -1) {
     internal::SigpipeWindow sigpipe_ignored;
@@ -125,6 +131,7 @@ int wwanmd_recv(wwanmd_connection* connection, wwanmd_buffer* buffer) {
 }
 
 int wwanmd_command(wwanmd_connection* connection, wwanmd_buffer* buffer) {
+  const internal::PostponedCancellation postponed;
   if (!is_usable(connection, buffer)) return -1;
   if (connection->socket == -1 && wwanmd_open(connection) != 0) return -1;
   if (wwanmd_send(connection, buffer) != 0) return -1;
@@ -136,11 +143,13 @@ int wwanmd_command(wwanmd_connection* connection, wwanmd_buffer* buffer) {
 }
 
 int wwanmd_in_reset(int card) {
+  const internal::PostponedCancellation postponed;
   if (!wwanmd::check_card(card)) return -1;
   return wwanmd::is_in_reset(card) ? 1 : 0;
 }
 
 int wwanmd_is_suspended(int card) {
+  const internal::PostponedCancellation postponed;
   if (!wwanmd::check_card(card)) return -1;
   return wwanmd::is_suspended(card) ? 1 : 0;
 }
