@@ -66,7 +66,8 @@
  *
  * Threads and signals. Nothing is locked. Threads may ask one table at the same time as long as
  * none of them changes it; different tables are independent. The functions are not for signal
- * handlers. A call that a signal interrupts goes on.
+ * handlers. A call that a signal interrupts goes on. A thread that is cancelled (pthread_cancel(3))
+ * finishes its call first, callbacks included.
  */
 #ifndef RKUTILS_CFREAD_H
 #define RKUTILS_CFREAD_H

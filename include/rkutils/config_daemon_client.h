@@ -35,7 +35,8 @@
  * queue of a hung daemon is full.
  *
  * Threads and signals: an object is for one thread at a time, as its String arguments are. Every
- * wait for a reply leaves SIGPIPE at its default action. Not for signal handlers.
+ * wait for a reply leaves SIGPIPE at its default action. A thread that is cancelled
+ * (pthread_cancel(3)) finishes its call first. Not for signal handlers.
  */
 #ifndef RKUTILS_CONFIG_DAEMON_CLIENT_H
 #define RKUTILS_CONFIG_DAEMON_CLIENT_H

@@ -41,8 +41,8 @@
  *
  * Threads and signals: nothing is locked. Several threads may call getters of one reader as long as
  * none calls anything else, and as long as they only read what they get: a copy of a String counts
- * itself in the text that it shares with the reader. A call that a signal interrupts goes on. Not
- * for signal handlers.
+ * itself in the text that it shares with the reader. A call that a signal interrupts goes on. A
+ * thread that is cancelled (pthread_cancel(3)) finishes its call first. Not for signal handlers.
  */
 #ifndef RKUTILS_CONFIG_READER_H
 #define RKUTILS_CONFIG_READER_H

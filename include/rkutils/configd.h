@@ -45,7 +45,9 @@
  * in one process do not disturb each other. While a reply is waited for, SIGPIPE is ignored in the
  * whole process, and afterwards it has its default action, whatever it had before: a program that
  * ignores SIGPIPE must do so again after each exchange. Of several threads that wait at once, each
- * with its own handle, the first to end sets the default for all.
+ * with its own handle, the first to end sets the default for all. A thread that is cancelled
+ * (pthread_cancel(3)) finishes its call first, with all its waits: a reply that nobody took would
+ * answer the handle's next query.
  *
  * Children. A handle is not for a forked child: both would receive each other's replies, and
  * closing or re-opening it in the child, or a failed exchange there, removes the parent's socket

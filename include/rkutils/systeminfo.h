@@ -40,8 +40,9 @@
  * Threads and signals. systeminfo_init() and a table of one's own, get_generation(),
  * has_sim_holder() and in_maintenance() may be used by several threads at once. All others share
  * buffers that belong to the library, or the remembered hardware type, without a lock: one thread
- * at a time, and readfile() counts among them. Nothing here is for signal handlers. Descriptors are
- * opened close-on-exec, and none stays open.
+ * at a time, and readfile() counts among them. A thread that is cancelled (pthread_cancel(3))
+ * finishes its call first. Nothing here is for signal handlers. Descriptors are opened
+ * close-on-exec, and none stays open.
  *
  * oem() is a general name. A program that links the shared library may define a function of that
  * name in a file that does not include this header: its own calls reach its own function, and the

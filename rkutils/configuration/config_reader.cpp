@@ -3,6 +3,7 @@
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/hash_table.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/text.h>
 
@@ -15,6 +16,7 @@
 #include <utility>
 
 using rkutils::configuration::indexed_key;
+using rkutils::internal::PostponedCancellation;
 
 namespace {
 
@@ -41,6 +43,7 @@ String const* find(INStringHashTable const* table, char const* key) noexcept {
 // Looks before anything is made for the value: a duplicate needs no memory.
 bool is_new(INStringHashTable const& table, char const* key, char const* value) noexcept {
   if (find(&table, key) == nullptr) return true;
+  const PostponedCancellation postponed;
   std::printf("cfg: Ignoring duplicate tag:%s=%s\n", key, value);
   return false;
 }
@@ -116,6 +119,7 @@ ConfigReader::ConfigReader() : table_(nullptr) {}
 ConfigReader::~ConfigReader() { ConfigReader::cleanup(); }
 
 bool ConfigReader::initialize(String const& path, unsigned long size) {
+  const PostponedCancellation postponed;
   const String own_path = path;  // it may be one of the values that go now
   cleanup();
   ConfigReader::cleanup();  // a derived class's own may not have called it

@@ -1,6 +1,7 @@
 #include <rkutils/configd.h>
 #include <rkutils/configuration/configd_protocol.h>
 #include <rkutils/configuration/configd_queries.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/sigpipe_window.h>
 #include <rkutils/internal/text_hash.h>
 #include <rkutils/internal/unique_fd.h>
@@ -161,6 +162,7 @@ int exchange_done(configd_connection* connection) {
 }  // namespace
 
 configd_connection* configd_open(void) {
+  const internal::PostponedCancellation postponed;
   auto* connection = static_cast<configd_connection*>(zalloc(sizeof(configd_connection)));
   if (connection == nullptr) {
     ::syslog(LOG_ERR, "no mem for configd connection");
@@ -184,6 +186,7 @@ void configd_close(configd_connection* connection) {
 
 int __configd_open(configd_connection* connection) {
   if (connection == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
   if (connection->socket != -1) __configd_close(connection);
 
   internal::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -205,6 +208,7 @@ int __configd_open(configd_connection* connection) {
 
 void __configd_close(configd_connection* connection) {
   if (connection == nullptr) return;
+  const internal::PostponedCancellation postponed;
   // Programs depend on descriptor 1 staying open, hence the odd number. Closing -1 only fails.
   if (connection->socket != 1) ::close(connection->socket);
   connection->socket = -1;
@@ -215,6 +219,7 @@ void __configd_close(configd_connection* connection) {
 
 int configd_send(configd_connection* connection, const void* buffer, int length) {
   if (connection == nullptr || connection->socket < 0 || buffer == nullptr || length < 1) return -1;
+  const internal::PostponedCancellation postponed;
 
   sockaddr_un server;
   if (!internal::make_unix_address(connection->server_path, server)) return -1;
@@ -228,6 +233,7 @@ int configd_send(configd_connection* connection, const void* buffer, int length)
 
 int configd_recv(configd_connection* connection, void* buffer, int size) {
   if (connection == nullptr || connection->socket < 0 || buffer == nullptr || size <= 0) return -1;
+  const internal::PostponedCancellation postponed;
 
   const internal::SigpipeWindow sigpipe_ignored;
   if (!internal::wait_readable(connection->socket, kReplyWaitMs)) return -1;
@@ -243,6 +249,7 @@ int configd_recv(configd_connection* connection, void* buffer, int size) {
 
 int configd_prepare_get(configd_connection* connection, configd_query* entry) {
   if (connection == nullptr || entry == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
 
   char request[configd::kQueryRequestSize];
   const int length = static_cast<int>(configd::build_query(entry->key, request));
@@ -270,6 +277,7 @@ int configd_get(configd_connection* connection, configd_query* entries) {
 
 int configd_set(configd_connection* connection, const configd_query* entries) {
   if (connection == nullptr || entries == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
   const int result = exchange_assignments(connection, entries);
   if (result < -1) reset(connection);
   return result;
@@ -277,6 +285,7 @@ int configd_set(configd_connection* connection, const configd_query* entries) {
 
 int configd_done(configd_connection* connection) {
   if (connection == nullptr) return -1;
+  const internal::PostponedCancellation postponed;
   const int result = exchange_done(connection);
   if (result < 0) reset(connection);
   return result;
@@ -307,6 +316,7 @@ int configd_add_query(configd_connection* connection, const char* format, ...) {
 const char* configd_fetch(configd_connection* connection, const char* format, ...) {
   if (connection == nullptr || format == nullptr) return "";
   if (connection->fetched == 0) {
+    const internal::PostponedCancellation postponed;
     if (configd_get(connection, nullptr) != 0) {
       ::syslog(LOG_ERR, "configd_get failed");
       return "";
@@ -321,6 +331,7 @@ const char* configd_fetch(configd_connection* connection, const char* format, ..
   const QueuedQuery* queued = nullptr;
   if (key.valid()) queued = connection->index.find(key.text(), internal::hash_text(key.text()));
   if (queued == nullptr) {
+    const internal::PostponedCancellation postponed;
     ::syslog(LOG_DEBUG, "key '%s' not found", key.text());
     return "";
   }

@@ -6,9 +6,11 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include "cfread_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -162,6 +164,22 @@ TEST_F(CfreadCallback, MayReadOtherFiles) {
   Passed passed;
   EXPECT_EQ(cfread_parse_with_callback(path.c_str(), parse_again, &passed, false), 0);
   EXPECT_THAT(passed, ElementsAre(Pair("b", "2"), Pair("b", "2")));
+}
+
+// What the callback does is done too.
+TEST_F(CfreadCallback, IsCalledToTheEndThoughCancelled) {
+  const std::string path = file("a.conf", "a=1\nb=2\n");
+  const auto keep_at_cancellation_point = [](const char* key, const char* value, void* passed) {
+    ::pthread_testcancel();
+    return keep_all(key, value, passed);
+  };
+  Passed passed;
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    result = cfread_parse_with_callback(path.c_str(), keep_at_cancellation_point, &passed, false);
+  }));
+  EXPECT_EQ(result, 0);
+  EXPECT_THAT(passed, ElementsAre(Pair("a", "1"), Pair("b", "2")));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "support/allocation_faults.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -122,6 +123,13 @@ TEST_F(ReadFileLines, ReadsTenThousandLines) {
 TEST_F(ReadFileLines, WorksOnASmallStack) {
   const std::string path = file("a", std::string(100000, 'x'));
   support::run_on_small_stack([&] { EXPECT_EQ(read(path), 98); });
+}
+
+TEST_F(ReadFileLines, AreReadThoughCancelled) {
+  const std::string path = file("a", "one\ntwo\n");
+  int count = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { count = read(path); }));
+  EXPECT_EQ(count, 2);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -322,6 +323,23 @@ TEST_F(CfreadOpen, WorksOnASmallStack) {
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(table->count, 2);
   });
+}
+
+TEST_F(CfreadOpen, ReadsThoughCancelled) {
+  put(at("b.conf"), "b=2\n");
+  const std::string path = file("a.conf", "a=1\ninclude b.conf\n");
+  Table table;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { table = open_table(path); }));
+  ASSERT_NE(table, nullptr);
+  EXPECT_EQ(table->count, 2);
+}
+
+TEST_F(CfreadOpen, FailsThoughCancelled) {
+  const std::string path = file("a.conf", "a=1\nunterminated");
+  Table table;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { table = open_table(path); }));
+  EXPECT_EQ(table, nullptr);
+  EXPECT_THAT(log_.take(), testing::SizeIs(1));
 }
 
 TEST(CfreadClose, OfNullDoesNothing) { cfread_close(nullptr); }

@@ -19,6 +19,7 @@
 #include "cfread_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/rounds.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -192,6 +193,25 @@ TEST_F(CfreadSetEntry, WithoutMemoryForTheRecordHasLostTheReplacedEntry) {
   EXPECT_EQ(table()->count, 1);
   EXPECT_THAT(keys_by_slot(), ElementsAre("", "b"));
   EXPECT_EQ(find("a"), nullptr);
+}
+
+TEST_F(CfreadSetEntry, FailsThoughCancelled) {
+  set("a", "1");
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { EXPECT_EQ(set_without_memory(1, "b", "2"), nullptr); }));
+  EXPECT_THAT(log_.take(), ElementsAre(unable_to_add("b")));
+  EXPECT_THAT(keys_by_slot(), ElementsAre("a"));
+}
+
+TEST_F(CfreadSetEntry, EndsTheProcessThoughCancelled) {
+  EXPECT_EQ(exit_status_of([&] {
+              support::finishes_though_cancelled([&] {
+                const support::FailingAllocation failing(1);
+                set("a", "1");
+              });
+            }),
+            EXIT_FAILURE);
+  EXPECT_THAT(log_.take(), ElementsAre(emergency("cfread: unable to get a free index")));
 }
 
 // Allocation 2 is the key's copy, 3 the value's.

@@ -14,6 +14,7 @@
 #include "support/case_name.h"
 #include "support/member_type.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -648,6 +649,20 @@ TEST_F(UnconnectedClient, WithoutMemoryFailsEveryCall) {
   EXPECT_TRUE(handle.happened());
   EXPECT_THAT(log_.take(), ElementsAre(err("no mem for configd connection")));
   expect_every_call_fails(client);
+}
+
+// ---- On threads that are cancelled ----
+
+TEST_F(ConfigDaemonClientTest, FinishesThoughCancelled) {
+  bool set = false;
+  String value;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    const ConfigDaemonClient client;
+    set = client.setValue("name", "box");
+    client.getValue("name", value);
+  }));
+  EXPECT_TRUE(set);
+  EXPECT_STREQ(value.c_str(), "box");
 }
 
 }  // namespace

@@ -36,6 +36,7 @@
 #include "support/rounds.h"
 #include "support/small_stack.h"
 #include "support/standard_output.h"
+#include "support/though_cancelled.h"
 #include "support/virtual_slot.h"
 
 namespace {
@@ -378,6 +379,18 @@ TEST_F(ConfigReaderTest, ReadsOnASmallStack) {
   });
   EXPECT_TRUE(success);
   EXPECT_EQ(number, 1);
+}
+
+TEST_F(ConfigReaderTest, ReadsThoughCancelled) {
+  write_file("a=1\na=2\nb=3\n");
+  bool success = false;
+  bool finished = false;
+  standard_output_of([&] {
+    finished = support::finishes_though_cancelled([&] { success = reader_.initialize(kPath, 16); });
+  });
+  EXPECT_TRUE(finished);
+  EXPECT_TRUE(success);
+  EXPECT_EQ(value_of(reader_, "b"), "3");
 }
 
 // ---- What is not a file of settings ----
@@ -755,6 +768,20 @@ TEST_F(ConfigReaderTest, AddsNoSecondSettingOfAKey) {
             "cfg: Ignoring duplicate tag:a= %s\n\n");
   EXPECT_FALSE(added);
   EXPECT_EQ(value("a"), "1");
+}
+
+TEST_F(ConfigReaderTest, AddsNoSecondSettingOfAKeyThoughCancelled) {
+  read("a=1\n");
+  bool added = true;
+  bool finished = false;
+  const std::string output = standard_output_of([&] {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);  // written at once
+    finished = support::finishes_though_cancelled([&] { added = reader_.add("a", "2"); });
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  });
+  EXPECT_TRUE(finished);
+  EXPECT_FALSE(added);
+  EXPECT_EQ(output, "cfg: Ignoring duplicate tag:a=2\n");
 }
 
 TEST_F(ConfigReaderTest, AddsWhatIsBehindANulInAValueButNotInAKey) {

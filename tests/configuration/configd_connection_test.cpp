@@ -23,6 +23,7 @@
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/stopwatch.h"
+#include "support/though_cancelled.h"
 #include "support/without_override.h"
 
 namespace {
@@ -118,6 +119,36 @@ TEST_F(ConfigdOpen, TwoHandlesOfAProcessHaveSocketsOfTheirOwn) {
   ASSERT_THAT(datagrams, SizeIs(4));
   EXPECT_EQ(datagrams[0].client, expected_client_path(one.get()));
   EXPECT_EQ(datagrams[2].client, expected_client_path(two.get()));
+}
+
+TEST_F(ConfigdOpen, OpensThoughCancelled) {
+  Connection connection;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { connection.reset(configd_open()); }));
+  ASSERT_NE(connection, nullptr);
+  expect_exchange_succeeds(connection.get());
+  int result = -1;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { result = __configd_open(connection.get()); }));
+  EXPECT_EQ(result, 0);
+  expect_exchange_succeeds(connection.get());
+}
+
+TEST_F(ConfigdOpen, FailsThoughCancelled) {
+  Connection connection = connect();
+  __configd_close(connection.get());
+  bool finished = false;
+  {
+    const support::NoMoreDescriptors no_more;
+    finished = support::finishes_though_cancelled([&] { __configd_open(connection.get()); });
+  }
+  EXPECT_TRUE(finished);
+  EXPECT_THAT(log_.take(), ElementsAre(err("cannot open socket to configd")));
+  EXPECT_TRUE(support::finishes_though_cancelled([&] {
+    const support::FailingAllocation handle(1);
+    connection.reset(configd_open());
+  }));
+  EXPECT_EQ(connection, nullptr);
+  EXPECT_THAT(log_.take(), ElementsAre(err("no mem for configd connection")));
 }
 
 class ConfigdReopen : public ConfigdTest {};
@@ -293,6 +324,15 @@ TEST_F(ConfigdShut, OfAHandleThatCouldNotBeReopenedReleasesIt) {
   connection.reset();
 }
 
+TEST_F(ConfigdShut, ClosesThoughCancelled) {
+  Connection connection = connect();
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { __configd_close(connection.get()); }));
+  EXPECT_THAT(client_files(), IsEmpty());
+  connection = connect();
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { connection.reset(); }));
+  EXPECT_THAT(client_files(), IsEmpty());
+}
+
 class ConfigdSend : public ConfigdTest {};
 
 TEST_F(ConfigdSend, SendsTheBytesAsTheyAre) {
@@ -462,6 +502,21 @@ TEST_F(ConfigdRecv, WorksOnADescriptorBeyond1024) {
   const Connection connection = connect();
   expect_exchange_succeeds(connection.get());
   for (const int filler : fillers) ::close(filler);
+}
+
+TEST_F(ConfigdRecv, ExchangesThoughCancelled) {
+  const Connection connection = connect();
+  daemon_->set_value("a", "1");
+  int sent = -1;
+  int received = -1;
+  std::string buffer(16, '#');
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { sent = configd_send(connection.get(), "?a\n", 4); }));
+  EXPECT_EQ(sent, 4);
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { received = configd_recv(connection.get(), buffer.data(), 16); }));
+  EXPECT_GT(received, 0);
+  EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);
 }
 
 }  // namespace

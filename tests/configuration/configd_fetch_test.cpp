@@ -6,6 +6,7 @@
 #include "configd_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -268,6 +269,29 @@ TEST_F(ConfigdFetch, WorksOnASmallStackFromOpeningToClosing) {
     value = configd_fetch(connection.get(), "%s", "a");
   });
   EXPECT_EQ(value, "1");
+}
+
+TEST_F(ConfigdFetch, AsksThoughCancelled) {
+  daemon_->set_value("a", "1");
+  const Connection connection = connect();
+  configd_add_query(connection.get(), "a");
+  const char* value = nullptr;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { value = configd_fetch(connection.get(), "a"); }));
+  EXPECT_STREQ(value, "1");
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { value = configd_fetch(connection.get(), "b"); }));
+  EXPECT_STREQ(value, "");
+  EXPECT_THAT(log_.take(), ElementsAre(debug("key 'b' not found")));
+}
+
+TEST_F(ConfigdFetch, FailsThoughCancelled) {
+  const Connection connection = connect();
+  configd_add_query(connection.get(), "a");
+  daemon_->kill();
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { configd_fetch(connection.get(), "a"); }));
+  EXPECT_THAT(log_.take(),
+              ElementsAre(err("unable to send query to configd"), err("configd_get failed")));
 }
 
 TEST_F(ConfigdFetch, AllocatesNothing) {

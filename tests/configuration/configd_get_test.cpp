@@ -7,6 +7,7 @@
 
 #include "configd_fixture.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -358,6 +359,37 @@ TEST_F(ConfigdGet, WorksOnASmallStack) {
   int result = -1;
   support::run_on_small_stack([&] { result = configd_get(connection.get(), array.data()); });
   EXPECT_EQ(result, 0);
+}
+
+// The reply is taken, so that it answers no later query.
+TEST_F(ConfigdGet, ExchangesThoughCancelled) {
+  daemon_->set_value("a", "1");
+  daemon_->set_value("b", "2");
+  const Connection connection = connect();
+  auto array = entries({{"a", ""}, {"b", ""}});
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = configd_prepare_get(connection.get(), array.data()); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(array[0].value, "1");
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = configd_get(connection.get(), array.data()); }));
+  EXPECT_EQ(result, 0);
+  EXPECT_STREQ(array[1].value, "2");
+  expect_exchange_succeeds(connection.get());
+}
+
+TEST_F(ConfigdGet, FailsThoughCancelled) {
+  const Connection connection = connect();
+  auto array = entries({{"a", ""}});
+  daemon_->kill();
+  int result = 0;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = configd_get(connection.get(), array.data()); }));
+  EXPECT_EQ(result, -1);
+  EXPECT_THAT(log_.take(), ElementsAre(err("unable to send query to configd")));
+  daemon_->start();
+  expect_exchange_succeeds(connection.get());
 }
 
 }  // namespace

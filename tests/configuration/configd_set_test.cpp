@@ -6,6 +6,7 @@
 #include "configd_fixture.h"
 #include "support/case_name.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -225,6 +226,21 @@ TEST_F(ConfigdSetLength, WorksOnASmallStack) {
   EXPECT_EQ(result, 0);
 }
 
+TEST_F(ConfigdSet, ExchangesThoughCancelled) {
+  const Connection connection = connect();
+  const auto array = entries({{"a", "1"}});
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = configd_set(connection.get(), array.data()); }));
+  EXPECT_EQ(result, 0);
+  daemon_->command("fault 1 reply \"b=1\"");
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = configd_set(connection.get(), array.data()); }));
+  EXPECT_LT(result, -1);
+  EXPECT_THAT(log_.take(), testing::SizeIs(1));
+  expect_exchange_succeeds(connection.get());
+}
+
 class ConfigdDone : public ConfigdTest {};
 
 TEST_F(ConfigdDone, SendsFiveBytesWithoutANul) {
@@ -356,6 +372,18 @@ TEST_F(ConfigdDone, CutsAnAnswerThatDoesNotFit) {
   // A C library may cut a message of this length, and then at its end.
   const std::string whole = "invalid response <" + std::string(16382, 'r') + "> from configd";
   EXPECT_EQ(messages.front().text, whole.substr(0, messages.front().text.size()));
+}
+
+TEST_F(ConfigdDone, ExchangesThoughCancelled) {
+  const Connection connection = connect();
+  int result = -1;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = configd_done(connection.get()); }));
+  EXPECT_EQ(result, 0);
+  daemon_->command("fault 1 reply \"Never\"");
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { result = configd_done(connection.get()); }));
+  EXPECT_EQ(result, -4);
+  EXPECT_THAT(log_.take(), testing::SizeIs(1));
+  expect_exchange_succeeds(connection.get());
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
 
@@ -217,6 +218,13 @@ TEST_F(Oem, WorksOnASmallStack) {
   support::run_on_small_stack([] { EXPECT_STREQ(oem("Vendor"), "abc"); });
 }
 
+TEST_F(Oem, ReadsThoughCancelled) {
+  put(kOemFile, "Vendor=abc\n");
+  const char* vendor = nullptr;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { vendor = oem("Vendor"); }));
+  EXPECT_STREQ(vendor, "abc");
+}
+
 TEST_F(Oem, ReadsToTheKeyThroughSignals) {
   std::filesystem::create_directory("/etc/oem");
   ASSERT_EQ(::mkfifo(kOemFile, 0600), 0);
@@ -408,6 +416,13 @@ TEST_F(GetProduct, TakesRandomBytes) {
 TEST_F(GetProduct, WorksOnASmallStack) {
   put(kOemFile, "ProductType=any\n");
   support::run_on_small_stack([] { EXPECT_STREQ(get_product(), "any"); });
+}
+
+TEST_F(GetProduct, ReadsThoughCancelled) {
+  put(kOemFile, "ProductType=any\n");
+  const char* product = nullptr;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { product = get_product(); }));
+  EXPECT_STREQ(product, "any");
 }
 
 }  // namespace

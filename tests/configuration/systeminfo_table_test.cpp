@@ -30,6 +30,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 #include "support/without_override.h"
 #include "systeminfo_fixture.h"
 
@@ -256,6 +257,13 @@ TEST_F(SysteminfoInit, KeepsTheVariablesWhenTheFileChanges) {
 TEST_F(SysteminfoInit, WorksOnASmallStack) {
   put(kVariables, lines(256));
   support::run_on_small_stack([] { EXPECT_NE(Table(systeminfo_init()), nullptr); });
+}
+
+TEST_F(SysteminfoInit, ReadsThoughCancelled) {
+  put(kVariables, lines(2));
+  Table table;
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { table.reset(systeminfo_init()); }));
+  EXPECT_NE(table, nullptr);
 }
 
 TEST_F(SysteminfoInit, WorksOnSeveralThreadsAtOnce) {

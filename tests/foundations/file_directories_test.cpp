@@ -20,6 +20,7 @@
 #include "support/open_descriptors.h"
 #include "support/rounds.h"
 #include "support/small_stack.h"
+#include "support/though_cancelled.h"
 
 namespace {
 
@@ -74,6 +75,15 @@ TEST_F(CreateDirectory, SetsTheModeWhereItCannotBeDoneByName) {
   support::run_with_failing_calls({{SystemCall::kChangeModeByName, EOPNOTSUPP}},
                                   [&] { result = create_directory(at("a/b").c_str()); });
   EXPECT_EQ(result, 0);
+  EXPECT_THAT(tree(), ElementsAre(Pair("a", "dir 555"), Pair("a/b", "dir 555")));
+}
+
+TEST_F(CreateDirectory, SetsTheModeThoughCancelled) {
+  bool finished = false;
+  support::run_with_failing_calls({{SystemCall::kChangeModeByName, EOPNOTSUPP}}, [&] {
+    finished = support::finishes_though_cancelled([&] { create_directory(at("a/b").c_str()); });
+  });
+  EXPECT_TRUE(finished);
   EXPECT_THAT(tree(), ElementsAre(Pair("a", "dir 555"), Pair("a/b", "dir 555")));
 }
 
@@ -321,6 +331,14 @@ TEST_F(EmptyDirectory, FollowsALink) {
   make_link("a/b", at("empty"));
   EXPECT_EQ(empty_directory(at("full").c_str()), 0);
   EXPECT_EQ(empty_directory(at("empty").c_str()), 1);
+}
+
+TEST_F(EmptyDirectory, LooksThoughCancelled) {
+  make_folders(at("a/b"));
+  int result = -1;
+  EXPECT_TRUE(
+      support::finishes_though_cancelled([&] { result = empty_directory(at("a").c_str()); }));
+  EXPECT_EQ(result, 0);
 }
 
 TEST_F(EmptyDirectory, RefusesNullAndTheEmptyPath) {

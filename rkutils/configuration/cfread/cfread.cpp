@@ -1,6 +1,7 @@
 #include <rkutils/cfread.h>
 #include <rkutils/configuration/cfread/parser.h>
 #include <rkutils/configuration/cfread/table.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/memory.h>
 
 #include <cstddef>
@@ -41,6 +42,7 @@ bool is_empty(const char* text) { return text == nullptr || *text == '\0'; }
 }  // namespace
 
 cfread_table* cfread_open(const char* path) {
+  const rkutils::internal::PostponedCancellation postponed;
   UniqueTable table = make_table(path);
   if (table == nullptr || !cfread::parse(*table, path)) return nullptr;
   table->filename = path_of(table.get());
@@ -70,6 +72,7 @@ cfread_entry* cfread_set_entry(cfread_table* table, const char* key, const char*
 int cfread_parse_with_callback(const char* path, cfread_callback callback, void* userdata,
                                bool report_empty) {
   if (callback == nullptr) return -1;
+  const rkutils::internal::PostponedCancellation postponed;
   cfread_table table = {};
   table.callback = callback;
   table.userdata = userdata;

@@ -4,6 +4,7 @@
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/internal/errno_restorer.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 
@@ -18,6 +19,7 @@ namespace {
 
 using rkutils::file::LineSource;
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 constexpr int kOpenFailed = -1;
@@ -38,6 +40,7 @@ file_line* make_line(const char* piece) {
 
 int read_file_lines(const char* path, list_node* list) {
   if (path == nullptr || list == nullptr) return kOpenFailed;
+  const PostponedCancellation postponed;
   UniqueFd file = rkutils::file::open_to_read(path);
   if (!file) return kOpenFailed;
   LineSource lines(std::move(file), rkutils::cfread::kPieceLength);

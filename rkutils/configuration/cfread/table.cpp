@@ -2,6 +2,7 @@
 #include <rkutils/configuration/cfread/table.h>
 #include <rkutils/configuration/cfread/text_copy.h>
 #include <rkutils/configuration/cfread/value_number.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/text_hash.h>
 #include <rkutils/memory.h>
 
@@ -13,9 +14,12 @@
 namespace rkutils::cfread {
 namespace {
 
+using internal::PostponedCancellation;
+
 std::int32_t find_free_or_exit(Slots slots) {
   const std::int32_t slot = slots.find_free();
   if (slot == Slots::kNone) {
+    const PostponedCancellation postponed;
     ::syslog(LOG_EMERG, "cfread: unable to get a free index");
     std::exit(EXIT_FAILURE);
   }
@@ -23,6 +27,7 @@ std::int32_t find_free_or_exit(Slots slots) {
 }
 
 cfread_entry* report_no_memory(const cfread_table& table, const char* key) {
+  const PostponedCancellation postponed;
   ::syslog(LOG_ERR, "cfread: unable to add entry '%s' in %s", key,
            table.filename != nullptr ? table.filename : "");
   return nullptr;

@@ -3,6 +3,7 @@
 #include <rkutils/configuration/systeminfo/lines.h>
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 #include <rkutils/systeminfo.h>
@@ -36,6 +37,7 @@ const char* oem(const char* key) {
   static char line[kOemSize];
   *line = '\0';
   if (key == nullptr) return line;
+  const rkutils::internal::PostponedCancellation postponed;
   rkutils::internal::UniqueFd file = rkutils::file::open_to_read(kOemFile);
   if (!file) return line;
   rkutils::file::LineSource lines(std::move(file), sizeof line - 1);

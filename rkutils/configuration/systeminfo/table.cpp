@@ -4,6 +4,7 @@
 #include <rkutils/foundations/file/line_source.h>
 #include <rkutils/foundations/file/system_calls.h>
 #include <rkutils/foundations/text/decimal.h>
+#include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/memory.h>
 #include <rkutils/systeminfo.h>
@@ -20,6 +21,7 @@
 namespace sysinfo = rkutils::sysinfo;
 namespace file = rkutils::file;
 
+using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueFd;
 
 namespace {
@@ -87,6 +89,7 @@ const char* find_value(const systeminfo* table, const char* name) {
 }  // namespace
 
 systeminfo* systeminfo_init(void) {
+  const PostponedCancellation postponed;
   UniqueTable table(static_cast<systeminfo*>(zalloc(sizeof(systeminfo))));
   if (!table) return nullptr;
   UniqueFd opened = file::open_to_read(kVariablesFile);
