@@ -15,12 +15,14 @@
  * Numbers are what the text begins with, and 0 where it begins with none. The raw value is read as
  * by atoi(3); one that an int cannot hold wraps in 32 bits, on every host. The scale is read as by
  * atof(3); a program that sets a locale (LC_NUMERIC) whose numbers have a comma makes the C library
- * expect one there, if it has such locales.
+ * expect one there, if it has such locales. A product that a float cannot hold is infinite.
  *
  * Nothing is logged, and errno means nothing. Nothing waits but for the driver.
  *
- * Threads and signals: threads may call these functions at once, with results of their own. Nothing
- * here is for signal handlers. Descriptors are opened close-on-exec, and none stays open.
+ * Threads and signals: threads may call these functions at once, with results of their own. A
+ * thread that is cancelled (pthread_cancel(3)) finishes its call first. What signals interrupt is
+ * done again. Nothing here is for signal handlers. Descriptors are opened close-on-exec, and none
+ * stays open.
  */
 #ifndef RKUTILS_ADC_H
 #define RKUTILS_ADC_H

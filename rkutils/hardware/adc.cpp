@@ -3,6 +3,7 @@
 #include <rkutils/adc.h>
 #include <rkutils/file.h>
 #include <rkutils/foundations/text/decimal.h>
+#include <rkutils/internal/postponed_cancellation.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -41,6 +42,7 @@ int read_divided(const char* raw_path, const char* scale_path, double divider, f
 int adc_read(const char* raw_path, const char* scale_path, float* out) {
   if (out == nullptr) return -1;
   *out = 0;
+  const rkutils::internal::PostponedCancellation postponed;
   const Reading raw(raw_path);
   if (raw.is_empty()) return -1;
   const std::int32_t value = rkutils::text::read_decimal(raw.text());

@@ -7,9 +7,12 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -21,6 +24,7 @@
 #include "support/put_file.h"
 #include "support/small_stack.h"
 #include "support/syslog_collector.h"
+#include "support/though_cancelled.h"
 #include "support/without_override.h"
 
 namespace {
@@ -153,10 +157,25 @@ TEST_F(AdcRead, FailsWhereTheDriverDoes) {
 
 TEST_F(AdcRead, ReadsAgainAfterASignal) {
   support::put(kRaw, "100\n");
-  Reading reading = {};
-  support::run_with_failing_calls({{support::SystemCall::kRead, EINTR, 0, 3}},
-                                  [&] { reading = read_without_scale(); });
-  EXPECT_EQ(reading, (Reading{0, bits(100.0F)}));
+  for (const auto call : {support::SystemCall::kOpen, support::SystemCall::kRead}) {
+    Reading reading = {};
+    support::run_with_failing_calls({{call, EINTR, 0, 3}}, [&] { reading = read_without_scale(); });
+    EXPECT_EQ(reading, (Reading{0, bits(100.0F)}));
+  }
+}
+
+TEST_F(AdcRead, OpensNothingForOtherPrograms) {
+  support::put(kRaw, "12\n");
+  support::put(kScale, "0.5\n");
+  std::vector<int> flags;
+  flags.reserve(16);
+  support::FailingCall read = {support::SystemCall::kRead, 0};
+  read.decide = [&](const support::CallArguments& arguments) {
+    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
+    return std::optional<std::int64_t>();
+  };
+  support::run_with_failing_calls({read}, [] { read_with_scale(); });
+  EXPECT_THAT(flags, testing::AllOf(testing::SizeIs(testing::Ge(2U)), testing::Each(FD_CLOEXEC)));
 }
 
 // ---- Scales ----
@@ -247,6 +266,14 @@ TEST_F(AdcRead, WorksOnASmallStack) {
   EXPECT_EQ(reading, (Reading{0, bits(10000)}));
 }
 
+TEST_F(AdcRead, FinishesThoughItsThreadIsCancelled) {
+  support::put(kRaw, "12\n");
+  support::put(kScale, "0.5\n");
+  Reading reading = {};
+  EXPECT_TRUE(support::finishes_though_cancelled([&] { reading = read_with_scale(); }));
+  EXPECT_EQ(reading, (Reading{0, bits(6)}));
+}
+
 TEST_F(AdcRead, FailsWithoutDescriptors) {
   support::put(kRaw, "100\n");
   Reading reading = {};
@@ -326,7 +353,8 @@ TEST_P(Dw4600AdcVoltage, IsTheFloatNextToTheProduct) {
 }
 
 // The factor in double precision, over a product of floats: in all of these but the first three a
-// float for the factor gives another, and in those with a scale of 0.1 doubles throughout do.
+// float for the factor gives another (but in the one that no float can hold), and in those with a
+// scale of 0.1 doubles throughout do.
 INSTANTIATE_TEST_SUITE_P(Cases, Dw4600AdcVoltage,
                          testing::Values(Voltage{"OfZero", "0", "0.5", 0},
                                          Voltage{"OfOne", "1", "1", 0x41F30831},
@@ -335,7 +363,8 @@ INSTANTIATE_TEST_SUITE_P(Cases, Dw4600AdcVoltage,
                                          Voltage{"Of45", "45", "1", 0x44AAE1C3},
                                          Voltage{"Of4095", "4095", "1", 0x47F2F901},
                                          Voltage{"Of21Tenths", "21", "0.1", 0x427F2F02},
-                                         Voltage{"Of53Tenths", "53", "0.1", 0x4321023B}),
+                                         Voltage{"Of53Tenths", "53", "0.1", 0x4321023B},
+                                         Voltage{"TooLarge", "1", "1e38", 0x7F800000}),
                          support::CaseName());
 
 TEST_F(Dw4600Adc, ReadsAnyInputWithTheScaleOfAll) {
