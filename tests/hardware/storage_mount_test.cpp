@@ -253,8 +253,8 @@ std::string long_line(std::size_t length) {
   return begin + std::string(length - begin.size() - 1, 'o') + "\n";
 }
 
-// A line of more than one piece, whose last one is this text.
-std::string cut_line(const std::string& rest) { return std::string(255, 'x') + rest + "\n"; }
+// A line that is too long, with this text behind the 256 bytes that tell.
+std::string cut_line(const std::string& rest) { return std::string(256, 'x') + rest + "\n"; }
 
 constexpr char kOther[] = "/dev/sdQ1 /b tmpfs rw 0 0\n";
 
@@ -286,8 +286,11 @@ INSTANTIATE_TEST_SUITE_P(
         Lines{"511Bytes", long_line(511) + kOther, "/b"},
         Lines{"OneOf10000Bytes", long_line(10000), ""},
         Lines{"254BytesAtTheEnd", long_line(255).substr(0, 254), "/a"},
+        Lines{"255BytesAtTheEnd", long_line(256).substr(0, 255), "/a"},
+        Lines{"256BytesAtTheEnd", long_line(257).substr(0, 256), ""},
         Lines{"300BytesAtTheEnd", long_line(301).substr(0, 300), ""},
         Lines{"RestOfALongLine", cut_line("/dev/sdQ1 /a tmpfs"), ""},
+        Lines{"RestBehindWhatMayBeALine", std::string(255, 'x') + "/dev/sdQ1 /a tmpfs\n", ""},
         Lines{"SecondRestOfALongLine", cut_line(cut_line("/dev/sdQ1 /a tmpfs")), ""},
         Lines{"BehindALongLine", cut_line("x") + kOther, "/b"},
         Lines{"BehindTwoLongLines", cut_line("") + cut_line("y") + kOther, "/b"},
@@ -316,6 +319,9 @@ TEST_F(StorageMount, IsReadAgainAfterASignal) {
   set_mounts(kOther);
   std::vector<Medium> media;
   run_with_failing_calls({{SystemCall::kRead, EINTR, 0, 3}}, [&] { media = listed(); });
+  EXPECT_EQ(media.at(0).mountpoint, "/b");
+  // The folder of block devices is opened first.
+  run_with_failing_calls({{SystemCall::kOpen, EINTR, 1, 3}}, [&] { media = listed(); });
   EXPECT_EQ(media.at(0).mountpoint, "/b");
 }
 

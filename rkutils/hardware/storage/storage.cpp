@@ -49,6 +49,7 @@ constexpr std::uint64_t kUnknown = UINT64_MAX;
 
 constexpr std::size_t kNameSize = sizeof StorageEntry::partition;
 constexpr std::size_t kLinkSize = 256;
+// Longer lines are passed over. The line feed counts.
 constexpr std::size_t kMountLineLength = 255;
 
 // The hardware type whose mmcblk1 is the slot for SD cards.
@@ -178,11 +179,10 @@ bool record_mount_point(StorageEntry& entry, std::string_view mount_point) {
 void find_mount_point(StorageEntry& entry) {
   UniqueFd mounts = open_to_read(kMounts);
   if (!mounts) return;
-  LineSource lines(std::move(mounts), kMountLineLength);
+  LineSource lines(std::move(mounts), kMountLineLength + 1);
   while (const char* const text = lines.next_line()) {
     const std::string_view line = text;
-    const bool is_cut = line.size() == kMountLineLength && line.back() != '\n';
-    if (is_cut) continue;  // as its fields may be
+    if (line.size() > kMountLineLength) continue;
     const auto mount_point = rkutils::storage::mount_point_in(line, entry.partition);
     if (mount_point && record_mount_point(entry, *mount_point)) return;
   }
