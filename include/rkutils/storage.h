@@ -31,8 +31,9 @@
  * Of a link's text the first 255 bytes are looked at. A USB disk is on the port whose names have
  * one that is a part of the link's text, between slashes: the names stand in
  * "/proc/sysinfo/usbport0/usbName" and "/proc/sysinfo/usbport1/usbName", one to a line, with colons
- * for the dots in the link's text. Of each file the first 62 characters count, behind the white
- * space that it begins with; a name that is cut there is compared as it is cut. Port 0 comes first.
+ * for the dots in the link's text. The files are read with readfile_r(). Of each the first 62
+ * characters count, behind the white space that it begins with; a name that is cut there is
+ * compared as it is cut. Port 0 comes first.
  *
  * Failures. Nothing is logged, and errno means nothing. What cannot be found out is marked in the
  * entry.
@@ -104,7 +105,7 @@ typedef struct StorageEntry {
  * Usage is as statfs(2) gives it, blocks times f_bsize.
  *
  * Returns the list, with no entry when there is no such medium or "/sys/class/block" cannot be
- * opened; or NULL when there is no memory for it. Free its entries with old_free_storage() and then
+ * read; or NULL when there is no memory for it. Free its entries with old_free_storage() and then
  * the list itself with free().
  */
 RK_API StorageList* old_get_storage(uint32_t mask);

@@ -66,6 +66,13 @@ TEST_F(OldGetStorage, IsAnEmptyListWhereTheFolderIsNotReadable) {
   EXPECT_EQ(names, "");
 }
 
+TEST_F(OldGetStorage, IsAnEmptyListWhereTheFolderCannotBeListed) {
+  add_device("mtdblock3", kMtd);
+  std::vector<Medium> media = expected();
+  run_with_failing_calls({{SystemCall::kList, EIO}}, [&] { media = listed(); });
+  EXPECT_THAT(media, IsEmpty());
+}
+
 TEST_F(OldGetStorage, TellsAllAboutAMedium) {
   add_device("sdb", kAta2);
   add_device("sdb1", std::string(kAta2) + "/sdb");
@@ -327,6 +334,13 @@ TEST_F(OldGetStorageSize, IsAskedAgainAfterASignal) {
   EXPECT_EQ(calls, 3);
 }
 
+// The folder is opened first, and then the list of mounts.
+TEST_F(OldGetStorageSize, IsAskedAfterOpeningTheDiskAgain) {
+  std::vector<Medium> media;
+  run_with_failing_calls({{SystemCall::kOpen, EINTR, 2, 3}}, [&] { media = listed(); });
+  EXPECT_THAT(media, ElementsAre(Medium{8, 0, "sda", "sda1", "", kAllBits}));
+}
+
 TEST_F(OldGetStorageSize, IsAskedOfTheDiskOpenedToBeReadAndCloseOnExec) {
   std::string path;
   int status_flags = -1;
@@ -444,6 +458,21 @@ TEST_F(OldGetStorageOfThree, FinishesThoughItsThreadIsCancelled) {
   std::string names;
   EXPECT_TRUE(support::finishes_though_cancelled([&] { names = listed_names(); }));
   EXPECT_EQ(names, "mtdblock3 mmcblk0p4 sda");
+}
+
+TEST_F(OldGetStorageOfThree, OpensNothingForOtherPrograms) {
+  set_port(0, "9-9");
+  std::vector<int> flags;
+  flags.reserve(64);
+  FailingCall read = {SystemCall::kRead, 0};
+  read.decide = [&](const support::CallArguments& arguments) {
+    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
+    return std::optional<std::int64_t>();
+  };
+  FailingCall list = {SystemCall::kList, 0};
+  list.decide = read.decide;
+  run_with_failing_calls({read, list}, [] { listed(); });
+  EXPECT_THAT(flags, testing::AllOf(testing::SizeIs(testing::Ge(6U)), testing::Each(FD_CLOEXEC)));
 }
 
 TEST_F(OldGetStorageOfThree, LeavesReadfilesResultAlone) {
