@@ -194,6 +194,11 @@ TEST_F(WwanmdCancelled, ThreadsFinishWhatFails) {
   EXPECT_THAT(log_.take(), SizeIs(3));
   const Connection connection = connect();
   wwanmd_buffer buffer = command("x");
+  daemon_->command(R"(plan 1 send "ERROR")");
+  EXPECT_TRUE(support::finishes_though_cancelled(
+      [&] { result = wwanmd_command(connection.get(), &buffer); }));
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(log_.take().back(), debug("command failed"));
   daemon_->kill();
   const auto each = {&wwanmd_recv, &wwanmd_send, &wwanmd_command};
   for (const auto& call : each) {
