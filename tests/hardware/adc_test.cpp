@@ -7,10 +7,8 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -167,15 +165,8 @@ TEST_F(AdcRead, ReadsAgainAfterASignal) {
 TEST_F(AdcRead, OpensNothingForOtherPrograms) {
   support::put(kRaw, "12\n");
   support::put(kScale, "0.5\n");
-  std::vector<int> flags;
-  flags.reserve(16);
-  support::FailingCall read = {support::SystemCall::kRead, 0};
-  read.decide = [&](const support::CallArguments& arguments) {
-    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
-    return std::optional<std::int64_t>();
-  };
-  support::run_with_failing_calls({read}, [] { read_with_scale(); });
-  EXPECT_THAT(flags, testing::AllOf(testing::SizeIs(testing::Ge(2U)), testing::Each(FD_CLOEXEC)));
+  EXPECT_THAT(support::descriptor_flags_at(support::SystemCall::kRead, [] { read_with_scale(); }),
+              testing::AllOf(testing::SizeIs(testing::Ge(2U)), testing::Each(FD_CLOEXEC)));
 }
 
 // ---- Scales ----

@@ -213,7 +213,7 @@ TEST_F(DioCountFolders, FailsWithoutMemory) {
 
 TEST_F(DioCountFolders, HasDescriptorsForNoOtherProgram) {
   make_folder("din1");
-  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kList, [] { counted(dio_count); }),
+  EXPECT_THAT(support::descriptor_flags_at(support::SystemCall::kList, [] { counted(dio_count); }),
               testing::AllOf(testing::SizeIs(testing::Ge(2U)), testing::Each(FD_CLOEXEC)));
 }
 

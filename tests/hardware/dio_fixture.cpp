@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include <fcntl.h>
 #include <syslog.h>
 
 using support::DioOperation;
@@ -43,19 +42,6 @@ uint32_t counted(unsigned (*count)(uint32_t*)) {
 uint32_t inputs() { return counted(dio_roCount); }
 
 uint32_t outputs() { return counted(dio_rwCount); }
-
-std::vector<int> descriptor_flags_at(support::SystemCall call,
-                                     const std::function<void()>& action) {
-  std::vector<int> flags;
-  flags.reserve(16);
-  support::FailingCall look = {call, 0};
-  look.decide = [&flags](const support::CallArguments& arguments) {
-    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
-    return std::optional<std::int64_t>();
-  };
-  support::run_with_failing_calls({look}, action);
-  return flags;
-}
 
 std::vector<DioOperation> use_of(const std::string& path, const std::string& access,
                                  const std::vector<DioOperation>& operations) {

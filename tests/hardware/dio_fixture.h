@@ -34,10 +34,6 @@ uint32_t counted(unsigned (*count)(uint32_t*));
 uint32_t inputs();
 uint32_t outputs();
 
-// Calls `action` on a thread of its own, and returns the flags (fcntl(2), F_GETFD) of the
-// descriptors that these system calls are made for meanwhile.
-std::vector<int> descriptor_flags_at(support::SystemCall call, const std::function<void()>& action);
-
 // The operations that go with using a file: it is opened, something is done to it, it is closed.
 std::vector<support::DioOperation> use_of(const std::string& path, const std::string& access,
                                           const std::vector<support::DioOperation>& operations);

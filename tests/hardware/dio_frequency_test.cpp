@@ -516,18 +516,18 @@ class DioFrequencyFolders : public DioFolderTest {
 };
 
 TEST_F(DioFrequencyFolders, HaveDescriptorsForNoOtherProgram) {
-  EXPECT_THAT(descriptor_flags_at(SystemCall::kRead,
-                                  [] {
-                                    DioFrequency frequency = {};
-                                    dio_frequency(1, &frequency);
-                                  }),
+  EXPECT_THAT(support::descriptor_flags_at(SystemCall::kRead,
+                                           [] {
+                                             DioFrequency frequency = {};
+                                             dio_frequency(1, &frequency);
+                                           }),
               AllOf(SizeIs(testing::Ge(1U)), Each(FD_CLOEXEC)));
-  EXPECT_THAT(descriptor_flags_at(SystemCall::kWrite,
-                                  [] {
-                                    unsigned char active = kUntouched;
-                                    dio_frequencyActive(1, &active);
-                                    dio_setFrequencyActive(1, 1);
-                                  }),
+  EXPECT_THAT(support::descriptor_flags_at(SystemCall::kWrite,
+                                           [] {
+                                             unsigned char active = kUntouched;
+                                             dio_frequencyActive(1, &active);
+                                             dio_setFrequencyActive(1, 1);
+                                           }),
               AllOf(SizeIs(2), Each(FD_CLOEXEC)));
 }
 

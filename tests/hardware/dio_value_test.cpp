@@ -337,14 +337,14 @@ TEST_F(DioValueFolders, AreWrittenIntoNoNewFile) {
 }
 
 TEST_F(DioValueFolders, HaveDescriptorsForNoOtherProgram) {
-  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kRead,
-                                  [] {
-                                    unsigned char value = kUntouched;
-                                    dio_roValue(1, &value);
-                                    dio_rwValue(1, &value);
-                                  }),
+  EXPECT_THAT(support::descriptor_flags_at(support::SystemCall::kRead,
+                                           [] {
+                                             unsigned char value = kUntouched;
+                                             dio_roValue(1, &value);
+                                             dio_rwValue(1, &value);
+                                           }),
               ElementsAre(FD_CLOEXEC, FD_CLOEXEC));
-  EXPECT_THAT(descriptor_flags_at(support::SystemCall::kWrite, [] { dio_setValue(1, 1); }),
+  EXPECT_THAT(support::descriptor_flags_at(support::SystemCall::kWrite, [] { dio_setValue(1, 1); }),
               ElementsAre(FD_CLOEXEC));
 }
 
