@@ -28,7 +28,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 else()
   # Besides the waste, clang compiles handlers of exceptions wrongly for ARM where a call's arguments take
   # more than 2 KiB.
-  list(APPEND rkutils_common_warnings -Wlarge-by-value-copy=1024)
+  list(APPEND rkutils_common_warnings -Wlarge-by-value-copy=2000)
 endif()
 if(RKUTILS_WERROR)
   list(APPEND rkutils_common_warnings -Werror)
