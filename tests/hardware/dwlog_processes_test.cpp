@@ -365,8 +365,8 @@ TEST_F(DwlogKilled, AmongOthers) {
 }  // namespace
 
 // Stands before the C library's.
-extern "C" RK_API int fsync(
-    int file) {  // NOLINT(readability-inconsistent-declaration-parameter-name)
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" RK_API int fsync(int file) {
   if (medium_delay_us > 0) ::usleep(medium_delay_us);
   return static_cast<int>(::syscall(SYS_fsync, file));
 }
