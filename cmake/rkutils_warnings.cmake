@@ -25,10 +25,6 @@ set(rkutils_cxx_warnings -Wextra-semi -Wmissing-declarations -Wnon-virtual-dtor 
 set(rkutils_c_warnings -Wmissing-prototypes -Wstrict-prototypes)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   list(APPEND rkutils_common_warnings -Wduplicated-branches -Wduplicated-cond -Wlogical-op)
-else()
-  # Besides the waste, clang compiles handlers of exceptions wrongly for ARM where a call's arguments take
-  # more than 2 KiB.
-  list(APPEND rkutils_common_warnings -Wlarge-by-value-copy=2000)
 endif()
 if(RKUTILS_WERROR)
   list(APPEND rkutils_common_warnings -Werror)
