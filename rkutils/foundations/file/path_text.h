@@ -19,8 +19,8 @@ class PathText {
   PathText() = default;
 
   // Copies the path as it ends now. A copy of our own also keeps functions that take one by value from
-  // having all of its room among their arguments: the board's compiler loses its way to the handlers of
-  // a caller whose arguments take more than 2 KiB, unless it spends a register on a frame pointer.
+  // having all of its room among their arguments: in a function that passes more than 2 KiB of them, the
+  // board's compiler loses its way to the handlers of exceptions.
   PathText(const PathText& other) noexcept { static_cast<void>(assign(other.text_)); }
   PathText& operator=(const PathText&) = delete;
 
