@@ -31,6 +31,9 @@ constexpr char kGatewayMac[] = "02:00:00:00:01:02";
 // One that nobody has, in the network of the interface.
 constexpr char kNobody[] = "10.1.0.9";
 
+// Milliseconds for an answer that comes, however busy the machine is.
+constexpr unsigned kLong = 10000;
+
 // A message in the log.
 support::LogLine err(std::string text);
 support::LogLine debug(std::string text);

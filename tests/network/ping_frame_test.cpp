@@ -85,7 +85,7 @@ TEST_F(FramePing, SendsFramesOf48To1450Bytes) {
   };
   for (const Case each : {Case{-1, 48}, Case{47, 48}, Case{48, 48}, Case{49, 49}, Case{98, 98},
                           Case{1450, 1450}, Case{1451, 1450}}) {
-    EXPECT_EQ(ping(500, each.size), 0);
+    EXPECT_EQ(ping(kLong, each.size), 0);
     const Messages messages = log_.take();
     const int identifier = identifier_in(messages);
     EXPECT_THAT(messages, ElementsAreArray(sent(identifier, static_cast<int>(each.sent)) +
@@ -97,7 +97,7 @@ TEST_F(FramePing, SendsFramesOf48To1450Bytes) {
 }
 
 TEST_F(FramePing, IsWhatRawpingDoesToHostsOutside) {
-  EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   EXPECT_THAT(messages,
@@ -134,7 +134,7 @@ TEST_F(FramePing, SendsFromTheSourceThatIsGiven) {
 TEST_F(FramePing, CarriesTheMark) {
   const support::MarkedFrames marked("wan0", 0x87654321);
   const std::uint32_t mark = 0x87654321;
-  EXPECT_EQ(ping(500, -1, nullptr, &mark), 0);
+  EXPECT_EQ(ping(kLong, -1, nullptr, &mark), 0);
   EXPECT_EQ(marked.count(), 1);
   EXPECT_EQ(ping(), 0);
   EXPECT_EQ(marked.count(), 0);
@@ -144,7 +144,7 @@ TEST_F(FramePing, CarriesTheMark) {
 TEST_F(FramePing, HasNoMarkOf0UnlessItIsGiven) {
   const support::MarkedFrames unmarked("wan0", 0);
   const std::uint32_t mark = 0;
-  EXPECT_EQ(ping(500, -1, nullptr, &mark), 0);
+  EXPECT_EQ(ping(kLong, -1, nullptr, &mark), 0);
   EXPECT_GE(unmarked.count(), 1);
   EXPECT_THAT(log_.take(), SizeIs(10));
 }
@@ -278,7 +278,7 @@ TEST_F(FramePing, WaitsInStepsUntilTheTimeIsUp) {
 
 TEST_F(FramePing, TellsTheTimeByTheMonotonicClock) {
   time_difference took = {-7, -7};
-  EXPECT_EQ(ping_answered_with(right_answer, 2, 500, -1, &took), 0);
+  EXPECT_EQ(ping_answered_with(right_answer, 2, kLong, -1, &took), 0);
   EXPECT_EQ(took.seconds, 0);
   EXPECT_EQ(took.nanoseconds, 600000000);
   EXPECT_THAT(log_.take(), SizeIs(10));
@@ -303,7 +303,7 @@ std::int64_t nanoseconds(const time_difference& time) {
 
 TEST_F(FramePing, TellsTheTimeBetweenTheFrames) {
   time_difference took = {-7, -7};
-  EXPECT_EQ(ping(500, -1, &took), 0);
+  EXPECT_EQ(ping(kLong, -1, &took), 0);
   const Frame request = wire_.wait_for(support::is_echo_request);
   const Frame reply = wire_.wait_for(support::is_echo_reply);
   EXPECT_GE(nanoseconds(took), nanoseconds(diffts(&request.time, &reply.time)));
@@ -415,7 +415,7 @@ TEST_F(FramePing, GoesOnAfterSignals) {
 }
 
 TEST_F(FramePing, NeedsLittleStack) {
-  support::run_on_small_stack([] { EXPECT_EQ(ping(500, 1450), 0); });
+  support::run_on_small_stack([] { EXPECT_EQ(ping(kLong, 1450), 0); });
   EXPECT_THAT(log_.take(), SizeIs(10));
 }
 

@@ -60,7 +60,7 @@ class IcmpPing : public PingTest {
 // ---- The packet ----
 
 TEST_F(IcmpPing, SendsARequestOf64Bytes) {
-  EXPECT_EQ(icmpping("wan0", kGateway, 500), 0);
+  EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0);
   const Frame request = wire_.wait_for(support::is_echo_request);
   EXPECT_TRUE(request.outgoing);
   Bytes expected = {8, 0, 0xF7, 0xFE, 0, 0, 0, 1};
@@ -75,8 +75,8 @@ TEST_F(IcmpPing, SendsARequestOf64Bytes) {
 }
 
 TEST_F(IcmpPing, SendsTheSameEachTime) {
-  EXPECT_EQ(icmpping("wan0", kGateway, 500), 0);
-  EXPECT_EQ(icmpping("wan0", kGateway, 500), 0);
+  EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0);
+  EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0);
   const Frame first = wire_.wait_for(support::is_echo_request);
   const Frame second = wire_.wait_for(support::is_echo_request);
   EXPECT_EQ(echo_in(second).identifier, kIdentifier);
@@ -86,21 +86,21 @@ TEST_F(IcmpPing, SendsTheSameEachTime) {
 }
 
 TEST_F(IcmpPing, ReachesHostsBehindAGateway) {
-  EXPECT_EQ(icmpping("wan0", kDistant, 500), 0);
+  EXPECT_EQ(icmpping("wan0", kDistant, kLong), 0);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kDistant), received(1, 0)));
 }
 
 TEST_F(IcmpPing, TakesNamesAndLogsTheirAddress) {
   const HostsFile names("10.1.0.2 gateway.example gw\n10.1.0.9 gw\n");
-  EXPECT_EQ(icmpping("wan0", "gateway.example", 500), 0);
-  EXPECT_EQ(icmpping("wan0", "gw", 500), 0);
+  EXPECT_EQ(icmpping("wan0", "gateway.example", kLong), 0);
+  EXPECT_EQ(icmpping("wan0", "gw", kLong), 0);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kGateway), received(1, 0), transmitted(kGateway),
                                        received(1, 0)));
 }
 
 // The request itself comes in there, too.
 TEST_F(IcmpPing, OfTheRouterItselfTakesTheAnswerAndNotTheRequest) {
-  EXPECT_EQ(icmpping("lo", "127.0.0.1", 500), 0);
+  EXPECT_EQ(icmpping("lo", "127.0.0.1", kLong), 0);
   EXPECT_THAT(log_.take(),
               ElementsAre(transmitted("127.0.0.1", "lo"), kNotAReply, received(1, 0, "lo")));
 }
@@ -132,7 +132,7 @@ TEST_F(IcmpPingWithASecondInterface, ReceivesThroughTheOneThatIsNamed) {
 }
 
 TEST_F(IcmpPingWithASecondInterface, CutsNamesAfter15Characters) {
-  EXPECT_EQ(icmpping("a-name-of-15-characters", "10.3.0.2", 500), 0);
+  EXPECT_EQ(icmpping("a-name-of-15-characters", "10.3.0.2", kLong), 0);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted("10.3.0.2", "a-name-of-15-characters"),
                                        received(1, 0, "a-name-of-15-characters")));
 }
@@ -231,7 +231,7 @@ TEST_F(IcmpPing, TakesAnAnswerThatComesBeforeTheLastStep) {
   silence_gateway();
   PassingTime time;
   time.at_pause(2, [&] { send_from_gateway({make_frame(right_reply())}); });
-  EXPECT_EQ(icmpping("wan0", kGateway, 500), 0);
+  EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0);
   EXPECT_EQ(time.take_steps(), 2);
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kGateway), received(1, 0)));
 }
@@ -333,12 +333,12 @@ TEST_F(IcmpPing, FailsWhenReceivingDoes) {
 
 TEST_F(IcmpPing, GoesOnAfterSignals) {
   run_with_failing_calls({{SystemCall::kSend, EINTR, 0, 2}, {SystemCall::kReceive, EINTR, 0, 3}},
-                         [] { EXPECT_EQ(icmpping("wan0", kGateway, 500), 0); });
+                         [] { EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0); });
   EXPECT_THAT(log_.take(), ElementsAre(transmitted(kGateway), received(1, 0)));
 }
 
 TEST_F(IcmpPing, NeedsLittleStack) {
-  support::run_on_small_stack([] { EXPECT_EQ(icmpping("lo", "127.0.0.1", 500), 0); });
+  support::run_on_small_stack([] { EXPECT_EQ(icmpping("lo", "127.0.0.1", kLong), 0); });
   EXPECT_THAT(log_.take(), SizeIs(3));
 }
 

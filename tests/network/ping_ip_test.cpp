@@ -85,7 +85,7 @@ TEST_F(IpPing, SendsPacketsOf48To1450Bytes) {
   };
   for (const Case each : {Case{-1, 48}, Case{0, 48}, Case{47, 48}, Case{48, 48}, Case{49, 49},
                           Case{84, 84}, Case{1450, 1450}, Case{1451, 1450}, Case{70000, 1450}}) {
-    EXPECT_EQ(ping(500, each.size), 0);
+    EXPECT_EQ(ping(kLong, each.size), 0);
     const Messages messages = log_.take();
     const int identifier = identifier_in(messages);
     const int size = static_cast<int>(each.sent);
@@ -98,14 +98,14 @@ TEST_F(IpPing, SendsPacketsOf48To1450Bytes) {
 }
 
 TEST_F(IpPing, IsWhatRawpingDoesWithoutMore) {
-  EXPECT_EQ(rawping("wan0", kGateway, nullptr, 500), 0);
+  EXPECT_EQ(rawping("wan0", kGateway, nullptr, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages,
               ElementsAreArray(kSent + right_ip_reply(1, identifier_in(messages)) + kSucceeded));
 }
 
 TEST_F(IpPing, ReachesHostsBehindAGatewayByTheRoutesOfTheKernel) {
-  EXPECT_EQ(rawping("wan0", kDistant, nullptr, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, nullptr, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(
                             beginning("none", "0A010001, mask FFFFFF00, dest 0A020002, is_ptp 0") +
@@ -115,7 +115,7 @@ TEST_F(IpPing, ReachesHostsBehindAGatewayByTheRoutesOfTheKernel) {
 
 TEST_F(IpPing, LogsAHostAsItWasPassedButForItsPackets) {
   const HostsFile names("10.1.0.2 gw.example\n");
-  EXPECT_EQ(rawping("wan0", "gw.example", nullptr, 500), 0);
+  EXPECT_EQ(rawping("wan0", "gw.example", nullptr, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(kSent + right_ip_reply(1, identifier_in(messages)) +
                                          Messages{progress("ip ping to gw.example succeeded")}));
@@ -129,7 +129,7 @@ TEST_F(IpPing, LogsAHostAsItWasPassedButForItsPackets) {
 }
 
 TEST_F(IpPing, OfTheRouterItselfTakesTheAnswerAndNotTheRequest) {
-  EXPECT_EQ(rawping("lo", "127.0.0.1", nullptr, 500), 0);
+  EXPECT_EQ(rawping("lo", "127.0.0.1", nullptr, kLong), 0);
   const Messages messages = log_.take();
   ASSERT_THAT(messages, SizeIs(9));
   EXPECT_EQ(messages[0], progress("interface runs 127.0.0.1/255.0.0.0 (00:00:00:00:00:00)", "lo"));
@@ -156,7 +156,7 @@ TEST_F(IpPing, SendsFromTheSourceThatIsGiven) {
 TEST_F(IpPing, HasNoMark) {
   support::MarkedFrames marked("wan0", 77);
   const std::uint32_t mark = 77;
-  EXPECT_EQ(ping(500, -1, nullptr, &mark), 0);
+  EXPECT_EQ(ping(kLong, -1, nullptr, &mark), 0);
   EXPECT_EQ(marked.count(), 0);
   EXPECT_THAT(log_.take(), SizeIs(7));
 }
@@ -192,7 +192,7 @@ TEST_F(IpPing, PassesOverWhatIsNotTheAnswer) {
                               make_frame(other_sequence), make_frame(echo_request),
                               make_frame(with_options),   make_frame(right)};
   };
-  EXPECT_EQ(ping_answered_with(answer, 500, 100), 0);
+  EXPECT_EQ(ping_answered_with(answer, kLong, 100), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   const auto received = [](int size) {
@@ -298,7 +298,7 @@ std::int64_t between(const std::timespec& a, const std::timespec& b) {
 TEST_F(IpPing, TellsTheTimeBetweenThePackets) {
   time_difference took = {-7, -7};
   const std::timespec before = time_of_day();
-  EXPECT_EQ(ping(500, -1, &took), 0);
+  EXPECT_EQ(ping(kLong, -1, &took), 0);
   const std::timespec after = time_of_day();
   const Frame request = wire_.wait_for(support::is_echo_request);
   const Frame reply = wire_.wait_for(support::is_echo_reply);
@@ -400,7 +400,7 @@ TEST_F(IpPing, GoesOnAfterSignals) {
 }
 
 TEST_F(IpPing, NeedsLittleStack) {
-  support::run_on_small_stack([] { EXPECT_EQ(ping(500, 1450), 0); });
+  support::run_on_small_stack([] { EXPECT_EQ(ping(kLong, 1450), 0); });
   EXPECT_THAT(log_.take(), SizeIs(7));
 }
 

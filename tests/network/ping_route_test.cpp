@@ -71,7 +71,7 @@ class PingRoute : public PingTestWithASecondInterface {};
 
 TEST_F(PingRoute, ToAHostInTheNetworkIsDirectInSpiteOfAGateway) {
   tell_gateway_mac();
-  EXPECT_EQ(rawping("wan0", kGateway, "10.1.0.3", 500), 0);
+  EXPECT_EQ(rawping("wan0", kGateway, "10.1.0.3", kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages,
               ElementsAreArray(beginning("10.1.0.3", kToGateway) + sending_ip_ping_to(kGateway) +
@@ -79,14 +79,14 @@ TEST_F(PingRoute, ToAHostInTheNetworkIsDirectInSpiteOfAGateway) {
 }
 
 TEST_F(PingRoute, WithAnEmptyGatewayIsTheKernels) {
-  EXPECT_EQ(rawping("wan0", kDistant, "", 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, "", kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(beginning("", kToDistant) + sending_ip_ping_to(kDistant) +
                                          ip_ping(kDistant, identifier_in(messages))));
 }
 
 TEST_F(PingRoute, WithoutAGatewayIsTheKernels) {
-  EXPECT_EQ(rawping("wan0", kDistant, nullptr, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, nullptr, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(beginning("none", kToDistant) +
                                          ip_ping(kDistant, identifier_in(messages))));
@@ -95,13 +95,14 @@ TEST_F(PingRoute, WithoutAGatewayIsTheKernels) {
 TEST_F(PingRoute, GoesByTheNetmaskThatIsGiven) {
   tell_gateway_mac();
   // With all in one network, and with nothing in it but the source.
-  EXPECT_EQ(__rawping("wan0", kDistant, kGateway, kOwn, "0.0.0.0", 500, -1, nullptr, nullptr), 0);
+  EXPECT_EQ(__rawping("wan0", kDistant, kGateway, kOwn, "0.0.0.0", kLong, -1, nullptr, nullptr), 0);
   Messages messages = log_.take();
   EXPECT_EQ(messages[1],
             debug("gateway 10.1.0.2 (source 0A010001, mask 00000000, dest 0A020002, is_ptp 0)"));
   EXPECT_EQ(messages[2], sending_ip_ping_to(kDistant));
   EXPECT_EQ(
-      __rawping("wan0", kGateway, kGateway, kOwn, "255.255.255.255", 500, -1, nullptr, nullptr), 0);
+      __rawping("wan0", kGateway, kGateway, kOwn, "255.255.255.255", kLong, -1, nullptr, nullptr),
+      0);
   messages = log_.take();
   EXPECT_EQ(messages[2], progress("cannot ping 10.1.0.2 directly, must use gateway 10.1.0.2"));
   EXPECT_EQ(messages.back(), progress("raw ping to 10.1.0.2 succeeded"));
@@ -117,7 +118,7 @@ TEST_F(PingRoute, OfAnInterfaceWithoutArpIsDirect) {
                                            reply.hardware_destination = kOwnMac;
                                            wire.send(make_frame(reply));
                                          });
-  EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(beginning(kGateway,
                                                    "0A010001, mask FFFFFF00, dest 0A020002, "
@@ -155,7 +156,7 @@ TEST_F(PingRoute, OfAPointToPointInterfaceIsDirect) {
       packet[23] = static_cast<std::uint8_t>(sum);
       EXPECT_EQ(::write(tunnel.get(), packet.data(), packet.size()), 48);
     });
-    EXPECT_EQ(rawping(name.c_str(), kDistant, "10.9.0.2", 500), 0);
+    EXPECT_EQ(rawping(name.c_str(), kDistant, "10.9.0.2", kLong), 0);
   }
   const Messages messages = log_.take();
   ASSERT_THAT(messages, SizeIs(8));
@@ -173,7 +174,8 @@ TEST_F(PingRoute, OfAnInterfaceThatIsNotKnownToBePointToPointIsAnyOther) {
       {{SystemCall::kControl, EPERM, 4, 1}, "unable to get flags for wan0"},
   };
   for (const auto& [call, text] : failures) {
-    run_with_failing_calls({call}, [] { EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0); });
+    run_with_failing_calls({call},
+                           [] { EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0); });
     const Messages messages = log_.take();
     ASSERT_THAT(messages, SizeIs(11));
     EXPECT_EQ(messages[1], err(text));
@@ -185,7 +187,7 @@ TEST_F(PingRoute, OfAnInterfaceThatIsNotKnownToBePointToPointIsAnyOther) {
 
 TEST_F(PingRoute, ToAGatewayThatIsKnownIsAFrame) {
   tell_gateway_mac();
-  EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(must_use(kGateway) + kDiscovered +
                                          frame_ping(identifier_in(messages))));
@@ -194,7 +196,7 @@ TEST_F(PingRoute, ToAGatewayThatIsKnownIsAFrame) {
 
 TEST_F(PingRoute, ToAGatewayThatIsNotKnownBeginsWithAPingOfIt) {
   ASSERT_THAT(hosts_.router.arp_table(), IsEmpty());
-  EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   EXPECT_THAT(messages, ElementsAreArray(must_use(kGateway) + asking_for(kGateway) +
@@ -213,7 +215,7 @@ TEST_F(PingRoute, ToAGatewayThatIsNotKnownBeginsWithAPingOfIt) {
 TEST_F(PingRoute, NeedsNoAnswerToThePingOfTheGateway) {
   silence_gateway();
   PassingTime time;
-  EXPECT_EQ(rawping("wan0", kDistant, kGateway, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kGateway, kLong), 0);
   EXPECT_GE(time.take_steps(), 3);
   const Messages messages = log_.take();
   EXPECT_THAT(messages, ElementsAreArray(must_use(kGateway) + asking_for(kGateway) +
@@ -225,7 +227,7 @@ TEST_F(PingRoute, NeedsNoAnswerToThePingOfTheGateway) {
 // The gateway does not exist, so its entry stays incomplete.
 TEST_F(PingRoute, ToAGatewayThatIsNotThereIsTheKernels) {
   const PassingTime time;
-  EXPECT_EQ(rawping("wan0", kDistant, kNobody, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kNobody, kLong), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(
       messages,
@@ -245,7 +247,7 @@ TEST_F(PingRoute, KeepsTheSocketOfThePingOfTheGateway) {
                 testing::AnyOf(testing::HasSubstr("INCOMPLETE"), testing::HasSubstr("FAILED")));
     send_from_gateway({make_frame(gateway_reply(0x1122, 0x0100))});
   });
-  EXPECT_EQ(rawping("wan0", kDistant, kNobody, 500), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kNobody, kLong), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   EXPECT_THAT(
@@ -262,7 +264,7 @@ TEST_F(PingRoute, KeepsTheSocketOfThePingOfTheGateway) {
 TEST_F(PingRoute, ToAGatewayWithANameIsTheKernels) {
   const HostsFile names("10.1.0.2 gw.example\n10.2.0.2 far.example\n");
   tell_gateway_mac();
-  EXPECT_EQ(rawping("wan0", "far.example", "gw.example", 500), 0);
+  EXPECT_EQ(rawping("wan0", "far.example", "gw.example", kLong), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   EXPECT_THAT(
@@ -281,7 +283,7 @@ TEST_F(PingRoute, ToAGatewayWhoseNameIsGoneIsTheKernels) {
   // When the flags are asked for, the name was looked up once.
   const auto forget = [&] { names.reset(); };
   run_with_failing_calls({{SystemCall::kControl, EPERM, 4, 1, forget}},
-                         [] { EXPECT_EQ(rawping("wan0", kDistant, "gw.example", 500), 0); });
+                         [] { EXPECT_EQ(rawping("wan0", kDistant, "gw.example", kLong), 0); });
   const Messages messages = log_.take();
   Messages expected = must_use("gw.example");
   expected.insert(expected.begin() + 1, err("unable to get flags for wan0"));
@@ -401,7 +403,7 @@ TEST_F(PingRoute, WantsAnInterfaceThatIsThere) {
 }
 
 TEST_F(PingRoute, CutsNamesOfInterfacesAfter15Characters) {
-  EXPECT_EQ(rawping("a-name-of-15-characters", "10.3.0.2", nullptr, 500), 0);
+  EXPECT_EQ(rawping("a-name-of-15-characters", "10.3.0.2", nullptr, kLong), 0);
   const Messages messages = log_.take();
   ASSERT_THAT(messages, SizeIs(7));
   EXPECT_EQ(messages[0], progress("interface runs 10.3.0.1/255.255.255.0 (02:00:00:00:03:01)",
@@ -416,8 +418,8 @@ TEST_F(PingRoute, WantsAnInterfaceWithAnAddressUnlessOneIsGiven) {
   // Nobody answers for the source then.
   hosts_.gateway.ip("neigh replace 10.1.0.1 lladdr 02:00:00:00:01:01 dev eth0 nud permanent");
   tell_gateway_mac();
-  EXPECT_EQ(__rawping("wan0", kDistant, kGateway, kOwn, "255.255.255.0", 500, -1, nullptr, nullptr),
-            0);
+  EXPECT_EQ(
+      __rawping("wan0", kDistant, kGateway, kOwn, "255.255.255.0", kLong, -1, nullptr, nullptr), 0);
   EXPECT_EQ(log_.take().back(), progress("raw ping to 10.2.0.2 succeeded"));
 }
 

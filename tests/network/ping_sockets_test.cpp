@@ -146,7 +146,7 @@ class PingSockets : public PingTest {
 };
 
 TEST_F(PingSockets, OfIcmppingIsBoundToTheDevice) {
-  EXPECT_THAT(steps_of([] { EXPECT_EQ(icmpping("wan0", kGateway, 500), 0); }),
+  EXPECT_THAT(steps_of([] { EXPECT_EQ(icmpping("wan0", kGateway, kLong), 0); }),
               ElementsAre(kOpenIcmp, bind_to_wan0(), send_to_host(kGateway)));
   EXPECT_THAT(log_.take(), SizeIs(2));
 }
@@ -154,7 +154,7 @@ TEST_F(PingSockets, OfIcmppingIsBoundToTheDevice) {
 TEST_F(PingSockets, OfAnIpPacketTakesHeadersBeforeAndAfterItIsBound) {
   const std::uint32_t mark = 9;  // which it does not get
   const auto ping = [&] {
-    EXPECT_EQ(__rawping("wan0", kDistant, nullptr, nullptr, nullptr, 500, -1, nullptr, &mark), 0);
+    EXPECT_EQ(__rawping("wan0", kDistant, nullptr, nullptr, nullptr, kLong, -1, nullptr, &mark), 0);
   };
   EXPECT_THAT(steps_of(ping), ElementsAre(kOpenQuery, kOpenIcmp, kIncludeHeader, bind_to_wan0(),
                                           kIncludeHeader, send_to_host(kDistant)));
@@ -165,7 +165,8 @@ TEST_F(PingSockets, OfAFrameIsFilteredMarkedAndBound) {
   tell_gateway_mac();
   const std::uint32_t mark = 0x87654321;
   const auto ping = [&] {
-    EXPECT_EQ(__rawping("wan0", kDistant, kGateway, nullptr, nullptr, 500, -1, nullptr, &mark), 0);
+    EXPECT_EQ(__rawping("wan0", kDistant, kGateway, nullptr, nullptr, kLong, -1, nullptr, &mark),
+              0);
   };
   sockaddr_ll interface = {};
   interface.sll_family = AF_PACKET;
