@@ -227,7 +227,7 @@ TEST_F(PingRoute, NeedsNoAnswerToThePingOfTheGateway) {
 // The gateway does not exist, so its entry stays incomplete.
 TEST_F(PingRoute, ToAGatewayThatIsNotThereIsTheKernels) {
   const PassingTime time;
-  EXPECT_EQ(rawping("wan0", kDistant, kNobody, kLong), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kNobody, 500), 0);
   const Messages messages = log_.take();
   EXPECT_THAT(
       messages,
@@ -247,7 +247,7 @@ TEST_F(PingRoute, KeepsTheSocketOfThePingOfTheGateway) {
                 testing::AnyOf(testing::HasSubstr("INCOMPLETE"), testing::HasSubstr("FAILED")));
     send_from_gateway({make_frame(gateway_reply(0x1122, 0x0100))});
   });
-  EXPECT_EQ(rawping("wan0", kDistant, kNobody, kLong), 0);
+  EXPECT_EQ(rawping("wan0", kDistant, kNobody, 500), 0);
   const Messages messages = log_.take();
   const int identifier = identifier_in(messages);
   EXPECT_THAT(
