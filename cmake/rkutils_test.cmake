@@ -1,16 +1,27 @@
 # Test programs.
 #
-#   rkutils_test(NAME [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...] [USES zmq|event...])
+#   rkutils_test(NAME [ALONE] [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...]
+#                [USES zmq|event...])
 #
-# Builds NAME from NAME.cpp and the other sources, and registers each of its tests with ctest. Every
-# program starts itself again in a private router, so that its tests use the installed library at the
-# router's paths; a router that the kernel refuses makes the tests count as skipped.
+# Registers each of the tests in NAME.cpp with ctest, and makes a target NAME that builds the program
+# which has them. Every program starts itself again in a private router, so that its tests use the
+# installed library at the router's paths; a router that the kernel refuses makes the tests count as
+# skipped.
 #
+# ALONE makes a program of this file, named after it: for a file that is compiled with flags of its own,
+# that puts functions in the place of the C library's, or that looks at its own program. The others are
+# joined, see below.
 # OUTSIDE leaves the test on the host, where it must not change anything.
 # SHARED loads the shared library on the board too, see below; for tests of plain functions.
 # SOURCES are compiled once for all the tests that name them.
 # LAYERS gives the test the internals of these layers, which the library does not export.
 # USES names the libraries of others that the test calls itself (rkutils_dependencies.cmake).
+
+# Most of the time that a test file takes to compile goes into the headers of GoogleTest and of the C++
+# library, and linking takes as long for one file as for ten. So up to so many files of a folder, with
+# the same words after their names, are one source and one program: what they include, and then each of
+# them in a namespace of its own (rkutils_joined_tests.cmake).
+set(RKUTILS_TESTS_TOGETHER 10 CACHE STRING "How many test files make a program; 1: each its own")
 
 # Tests with the label build-machine look at what was built, with the tools of the machine that builds;
 # the others run on the machine that the library is built for.
@@ -76,8 +87,9 @@ function(rkutils_shared_objects variable source layers uses)
   set(${variable} $<TARGET_OBJECTS:${name}> PARENT_SCOPE)
 endfunction()
 
-function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
+# A program of these sources. The words are those of rkutils_test().
+function(rkutils_test_program program sources)
+  cmake_parse_arguments(PARSE_ARGV 2 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
   set(library rkutils::rkutils)
   set(uses_prefix rkutils_)
@@ -90,18 +102,97 @@ function(rkutils_test name)
   if(TEST_OUTSIDE)
     set(testing rkutils_testing_outside)
   endif()
-  add_executable(${name} ${name}.cpp)
+  add_executable(${program} ${sources})
   foreach(source IN LISTS TEST_SOURCES)
     rkutils_shared_objects(objects "${source}" "${TEST_LAYERS}" "${TEST_USES}")
-    target_sources(${name} PRIVATE ${objects})
+    target_sources(${program} PRIVATE ${objects})
   endforeach()
-  target_link_libraries(${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
-                                        rkutils_test_flags)
-  rkutils_precompile(${name})
+  target_link_libraries(${program} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
+                                           rkutils_test_flags)
+  rkutils_precompile(${program})
   gtest_discover_tests(
-    ${name}
+    ${program}
     NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
+endfunction()
+
+# Builds the sources that join test files, for tools that read sources.
+add_custom_target(rkutils_joined_tests)
+
+# A program of several test files. It is the program of each of their targets, too.
+function(rkutils_joined_tests program tests)
+  list(TRANSFORM tests APPEND .cpp OUTPUT_VARIABLE files)
+  foreach(file IN LISTS files)
+    get_source_file_property(options ${file} COMPILE_OPTIONS)
+    if(options)
+      message(FATAL_ERROR "${file} has compile options of its own: its rkutils_test() lacks ALONE")
+    endif()
+  endforeach()
+  set(source "${CMAKE_CURRENT_BINARY_DIR}/${program}.cpp")
+  set(script "${PROJECT_SOURCE_DIR}/cmake/rkutils_joined_tests.cmake")
+  add_custom_command(
+    OUTPUT "${source}"
+    COMMAND ${CMAKE_COMMAND} "-DFILES=${files}" "-DSOURCE=${source}" -P "${script}"
+    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
+    DEPENDS ${files} "${script}"
+    COMMENT "Joining tests as ${program}.cpp"
+    VERBATIM)
+  add_custom_target(${program}_source DEPENDS "${source}")
+  add_dependencies(rkutils_joined_tests ${program}_source)
+  rkutils_test_program(${program} "${source}" ${ARGN})
+  target_compile_options(${program} PRIVATE "SHELL:-iquote \"${CMAKE_CURRENT_SOURCE_DIR}\"")
+  foreach(test IN LISTS tests)
+    add_dependencies(${test} ${program})
+    file(CREATE_LINK ${program} "${CMAKE_CURRENT_BINARY_DIR}/${test}" SYMBOLIC)
+  endforeach()
+endfunction()
+
+# Makes the programs of a folder's tests, in parts of nearly the same size.
+function(rkutils_join_tests)
+  file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}/tests" "${CMAKE_CURRENT_SOURCE_DIR}")
+  string(REGEX REPLACE "/tests$" "" folder "${folder}")
+  string(MAKE_C_IDENTIFIER "${folder}" folder)
+  set(number 0)
+  get_property(kinds DIRECTORY PROPERTY rkutils_test_kinds)
+  foreach(kind IN LISTS kinds)
+    get_property(words DIRECTORY PROPERTY rkutils_test_words_${kind})
+    get_property(tests DIRECTORY PROPERTY rkutils_tests_${kind})
+    list(LENGTH tests count)
+    math(EXPR programs "(${count} + ${RKUTILS_TESTS_TOGETHER} - 1) / ${RKUTILS_TESTS_TOGETHER}")
+    foreach(part RANGE 1 ${programs})
+      math(EXPR begin "${count} * (${part} - 1) / ${programs}")
+      math(EXPR length "${count} * ${part} / ${programs} - ${begin}")
+      list(SUBLIST tests ${begin} ${length} members)
+      math(EXPR number "${number} + 1")
+      rkutils_joined_tests(${folder}_tests_${number} "${members}" ${words})
+    endforeach()
+  endforeach()
+endfunction()
+
+function(rkutils_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "ALONE;OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
+  set(words SOURCES ${TEST_SOURCES} LAYERS ${TEST_LAYERS} USES ${TEST_USES})
+  foreach(option OUTSIDE SHARED)
+    if(TEST_${option})
+      list(APPEND words ${option})
+    endif()
+  endforeach()
+  if(TEST_ALONE OR RKUTILS_TESTS_TOGETHER LESS 2)
+    rkutils_test_program(${name} ${name}.cpp ${words})
+    return()
+  endif()
+  add_custom_target(${name})
+  string(MD5 kind "${words}")
+  get_property(kinds DIRECTORY PROPERTY rkutils_test_kinds)
+  if(NOT kinds)
+    # At the end of the folder's file.
+    cmake_language(DEFER CALL rkutils_join_tests)
+  endif()
+  if(NOT kind IN_LIST kinds)
+    set_property(DIRECTORY APPEND PROPERTY rkutils_test_kinds ${kind})
+    set_property(DIRECTORY PROPERTY rkutils_test_words_${kind} ${words})
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY rkutils_tests_${kind} ${name})
 endfunction()
 
 #   rkutils_command_test(NAME COMMAND word...)
