@@ -1,6 +1,7 @@
 // Many processes that use the persistent log, and some that are killed at it.
 
 #include <rkutils/export.h>
+#include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <new>
@@ -18,8 +20,9 @@
 #include <system_error>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,6 +31,8 @@
 #include "support/put_file.h"
 #include "support/rounds.h"
 #include "support/standard_output.h"
+#include "support/stepped_process.h"
+#include "support/stopwatch.h"
 
 namespace {
 
@@ -205,49 +210,6 @@ TEST_F(DwlogProcesses, ClearInBetween) {
 
 // ---- Killed ----
 
-// The process is stopped before and after each of its system calls.
-class Stepped {
- public:
-  explicit Stepped(const std::function<int()>& life)
-      : process_(start([&life] {
-          ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-          ::raise(SIGSTOP);
-          return life();
-        })) {
-    check(WIFSTOPPED(status_of(process_)), "stop");
-    check(::ptrace(PTRACE_SETOPTIONS, process_, nullptr, PTRACE_O_EXITKILL) == 0, "ptrace");
-  }
-  ~Stepped() { kill(); }
-  Stepped(const Stepped&) = delete;
-  Stepped& operator=(const Stepped&) = delete;
-
-  // False when it has come to its end.
-  bool go_on() {
-    check(::ptrace(PTRACE_SYSCALL, process_, nullptr, nullptr) == 0, "ptrace");
-    if (WIFSTOPPED(status_of(process_))) return true;
-    process_ = -1;
-    return false;
-  }
-
-  bool go_on(int stops) {
-    for (int i = 0; i < stops; ++i) {
-      if (!go_on()) return false;
-    }
-    return true;
-  }
-
-  void kill() noexcept {
-    if (process_ < 0) return;
-    ::kill(process_, SIGKILL);
-    while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    process_ = -1;
-  }
-
- private:
-  pid_t process_;
-};
-
 // Calls `dying` in a process that is killed at one of its stops after the other, while another one
 // adds an entry, which may wait for it. Returns the number of stops.
 int kill_everywhere(int (*dying)(), const std::function<void()>& prepare,
@@ -255,7 +217,7 @@ int kill_everywhere(int (*dying)(), const std::function<void()>& prepare,
   for (int stop = 1;; ++stop) {
     SCOPED_TRACE("stop " + std::to_string(stop));
     prepare();
-    Stepped victim(dying);
+    support::SteppedProcess victim(dying);
     const bool killed = victim.go_on(stop);
     const pid_t waiting = start([] { return dwlog(2, "waiting") == 0 ? 0 : 1; });
     victim.kill();
@@ -276,7 +238,7 @@ class DwlogKilled : public DwlogProcesses {
   // The newest `count` lines.
   static std::string newest(const std::string& text, int count) {
     std::size_t end = 0;
-    while (count-- > 0) end = text.find('\n', end) + 1;
+    while (count-- > 0 && end < text.size()) end = text.find('\n', end) + 1;
     return text.substr(0, end);
   }
 };
@@ -331,9 +293,122 @@ TEST_F(DwlogKilled, AtAnyPointOfReading) {
   EXPECT_EQ(messages, "");
 }
 
+// With nobody else there, so that it is seen what the dead has left: to the byte.
+class DwlogKilledAlone : public DwlogKilled {
+ protected:
+  // Calls `dying` in a process that is killed at one of its stops after the other, each time with
+  // what `prepare` makes, and looks at what is left; then adds an entry, which must not have to wait
+  // for the dead.
+  static void kill_everywhere(int (*dying)(), const std::function<void()>& prepare,
+                              const std::function<void()>& expect) {
+    constexpr int kNoWaitMs = 800;
+    bool killed = true;
+    for (int stop = 0; killed; ++stop) {
+      SCOPED_TRACE("stop " + std::to_string(stop));
+      std::filesystem::remove_all(kFolder);
+      std::filesystem::create_directory(kFolder);
+      remove_log_set();
+      prepare();
+      support::SteppedProcess victim(dying);
+      killed = victim.go_on(stop);
+      victim.kill();
+      expect();
+      EXPECT_THAT(files(), testing::IsSubsetOf({"dwlog", "dwlog.tmp"}));
+      EXPECT_TRUE(is_turn_free());
+      const std::string before = exists(kLog) ? contents_of(kLog) : "";
+      const support::Stopwatch stopwatch;
+      EXPECT_EQ(dwlog(3, "after"), 0);
+      EXPECT_LT(stopwatch.elapsed().count(), kNoWaitMs);
+      EXPECT_EQ(without_times(first_line()), "3: TIME after\n");
+      EXPECT_EQ(rest(), newest(before, kCapacity - 1));
+      EXPECT_THAT(files(), testing::ElementsAre("dwlog"));
+      EXPECT_EQ(mode_of(kLog), 0664U);
+      EXPECT_EQ(log_value(), 1);
+    }
+  }
+
+  static std::string first_line() { return newest(contents_of(kLog), 1); }
+  static std::string rest() { return contents_of(kLog).substr(first_line().size()); }
+
+ private:
+  static std::vector<std::string> files() {
+    std::vector<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(kFolder)) {
+      names.push_back(file.path().filename());
+    }
+    return names;
+  }
+
+  static bool is_turn_free() {
+    const rkutils::internal::UniqueFd folder(::open(kFolder, O_RDONLY | O_CLOEXEC));
+    return ::flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
+  }
+};
+
+TEST_F(DwlogKilledAlone, LeavesTheOldLogOrTheNewOne) {
+  const std::string old = old_entries(40, 8);
+  bool is_new = false;
+  int outcomes = 0;
+  kill_everywhere([] { return dwlog(4, "dying"); },
+                  [&] {
+                    support::put(kLog, old);
+                    // What an earlier one has left, who was killed as well.
+                    support::put(kTemporary, "half of a l");
+                  },
+                  [&] {
+                    const bool was_new = is_new;
+                    is_new = contents_of(kLog) != old;
+                    if (is_new) {
+                      EXPECT_EQ(without_times(first_line()), "4: TIME dying\n");
+                      EXPECT_EQ(rest(), newest(old, kCapacity - 1));
+                      EXPECT_EQ(mode_of(kLog), 0664U);
+                    }
+                    EXPECT_TRUE(is_new || !was_new)
+                        << "there is one moment at which it is replaced";
+                    outcomes |= is_new ? 2 : 1;
+                  });
+  EXPECT_EQ(outcomes, 3);
+}
+
+TEST_F(DwlogKilledAlone, LeavesNoLogOrTheFirstEntry) {
+  int outcomes = 0;
+  kill_everywhere([] { return dwlog(4, "dying"); }, [] {},
+                  [&] {
+                    const bool is_there = exists(kLog);
+                    if (is_there) {
+                      EXPECT_EQ(log_text(), "4: TIME dying\n");
+                    }
+                    outcomes |= is_there ? 2 : 1;
+                  });
+  EXPECT_EQ(outcomes, 3);
+}
+
+TEST_F(DwlogKilledAlone, LeavesTheOldLogOrAnEmptyOne) {
+  const std::string old = old_entries(40, 8);
+  int outcomes = 0;
+  kill_everywhere(
+      dwlog_clear, [&] { support::put(kLog, old); },
+      [&] {
+        const std::string text = contents_of(kLog);
+        EXPECT_THAT(text, testing::AnyOf(old, ""));
+        outcomes |= text == old ? 1 : 2;
+      });
+  EXPECT_EQ(outcomes, 3);
+}
+
+TEST_F(DwlogKilledAlone, LeavesTheLogThatItReads) {
+  const std::string old = old_entries(40, 8);
+  kill_everywhere(
+      [] {
+        static char buffer[5000];
+        return dwlog_read(buffer, sizeof buffer);
+      },
+      [&] { support::put(kLog, old); }, [&] { EXPECT_EQ(contents_of(kLog), old); });
+}
+
 // Ten at work, of which one after the other is killed and goes on where it was.
 TEST_F(DwlogKilled, AmongOthers) {
-  const int kills = support::rounds(100);
+  const int kills = support::rounds(300);
   const std::string messages = support::standard_error_of([kills] {
     ASSERT_EQ(add_entries(kWriters, 0, static_cast<int>(kCapacity)), 0);
     const auto write_on = [](int writer) { return add_entries(writer, 0, 1000000); };

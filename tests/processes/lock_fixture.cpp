@@ -29,22 +29,6 @@ void check(bool done, const char* step) {
   if (!done) throw std::system_error(errno, std::generic_category(), step);
 }
 
-// All that is in the router's own tables: what a test leaves is nobody else's.
-void remove_all() {
-  std::ifstream table("/proc/sysvipc/sem");
-  std::string line;
-  std::getline(table, line);  // the heading
-  while (std::getline(table, line)) {
-    long key = 0;
-    int set = -1;
-    std::istringstream(line) >> key >> set;
-    ::semctl(set, 0, IPC_RMID);
-  }
-  for (const auto& object : std::filesystem::directory_iterator("/dev/shm")) {
-    std::filesystem::remove_all(object.path());
-  }
-}
-
 [[noreturn]] void live(const std::function<void(Fellow&)>& life, Fellow& test) {
   try {
     life(test);
@@ -98,13 +82,32 @@ bool Fellow::ends() {
   return status == 0;
 }
 
-LockTest::LockTest() : descriptors_before_(support::open_descriptors()) { remove_all(); }
+LockTest::LockTest() : descriptors_before_(support::open_descriptors()) { remove_locks(); }
 
-LockTest::~LockTest() { remove_all(); }
+LockTest::~LockTest() { remove_locks(); }
 
 void LockTest::TearDown() {
   EXPECT_THAT(log_.take(), testing::IsEmpty());
   EXPECT_EQ(support::open_descriptors(), descriptors_before_);
+}
+
+std::vector<int> numbers_of(const std::string& table) {
+  std::vector<int> numbers;
+  std::ifstream lines("/proc/sysvipc/" + table);
+  std::string line;
+  std::getline(lines, line);  // the heading
+  while (std::getline(lines, line)) {
+    long key = 0;
+    std::istringstream(line) >> key >> numbers.emplace_back();
+  }
+  return numbers;
+}
+
+void remove_locks() {
+  for (const int set : numbers_of("sem")) ::semctl(set, 0, IPC_RMID);
+  for (const auto& object : std::filesystem::directory_iterator("/dev/shm")) {
+    std::filesystem::remove_all(object.path());
+  }
 }
 
 int set_of(const std::string& pathname, int project) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <sys/types.h>
@@ -52,6 +53,13 @@ class LockTest : public testing::Test {
  private:
   std::map<int, std::string> descriptors_before_;
 };
+
+// ---- What is in the router's tables ----
+
+// The numbers of all semaphore sets ("sem") or segments of shared memory ("shm").
+std::vector<int> numbers_of(const std::string& table);
+// Removes all semaphore sets and shared memory objects: what a test leaves is nobody else's.
+void remove_locks();
 
 // ---- Semaphore sets ----
 
