@@ -105,7 +105,8 @@ RK_API int eval_command(const char* command, char* buffer, size_t size);
  *
  * Returns the result; or -1, with these messages:
  *   - LOG_ERR "Too many arguments": more than 15 behind `arg0`; nothing is run
- *   - none: `path` is NULL or empty
+ *   - none: `path` is NULL or empty; or, in mode 1, the process between the caller and the program
+ *     was killed, before it made the program's or could tell its id
  *   - LOG_ERR "child didn't exit. error: %s", with the text of the error 0, and LOG_DEBUG "child
  *     terminated by signal: %i ": a signal ended it (modes but 1)
  *   - LOG_ERR "Waiting for child process failed: %s (%d)" with the error's text and number: the
