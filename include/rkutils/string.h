@@ -57,15 +57,27 @@ class RK_API String {
 
     /* The buffer that empty Strings share. Counts one more than the handles; is never freed. */
     static StringBuffer* EMPTY();
+
+    /*
+     * The count, and adding to it, which gives the new one. Threads may count the handles of the empty
+     * text at the same time, and lose some, which does not matter: it is read and written whole, but
+     * not locked to add to it.
+     */
+    std::int32_t handles() const { return __atomic_load_n(&refCount, __ATOMIC_RELAXED); }
+    std::int32_t count_handles(std::int32_t more) {
+      std::int32_t const count = handles() + more;
+      __atomic_store_n(&refCount, count, __ATOMIC_RELAXED);
+      return count;
+    }
   };
 
   /* ---- Making, copying and assigning ---- */
 
   /* The empty text. */
-  String() : buffer_(StringBuffer::EMPTY()) { ++buffer_->refCount; }
+  String() : buffer_(share(StringBuffer::EMPTY())) {}
 
   /* The same text as `other`, sharing its buffer. */
-  String(String const& other) : buffer_(other.buffer_) { ++buffer_->refCount; }
+  String(String const& other) : buffer_(share(other.buffer_)) {}
 
   /*
    * The one character `c`, in a buffer with room for 7; empty for NUL. An int is taken for a
@@ -94,8 +106,7 @@ class RK_API String {
   /* NOLINTNEXTLINE(bugprone-unhandled-self-assignment) */
   String& operator=(String const& other) {
     StringBuffer* const old = buffer_;
-    buffer_ = other.buffer_;
-    ++buffer_->refCount;
+    buffer_ = share(other.buffer_);
     release(old);
     return *this;
   }
@@ -137,7 +148,7 @@ class RK_API String {
   /* The number of characters that the buffer has room for. */
   long capacity() const { return buffer_->capacity; }
   /* The number of handles on the buffer; for the shared empty text, one more. */
-  long useCount() const { return buffer_->refCount; }
+  long useCount() const { return buffer_->handles(); }
 
   /* The character at `i`; NUL outside of the text. */
   char operator[](long i) const { return i < 0 || i >= buffer_->length ? '\0' : buffer_->chars[i]; }
@@ -291,8 +302,12 @@ class RK_API String {
   long lastIndexOfIgnoreCase(String const& t, long from) const;
 
  private:
+  static StringBuffer* share(StringBuffer* buffer) {
+    buffer->count_handles(1);
+    return buffer;
+  }
   static void release(StringBuffer* buffer) {
-    if (--buffer->refCount == 0) free_buffer(buffer);
+    if (buffer->count_handles(-1) == 0) free_buffer(buffer);
   }
   static void free_buffer(StringBuffer* buffer);
 

@@ -29,7 +29,7 @@ constexpr long kCharacterCapacity = 7;
 constexpr std::size_t kNumberSize = 32;
 
 Buffer* share_empty() {
-  ++shared_empty.refCount;
+  shared_empty.count_handles(1);
   return &shared_empty;
 }
 
@@ -109,7 +109,7 @@ void String::free_buffer(StringBuffer* buffer) {
 }
 
 // The shared empty buffer is nobody's own, whatever its count says: threads may have lost counts.
-bool String::is_private() const { return buffer_->refCount < 2 && buffer_ != &shared_empty; }
+bool String::is_private() const { return buffer_->handles() < 2 && buffer_ != &shared_empty; }
 
 void String::take(StringBuffer* buffer) {
   release(buffer_);
@@ -272,7 +272,7 @@ String& String::operator+=(char c) {
   Buffer* const buffer = buffer_;
   const std::int32_t length = buffer->length;
   // The shared empty buffer has no room.
-  if (buffer->refCount < 2 && length < buffer->capacity) {
+  if (buffer->handles() < 2 && length < buffer->capacity) {
     buffer->chars[length] = c;
     buffer->chars[length + 1] = '\0';
     buffer->length = length + 1;
