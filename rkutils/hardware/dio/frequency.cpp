@@ -64,7 +64,7 @@ unsigned ask_whether_active(int file, const DriverPath& path, unsigned char& act
   const ssize_t written = write_at_once(file, path, kQuestion);
   if (written >= 0 && written != static_cast<ssize_t>(sizeof kQuestion - 1)) return DIO_ERR_IO;
   if (written < 0 && errno != EEXIST) return DIO_ERR_INACTIVE;
-  active = written < 0 ? 1 : 0;
+  active = static_cast<unsigned char>(written < 0 ? 1 : 0);
   return DIO_OK;
 }
 
