@@ -1,11 +1,37 @@
-# rkutils_sanitizers: AddressSanitizer and UndefinedBehaviorSanitizer when RKUTILS_SANITIZE is on; any
-# finding ends the program. An interface target to link privately.
+# rkutils_sanitizers: what RKUTILS_SANITIZE asks for; any finding ends the program. An interface target
+# to link privately.
+#
+#   OFF       nothing
+#   address   AddressSanitizer, its leak checker and UndefinedBehaviorSanitizer; ON means the same
+#   thread    ThreadSanitizer
+
+set(RKUTILS_SANITIZE OFF CACHE STRING "What the programs check while they run: OFF, address or thread")
+set_property(CACHE RKUTILS_SANITIZE PROPERTY STRINGS OFF address thread)
 
 add_library(rkutils_sanitizers INTERFACE)
 
+set(rkutils_sanitizers_ON address,undefined)
+set(rkutils_sanitizers_address address,undefined)
+set(rkutils_sanitizers_thread thread)
 if(RKUTILS_SANITIZE)
-  set(rkutils_sanitize -fsanitize=address,undefined -fno-sanitize-recover=all
+  if(NOT DEFINED rkutils_sanitizers_${RKUTILS_SANITIZE})
+    message(FATAL_ERROR "RKUTILS_SANITIZE: there is no ${RKUTILS_SANITIZE}")
+  endif()
+  set(rkutils_sanitize -fsanitize=${rkutils_sanitizers_${RKUTILS_SANITIZE}} -fno-sanitize-recover=all
                        -fno-omit-frame-pointer)
   target_compile_options(rkutils_sanitizers INTERFACE ${rkutils_sanitize})
   target_link_options(rkutils_sanitizers INTERFACE ${rkutils_sanitize})
+
+  # clang would put its AddressSanitizer into each program. As a library, like that of g++, it lets tests
+  # stand before its allocator (support/allocation_faults.cpp).
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang"
+     AND NOT RKUTILS_SANITIZE STREQUAL "thread"
+     AND NOT RKUTILS_FUZZ)
+    execute_process(
+      COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
+      OUTPUT_VARIABLE rkutils_asan OUTPUT_STRIP_TRAILING_WHITESPACE)
+    cmake_path(GET rkutils_asan PARENT_PATH rkutils_asan_folder)
+    target_link_options(rkutils_sanitizers INTERFACE -shared-libasan
+                        "-Wl,-rpath,${rkutils_asan_folder}")
+  endif()
 endif()

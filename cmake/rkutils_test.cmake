@@ -1,6 +1,7 @@
 # Test programs.
 #
 #   rkutils_test(NAME [ALONE] [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...]
+#   rkutils_test(NAME [OUTSIDE] [SHARED] [LABEL label] [SOURCES file...] [LAYERS layer...]
 #                [USES zmq|event...])
 #
 # Registers each of the tests in NAME.cpp with ctest, and makes a target NAME that builds the program
@@ -13,6 +14,7 @@
 # joined, see below.
 # OUTSIDE leaves the test on the host, where it must not change anything.
 # SHARED loads the shared library on the board too, see below; for tests of plain functions.
+# LABEL is ctest's for each of the tests, and the name of a target that builds all programs with it.
 # SOURCES are compiled once for all the tests that name them.
 # LAYERS gives the test the internals of these layers, which the library does not export.
 # USES names the libraries of others that the test calls itself (rkutils_dependencies.cmake).
@@ -95,6 +97,8 @@ endfunction()
 # A program of these sources. The words are those of rkutils_test().
 function(rkutils_test_program program sources)
   cmake_parse_arguments(PARSE_ARGV 2 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
+function(rkutils_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "LABEL" "SOURCES;LAYERS;USES")
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
   set(library rkutils::rkutils)
   set(uses_prefix rkutils_)
@@ -115,10 +119,21 @@ function(rkutils_test_program program sources)
   target_link_libraries(${program} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
                                            rkutils_test_flags)
   rkutils_precompile(${program})
+  target_link_libraries(${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
+                                        rkutils_test_flags)
+  rkutils_precompile(${name})
+  set(label)
+  if(TEST_LABEL)
+    set(label LABELS ${TEST_LABEL})
+    if(NOT TARGET ${TEST_LABEL})
+      add_custom_target(${TEST_LABEL})
+    endif()
+    add_dependencies(${TEST_LABEL} ${name})
+  endif()
   gtest_discover_tests(
     ${program}
     NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
+    PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77 ${label})
 endfunction()
 
 # A program of several test files. It is the program of each of their targets, too.

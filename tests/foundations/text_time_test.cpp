@@ -9,22 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/time_zone.h"
+
 namespace {
 
-// Sets the time zone until the end of the test.
-class TimeZone {
- public:
-  explicit TimeZone(const char* zone) { set(zone); }
-  ~TimeZone() { set("UTC0"); }
-  TimeZone(const TimeZone&) = delete;
-  TimeZone& operator=(const TimeZone&) = delete;
-
- private:
-  static void set(const char* zone) {
-    ::setenv("TZ", zone, 1);
-    ::tzset();
-  }
-};
+using support::TimeZone;
 
 // Rules written out, so that no table of zones is needed.
 constexpr char kBerlin[] = "CET-1CEST,M3.5.0,M10.5.0/3";

@@ -2,7 +2,7 @@
 //
 // The program's malloc(), calloc(), realloc() and free() take the place of the others, for the
 // shared libraries too. Where the memory then comes from depends on how the program is made:
-//   - with AddressSanitizer the real functions have names of their own;
+//   - with AddressSanitizer and ThreadSanitizer the real functions have names of their own;
 //   - linked dynamically, they are the next ones in the order of the libraries;
 //   - linked statically, they are no longer in the program: aligned_alloc() allocates from the same
 //     heap, and its free() has a second name in both C libraries. (The GNU C library's archive
@@ -25,16 +25,9 @@
 #include <malloc.h>
 #include <sys/auxv.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-#ifndef SANITIZED
-#define SANITIZED 0
-#endif
+#include "support/sanitizers.h"
+
+#define SANITIZED (HAS_ADDRESS_SANITIZER || HAS_THREAD_SANITIZER)
 
 #if SANITIZED
 extern "C" {
@@ -63,7 +56,7 @@ thread_local std::size_t recorded[kMostRecorded];
 thread_local bool inside = false;
 
 // What the allocator's first callers reach, before the sanitizer is ready to check anything.
-#define UNCHECKED __attribute__((no_sanitize("address", "undefined")))
+#define UNCHECKED __attribute__((no_sanitize("address", "undefined", "thread")))
 
 // Counts an allocation; true when it is to fail.
 UNCHECKED bool fails_now(std::size_t size) noexcept {
@@ -223,8 +216,8 @@ RK_API char* strdup(const char* text) noexcept(noexcept(::strdup(text))) {
 
 // The language's operators call malloc(), but for those of the sanitizer. Its delete still takes
 // only what its new has made, so that one has to be called. A program that has operators of its own
-// keeps them.
-#if SANITIZED && !defined(__clang__)
+// keeps them. ThreadSanitizer is part of the program, and has no next one.
+#if HAS_ADDRESS_SANITIZER
 
 namespace {
 

@@ -2,7 +2,7 @@
 //
 // An allocation is a call of malloc(), calloc() or realloc(), in the program or in a library, and
 // of new, which calls malloc() or counts like it. Calls inside of the C library count where its
-// linking lets them. With clang's AddressSanitizer, new does not count.
+// linking lets them. With ThreadSanitizer, new does not count.
 #ifndef TESTS_SUPPORT_ALLOCATION_FAULTS_H
 #define TESTS_SUPPORT_ALLOCATION_FAULTS_H
 

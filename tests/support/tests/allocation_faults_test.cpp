@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/sanitizers.h"
+
 namespace {
 
 using support::allocation_count;
@@ -176,8 +178,8 @@ TEST(Allocation, IsRealMemory) {
   std::free(kept);
 }
 
-// The sanitizer ends the program over such sizes.
-#if !defined(__SANITIZE_ADDRESS__)
+// The sanitizers end the program over such sizes.
+#if !HAS_ADDRESS_SANITIZER && !HAS_THREAD_SANITIZER
 TEST(Allocation, RefusesWhatNobodyHas) {
   EXPECT_EQ(kept = std::malloc(too_much), nullptr);
   EXPECT_EQ(kept = std::calloc(too_much, 2), nullptr);
