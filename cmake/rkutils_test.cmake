@@ -225,10 +225,11 @@ endfunction()
 # Registers a command that succeeds or fails in a private router with the library installed.
 function(rkutils_router_test name)
   cmake_parse_arguments(PARSE_ARGV 1 TEST "" "" "COMMAND")
+  set(overlays ${RKUTILS_OVERLAYS})
+  list(TRANSFORM overlays PREPEND "--overlay;")
   add_test(
     NAME ${name}
-    COMMAND
-      $<TARGET_FILE:private-router> --overlay "${RKUTILS_STAGE}" --keep "${PROJECT_SOURCE_DIR}" --keep
-      "${PROJECT_BINARY_DIR}" -- ${TEST_COMMAND})
+    COMMAND $<TARGET_FILE:private-router> ${overlays} --keep "${PROJECT_SOURCE_DIR}" --keep
+            "${PROJECT_BINARY_DIR}" -- ${TEST_COMMAND})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${RKUTILS_TEST_TIMEOUT} SKIP_RETURN_CODE 77)
 endfunction()

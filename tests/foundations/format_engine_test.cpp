@@ -86,7 +86,7 @@ class Generator {
     return format;
   }
 
-  std::size_t below(std::size_t bound) { return random_() % bound; }
+  std::size_t below(std::size_t bound) { return static_cast<std::size_t>(random_() % bound); }
 
  private:
   bool one_in(std::size_t odds) { return below(odds) == 0; }

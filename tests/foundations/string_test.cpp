@@ -519,22 +519,24 @@ TEST(StringLengthDeathTest, AbortsWhenAFormattedTextPassesTheLimit) {
   EXPECT_EXIT((String().*format)("%2147483647d", 1), testing::KilledBySignal(SIGABRT), "");
 }
 
-// Two gigabytes of one megabyte: the same pages again and again.
+// As large as the largest object of 32 bits, of one megabyte: the same pages again and again.
 class HugeText {
  public:
   HugeText() {
     const int file = ::memfd_create("text", MFD_CLOEXEC);
     const std::string piece(kPiece, 'x');
     if (file < 0 || ::write(file, piece.data(), kPiece) != static_cast<ssize_t>(kPiece)) return;
-    void* const place =
-        ::mmap(nullptr, kSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* const place = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (place != MAP_FAILED) {
-      // The last page stays anonymous, and its zeros end the text.
       text_ = static_cast<char*>(place);
-      for (std::size_t at = 0; at + kPiece < kSize; at += kPiece) {
+      std::size_t at = 0;
+      for (; at + kPiece < kSize; at += kPiece) {
         EXPECT_NE(::mmap(text_ + at, kPiece, PROT_READ, MAP_PRIVATE | MAP_FIXED, file, 0),
                   MAP_FAILED);
       }
+      // The last of them stays anonymous, and a zero of its ends the text.
+      std::memset(text_ + at, 'x', kSize - at - 1);
     }
     ::close(file);
   }
@@ -549,7 +551,7 @@ class HugeText {
 
  private:
   static constexpr std::size_t kPiece = std::size_t{1} << 20U;
-  static constexpr std::size_t kSize = (std::size_t{1} << 31U) + 1;
+  static constexpr std::size_t kSize = std::numeric_limits<std::int32_t>::max();
 
   char* text_ = nullptr;
 };

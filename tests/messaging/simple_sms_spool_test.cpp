@@ -47,7 +47,12 @@
 extern "C" RK_API dirent* readdir(DIR* stream);
 dirent* readdir(DIR* stream) {
   using Function = dirent*(DIR*);
-  static auto* const next = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, "readdir"));
+#ifdef __GLIBC__
+  constexpr const char* kName = "readdir64";  // what readdir() becomes where offsets could be small
+#else
+  constexpr const char* kName = "readdir";
+#endif
+  static auto* const next = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, kName));
   dirent* const entry = next(stream);
   if (entry != nullptr && std::strcmp(entry->d_name, "untyped") == 0) entry->d_type = DT_UNKNOWN;
   return entry;

@@ -20,10 +20,10 @@ namespace {
 // What this thread's next looks at the time of day give, one after the other.
 thread_local std::deque<std::timespec> times_of_day;
 
-#ifdef SYS_clock_gettime64
-constexpr long kGetTime = SYS_clock_gettime64;
-#else
+#ifdef SYS_clock_gettime
 constexpr long kGetTime = SYS_clock_gettime;
+#else
+constexpr long kGetTime = SYS_clock_gettime64;
 #endif
 
 }  // namespace

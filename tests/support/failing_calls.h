@@ -72,7 +72,8 @@ struct FailingCall {
 };
 
 // Calls `action` on a thread of its own in which the system calls fail, without doing anything, and
-// returns when it has ended. Not more than a few calls, each of another kind.
+// returns when it has ended. Not more than a few calls, each of another kind. Skips the test where
+// that is not possible: in Valgrind.
 void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action);
 

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -17,6 +19,15 @@ std::string link_text(const char* path) {
   return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
 }
 
+std::vector<std::string> words_of(const std::string& text, char separator) {
+  std::vector<std::string> words;
+  std::istringstream stream(text);
+  for (std::string word; std::getline(stream, word, separator);) {
+    if (!word.empty()) words.push_back(word);
+  }
+  return words;
+}
+
 }  // namespace
 
 bool inside_private_router() {
@@ -28,15 +39,16 @@ bool inside_private_router() {
 
 void enter_private_router(char** argv) {
   if (inside_private_router()) return;
-  std::vector<std::string> words = {built_program("tests/support/private-router"),
-                                    "--overlay",
-                                    built_program("stage"),
-                                    "--keep",
-                                    built_program(""),
-                                    "--keep",
-                                    source_file(""),
-                                    "--",
-                                    link_text("/proc/self/exe")};
+  std::vector<std::string> words = {built_program("tests/support/private-router")};
+  for (const std::string& overlay : words_of(RKUTILS_OVERLAYS, ':')) {
+    words.insert(words.end(), {"--overlay", overlay});
+  }
+  words.insert(words.end(), {"--keep", built_program(""), "--keep", source_file(""), "--"});
+  const char* const checker = std::getenv("RKUTILS_RUN_UNDER");
+  for (std::string& word : words_of(checker == nullptr ? "" : checker, ' ')) {
+    words.push_back(std::move(word));
+  }
+  words.push_back(link_text("/proc/self/exe"));
   for (++argv; *argv != nullptr; ++argv) words.emplace_back(*argv);
 
   std::vector<char*> arguments;

@@ -11,7 +11,8 @@ bool inside_private_router();
 
 // Starts this program again in a private router of its own, with the library at its installed path
 // and the same arguments; returns only when it is in one already. The source and the build tree
-// stay visible.
+// stay visible. Where the environment has RKUTILS_RUN_UNDER, its words stand before the program in
+// there: "valgrind --quiet", for instance.
 void enter_private_router(char** argv);
 
 // A program of the build tree, by its path below it.

@@ -18,12 +18,12 @@ constexpr std::int64_t kNanosecondsPerMicrosecond = 1000;
 thread_local StoppedClock* stopped = nullptr;
 
 // Where a time has more bits than a long, the calls that take it have names of their own.
-#ifdef SYS_clock_gettime64
-constexpr long kGetTime = SYS_clock_gettime64;
-constexpr long kSleep = SYS_clock_nanosleep_time64;
-#else
+#ifdef SYS_clock_gettime
 constexpr long kGetTime = SYS_clock_gettime;
 constexpr long kSleep = SYS_clock_nanosleep;
+#else
+constexpr long kGetTime = SYS_clock_gettime64;
+constexpr long kSleep = SYS_clock_nanosleep_time64;
 #endif
 
 }  // namespace
