@@ -1,7 +1,6 @@
 # Test programs.
 #
-#   rkutils_test(NAME [ALONE] [OUTSIDE] [SHARED] [SOURCES file...] [LAYERS layer...]
-#   rkutils_test(NAME [OUTSIDE] [SHARED] [LABEL label] [SOURCES file...] [LAYERS layer...]
+#   rkutils_test(NAME [ALONE] [OUTSIDE] [SHARED] [LABEL label] [SOURCES file...] [LAYERS layer...]
 #                [USES zmq|event...])
 #
 # Registers each of the tests in NAME.cpp with ctest, and makes a target NAME that builds the program
@@ -96,9 +95,7 @@ endfunction()
 
 # A program of these sources. The words are those of rkutils_test().
 function(rkutils_test_program program sources)
-  cmake_parse_arguments(PARSE_ARGV 2 TEST "OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
-function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "OUTSIDE;SHARED" "LABEL" "SOURCES;LAYERS;USES")
+  cmake_parse_arguments(PARSE_ARGV 2 TEST "OUTSIDE;SHARED" "LABEL" "SOURCES;LAYERS;USES")
   list(TRANSFORM TEST_LAYERS PREPEND rkutils_)
   set(library rkutils::rkutils)
   set(uses_prefix rkutils_)
@@ -119,16 +116,9 @@ function(rkutils_test name)
   target_link_libraries(${program} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
                                            rkutils_test_flags)
   rkutils_precompile(${program})
-  target_link_libraries(${name} PRIVATE ${TEST_LAYERS} ${library} ${TEST_USES} ${testing}
-                                        rkutils_test_flags)
-  rkutils_precompile(${name})
   set(label)
   if(TEST_LABEL)
     set(label LABELS ${TEST_LABEL})
-    if(NOT TARGET ${TEST_LABEL})
-      add_custom_target(${TEST_LABEL})
-    endif()
-    add_dependencies(${TEST_LABEL} ${name})
   endif()
   gtest_discover_tests(
     ${program}
@@ -184,18 +174,9 @@ function(rkutils_join_tests)
   endforeach()
 endfunction()
 
-function(rkutils_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 TEST "ALONE;OUTSIDE;SHARED" "" "SOURCES;LAYERS;USES")
-  set(words SOURCES ${TEST_SOURCES} LAYERS ${TEST_LAYERS} USES ${TEST_USES})
-  foreach(option OUTSIDE SHARED)
-    if(TEST_${option})
-      list(APPEND words ${option})
-    endif()
-  endforeach()
-  if(TEST_ALONE OR RKUTILS_TESTS_TOGETHER LESS 2)
-    rkutils_test_program(${name} ${name}.cpp ${words})
-    return()
-  endif()
+# Remembers a test for rkutils_join_tests().
+function(rkutils_join_later name)
+  set(words ${ARGN})
   add_custom_target(${name})
   string(MD5 kind "${words}")
   get_property(kinds DIRECTORY PROPERTY rkutils_test_kinds)
@@ -208,6 +189,27 @@ function(rkutils_test name)
     set_property(DIRECTORY PROPERTY rkutils_test_words_${kind} ${words})
   endif()
   set_property(DIRECTORY APPEND PROPERTY rkutils_tests_${kind} ${name})
+endfunction()
+
+function(rkutils_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 TEST "ALONE;OUTSIDE;SHARED" "LABEL" "SOURCES;LAYERS;USES")
+  set(words LABEL ${TEST_LABEL} SOURCES ${TEST_SOURCES} LAYERS ${TEST_LAYERS} USES ${TEST_USES})
+  foreach(option OUTSIDE SHARED)
+    if(TEST_${option})
+      list(APPEND words ${option})
+    endif()
+  endforeach()
+  if(TEST_LABEL AND NOT TARGET ${TEST_LABEL})
+    add_custom_target(${TEST_LABEL})
+  endif()
+  if(TEST_ALONE OR RKUTILS_TESTS_TOGETHER LESS 2)
+    rkutils_test_program(${name} ${name}.cpp ${words})
+  else()
+    rkutils_join_later(${name} ${words})
+  endif()
+  if(TEST_LABEL)
+    add_dependencies(${TEST_LABEL} ${name})
+  endif()
 endfunction()
 
 #   rkutils_command_test(NAME COMMAND word...)
