@@ -33,9 +33,11 @@ using rkutils::internal::UniqueFd;
 // same on all machines.
 constexpr unsigned kClone3 = 435;
 constexpr unsigned kCloseRange = 436;
+constexpr unsigned kFaccessat2 = 439;
 constexpr unsigned kFchmodat2 = 452;
-constexpr unsigned kPpollTime64 = 414;       // which machines of 64 bits do not have
-constexpr unsigned kSemtimedopTime64 = 420;  // likewise
+constexpr unsigned kClockNanosleepTime64 = 407;  // which machines of 64 bits do not have
+constexpr unsigned kPpollTime64 = 414;           // likewise
+constexpr unsigned kSemtimedopTime64 = 420;      // likewise
 
 // A call's number. Where many calls have it, their first argument tells one from another.
 struct Number {
@@ -51,6 +53,12 @@ struct Number {
 // more.
 std::vector<unsigned> own_numbers_of(SystemCall call) {
   switch (call) {
+    case SystemCall::kAccess:
+      return {
+#ifdef SYS_access
+          SYS_access,
+#endif
+          SYS_faccessat, kFaccessat2};
     case SystemCall::kAttachSharedMemory:
       return {SYS_shmat};
     case SystemCall::kBind:
@@ -67,8 +75,16 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
       return {SYS_close};
     case SystemCall::kCloseRange:
       return {kCloseRange};
+    case SystemCall::kConnect:
+      return {SYS_connect};
     case SystemCall::kControl:
       return {SYS_ioctl};
+    case SystemCall::kControlDescriptor:
+      return {
+#ifdef SYS_fcntl64
+          SYS_fcntl64,
+#endif
+          SYS_fcntl};
     case SystemCall::kControlSemaphores:
       return {SYS_semctl};
     case SystemCall::kCopyRange:
@@ -99,6 +115,24 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_getdents64};
     case SystemCall::kLockFile:
       return {SYS_flock};
+    case SystemCall::kMakeFolder:
+      return {
+#ifdef SYS_mkdir
+          SYS_mkdir,
+#endif
+          SYS_mkdirat};
+    case SystemCall::kMakeLink:
+      return {
+#ifdef SYS_symlink
+          SYS_symlink,
+#endif
+          SYS_symlinkat};
+    case SystemCall::kMakeNode:
+      return {
+#ifdef SYS_mknod
+          SYS_mknod,
+#endif
+          SYS_mknodat};
     case SystemCall::kMapFile:
       return {
 #ifdef SYS_mmap2
@@ -129,7 +163,13 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
 #endif
           SYS_ppoll, kPpollTime64};
     case SystemCall::kRead:
-      return {SYS_read};
+      return {SYS_read, SYS_readv};
+    case SystemCall::kReadLink:
+      return {
+#ifdef SYS_readlink
+          SYS_readlink,
+#endif
+          SYS_readlinkat};
     case SystemCall::kReceive:
       return {
 #ifdef SYS_recv
@@ -138,6 +178,12 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_recvfrom};
     case SystemCall::kReceiveMessage:
       return {SYS_recvmsg};
+    case SystemCall::kRemove:
+      return {
+#ifdef SYS_unlink
+          SYS_unlink, SYS_rmdir,
+#endif
+          SYS_unlinkat};
     case SystemCall::kRename:
       return {
 #ifdef SYS_rename
@@ -163,8 +209,34 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
       return {SYS_sendmsg};
     case SystemCall::kSetSocketOption:
       return {SYS_setsockopt};
+    case SystemCall::kSleep:
+      return {
+#ifdef SYS_nanosleep
+          SYS_nanosleep,
+#endif
+#ifdef SYS_clock_nanosleep_time32
+          SYS_clock_nanosleep_time32,
+#else
+          SYS_clock_nanosleep,
+#endif
+          kClockNanosleepTime64};
     case SystemCall::kSocket:
       return {SYS_socket};
+    case SystemCall::kStatus:
+      return {
+#ifdef SYS_stat
+          SYS_stat,       SYS_lstat,
+#endif
+#ifdef SYS_stat64
+          SYS_stat64,     SYS_lstat64, SYS_fstat64, SYS_fstatat64,
+#endif
+#ifdef SYS_newfstatat
+          SYS_newfstatat,
+#endif
+#ifdef SYS_fstat
+          SYS_fstat,
+#endif
+          SYS_statx};
     case SystemCall::kSynchronise:
       return {SYS_fsync};
     case SystemCall::kTruncate:
@@ -173,8 +245,10 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_ftruncate64,
 #endif
           SYS_ftruncate};
+    case SystemCall::kWatch:
+      return {SYS_epoll_ctl};
     case SystemCall::kWrite:
-      return {SYS_write};
+      return {SYS_write, SYS_writev};
   }
   return {};
 }
@@ -251,7 +325,7 @@ void check(bool done, const char* step) {
 // Whether the filter, which cannot count, is to ask about each call.
 bool is_asked_about(const FailingCall& failing) {
   return failing.done != 0 || failing.times != FailingCall{}.times || failing.meanwhile ||
-         failing.decide;
+         failing.decide || !failing.of_children;
 }
 
 constexpr sock_filter kLoadNumber = BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr));
@@ -347,9 +421,9 @@ bool control(int questions, unsigned long request, void* argument) {
   return ::syscall(SYS_ioctl, questions, request, argument) == 0;
 }
 
-// Answers the filter's questions until its thread has ended. It allocates nothing: a thread that
-// forks may hold the allocator's lock while it waits for the answer.
-void answer_all(int questions, std::vector<NumberedCall>& calls) {
+// Answers the filter's questions until its thread has ended, and all that came of that. It allocates
+// nothing: a thread that forks may hold the allocator's lock while it waits for the answer.
+void answer_all(int questions, std::vector<NumberedCall>& calls, pid_t thread) {
   for (;;) {
     pollfd ready = {questions, POLLIN, 0};
     if (::poll(&ready, 1, -1) < 0 && errno == EINTR) continue;
@@ -359,6 +433,12 @@ void answer_all(int questions, std::vector<NumberedCall>& calls) {
     seccomp_notif_resp response = {};
     response.id = question.id;
     answer(find_call(calls, question.data), question.data, response);
+    FailingCall& failing = find_call(calls, question.data.nr);
+    if (failing.of_children || static_cast<pid_t>(question.pid) == thread) {
+      answer(failing, question.data, response);
+    } else {
+      response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    }
     check(control(questions, SECCOMP_IOCTL_NOTIF_SEND, &response), "answer");
   }
 }
@@ -382,7 +462,9 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
   std::vector<NumberedCall> numbered(calls.begin(), calls.end());
   std::promise<UniqueFd> questions;
   std::atomic<bool> listening = false;
+  std::atomic<pid_t> thread_id = 0;
   std::thread thread([&] {
+    thread_id = static_cast<pid_t>(::syscall(SYS_gettid));
     questions.set_value(make_fail(calls));
     // The action may leave no descriptor, and the sanitizer needs one to look at the promise's class.
     while (!listening) std::this_thread::yield();
@@ -391,7 +473,7 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
   {
     const UniqueFd asked = questions.get_future().get();
     listening = true;
-    answer_all(asked.get(), numbered);
+    answer_all(asked.get(), numbered, thread_id);
   }
   thread.join();
 }

@@ -13,13 +13,16 @@ namespace support {
 
 // System calls by what they do, under whatever names and numbers this machine has for it.
 enum class SystemCall {
+  kAccess,              // access(2), faccessat(2)
   kAttachSharedMemory,  // shmat(2)
   kBind,
   kChangeModeByName,        // chmod(2), fchmodat(2)
   kChangeModeByDescriptor,  // fchmod(2)
   kClose,
-  kCloseRange,         // close_range(2)
+  kCloseRange,  // close_range(2)
+  kConnect,
   kControl,            // ioctl(2)
+  kControlDescriptor,  // fcntl(2)
   kControlSemaphores,  // semctl(2)
   kCopyRange,          // copy_file_range(2)
   kFileSystemUsage,    // statfs(2)
@@ -29,22 +32,30 @@ enum class SystemCall {
   kGetSocketName,      // getsockname(2)
   kList,               // what is behind readdir(3)
   kLockFile,           // flock(2)
+  kMakeFolder,         // mkdir(2), mkdirat(2)
+  kMakeLink,           // symlink(2), symlinkat(2)
+  kMakeNode,           // mknod(2), mknodat(2), which are behind mkfifo(3)
   kMapFile,            // mmap(2) of a file, not of memory without one
   kOperateSemaphores,  // semop(2), semtimedop(2)
   kOpen,
   kPoll,
-  kRead,
+  kRead,            // read(2), readv(2)
+  kReadLink,        // readlink(2), readlinkat(2)
   kReceive,         // recv(2), recvfrom(2)
   kReceiveMessage,  // recvmsg(2)
+  kRemove,          // unlink(2), rmdir(2), unlinkat(2)
   kRename,
   kSend,  // send(2), which syslog(3) uses, too; sendto(2)
   kSendfile,
   kSendMessage,      // sendmsg(2)
   kSetSocketOption,  // setsockopt(2)
+  kSleep,            // nanosleep(2), clock_nanosleep(2)
   kSocket,
+  kStatus,       // stat(2), lstat(2), fstat(2), fstatat(2), statx(2)
   kSynchronise,  // fsync(2)
   kTruncate,     // ftruncate(2)
-  kWrite,
+  kWatch,        // epoll_ctl(2)
+  kWrite,        // write(2), writev(2), which streams use, too
 };
 
 // The arguments of a call as the kernel gets them.
@@ -69,6 +80,9 @@ struct FailingCall {
   // Decides about each of them instead, on the caller's thread: gives the call's result, which is a
   // negated errno value for a failure; or nothing, and the call is done.
   std::function<std::optional<std::int64_t>(const CallArguments&)> decide = {};
+  // Whether the calls of processes and threads that the action makes are among them; otherwise those
+  // are done.
+  bool of_children = true;
 };
 
 // Calls `action` on a thread of its own in which the system calls fail, without doing anything, and

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -51,6 +52,12 @@ int wait_for(pid_t child) {
 }  // namespace
 
 std::string in_child(const std::function<std::string()>& action) {
+  ChildEnd end = end_of_child(action);
+  if (end.status != 0) throw std::runtime_error("the child failed");
+  return std::move(end.result);
+}
+
+ChildEnd end_of_child(const std::function<std::string()>& action) {
   std::array<int, 2> ends = {-1, -1};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::system_error(errno, std::generic_category(), "pipe");
@@ -63,8 +70,7 @@ std::string in_child(const std::function<std::string()>& action) {
   writer.reset();
 
   std::string result = receive_result(reader.get());
-  if (wait_for(child) != 0) throw std::runtime_error("the child failed");
-  return result;
+  return {wait_for(child), std::move(result)};
 }
 
 }  // namespace support

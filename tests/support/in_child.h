@@ -12,6 +12,15 @@ namespace support {
 // checks that fail in there are not seen here. Throws when the child ends in another way.
 std::string in_child(const std::function<std::string()>& action);
 
+// How a child has ended, as waitpid(2) tells, and what the action returned when it came to that.
+struct ChildEnd {
+  int status;
+  std::string result;
+};
+
+// The same for an action that may end the child by itself.
+ChildEnd end_of_child(const std::function<std::string()>& action);
+
 }  // namespace support
 
 #endif

@@ -1,5 +1,6 @@
 #include "support/failing_calls.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/sem.h>
@@ -20,6 +22,8 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -118,6 +122,43 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
       fails(SystemCall::kReceive, [&] { return ::recvfrom(-1, &byte, 1, 0, nullptr, nullptr); }));
   EXPECT_TRUE(fails(SystemCall::kSend, [&] { return ::send(-1, &byte, 1, 0); }));
   EXPECT_TRUE(fails(SystemCall::kSend, [&] { return ::sendto(-1, &byte, 1, 0, nullptr, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kAccess, [] { return ::access(kPath, R_OK); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kAccess, [] { return ::faccessat(AT_FDCWD, kPath, R_OK, AT_EACCESS); }));
+  EXPECT_TRUE(fails(SystemCall::kConnect, [] { return ::connect(-1, nullptr, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kControlDescriptor, [&] { return ::fcntl(first_, F_GETFD); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeFolder, [] { return ::mkdir(kPath, 0755); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeFolder, [] { return ::mkdirat(AT_FDCWD, kPath, 0755); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeLink, [] { return ::symlink("x", kPath); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeLink, [] { return ::symlinkat("x", AT_FDCWD, kPath); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeNode, [] { return ::mkfifo(kPath, 0644); }));
+  EXPECT_TRUE(fails(SystemCall::kMakeNode, [] { return ::mkfifoat(AT_FDCWD, kPath, 0644); }));
+  iovec piece = {&byte, 1};
+  EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::readv(first_, &piece, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kWrite, [&] { return ::write(first_, &byte, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kWrite, [&] { return ::writev(first_, &piece, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kReadLink, [&] { return ::readlink(kPath, &byte, 1); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kReadLink, [&] { return ::readlinkat(AT_FDCWD, kPath, &byte, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kRemove, [] { return ::unlink(kPath); }));
+  EXPECT_TRUE(fails(SystemCall::kRemove, [] { return ::unlinkat(AT_FDCWD, kPath, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kRemove, [] { return ::rmdir(kPath); }));
+  EXPECT_TRUE(fails(SystemCall::kSleep, [] {
+    const timespec moment = {0, 1};
+    return ::nanosleep(&moment, nullptr);
+  }));
+  EXPECT_TRUE(fails(SystemCall::kSleep, [] {
+    const timespec moment = {0, 1};
+    errno = ::clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
+    return errno == 0 ? 0 : -1;
+  }));
+  struct stat status = {};
+  EXPECT_TRUE(fails(SystemCall::kStatus, [&] { return ::stat(kPath, &status); }));
+  EXPECT_TRUE(fails(SystemCall::kStatus, [&] { return ::lstat(kPath, &status); }));
+  EXPECT_TRUE(fails(SystemCall::kStatus, [&] { return ::fstat(first_, &status); }));
+  EXPECT_TRUE(fails(SystemCall::kStatus, [&] { return ::fstatat(AT_FDCWD, kPath, &status, 0); }));
+  EXPECT_TRUE(
+      fails(SystemCall::kWatch, [] { return ::epoll_ctl(-1, EPOLL_CTL_ADD, -1, nullptr); }));
   EXPECT_TRUE(fails(SystemCall::kList, [] {
     DIR* const stream = ::opendir("/");
     const int result = ::readdir(stream) == nullptr ? -1 : 0;
@@ -235,6 +276,32 @@ TEST_F(FailingCalls, LeaveOtherCallsAndThreadsAlone) {
   EXPECT_EQ(mode(), 0644U);
   EXPECT_EQ(::chmod(kPath, 0640), 0);
   EXPECT_EQ(mode(), 0640U);
+}
+
+// A process that the action makes, and the action itself afterwards.
+TEST_F(FailingCalls, OfChildrenFailOrNot) {
+  for (const bool of_children : {true, false}) {
+    std::atomic<unsigned> calls = 0;
+    support::FailingCall failing = {SystemCall::kChangeModeByName, 0};
+    failing.of_children = of_children;
+    failing.decide = [&calls](const support::CallArguments& /*arguments*/) {
+      ++calls;
+      return std::optional<std::int64_t>(-EXDEV);
+    };
+    int childs = 0;
+    int own = 0;
+    run_with_failing_calls({failing}, [&] {
+      const pid_t child = ::fork();
+      if (child == 0) ::_exit(::chmod(kPath, 0600) == 0 ? 1 : 2);
+      int status = 0;
+      ::waitpid(child, &status, 0);
+      childs = WEXITSTATUS(status);
+      own = ::chmod(kPath, 0600);
+    });
+    EXPECT_EQ(childs, of_children ? 2 : 1);
+    EXPECT_EQ(own, -1);
+    EXPECT_EQ(calls, of_children ? 2U : 1U);
+  }
 }
 
 }  // namespace

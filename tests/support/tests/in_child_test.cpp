@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -34,6 +35,18 @@ TEST(InChild, ThrowsWhenTheChildFails) {
   EXPECT_THROW(in_child([]() -> std::string { throw std::logic_error("x"); }), std::runtime_error);
   EXPECT_THROW(in_child([]() -> std::string { ::_exit(3); }), std::runtime_error);
   EXPECT_THROW(in_child([] { return std::to_string(::raise(SIGKILL)); }), std::runtime_error);
+}
+
+TEST(EndOfChild, TellsHowTheChildEnded) {
+  const support::ChildEnd good = support::end_of_child([] { return "text"; });
+  EXPECT_EQ(good.status, 0);
+  EXPECT_EQ(good.result, "text");
+  const support::ChildEnd ended = support::end_of_child([]() -> std::string { ::_exit(3); });
+  EXPECT_TRUE(WIFEXITED(ended.status) && WEXITSTATUS(ended.status) == 3);
+  EXPECT_EQ(ended.result, "");
+  const support::ChildEnd killed =
+      support::end_of_child([] { return std::to_string(::raise(SIGKILL)); });
+  EXPECT_TRUE(WIFSIGNALED(killed.status) && WTERMSIG(killed.status) == SIGKILL);
 }
 
 TEST(InChild, WaitsThroughSignals) {

@@ -1,0 +1,207 @@
+// The tests that each layer's program has: every scenario with every fault, as the table says.
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <syslog.h>
+
+#include "layer.h"
+#include "observation.h"
+#include "support/case_name.h"
+#include "table.h"
+
+namespace faults {
+namespace {
+
+// A call that is to fail, by the table's words.
+struct Fault {
+  std::string call;
+  unsigned nth;  // 0: all
+  std::string error;
+
+  friend bool operator<(const Fault& a, const Fault& b) {
+    return std::tie(a.call, a.nth, a.error) < std::tie(b.call, b.nth, b.error);
+  }
+};
+
+std::string text_of(const Fault& fault) {
+  const std::string which = fault.nth == 0 ? "all calls" : "call " + std::to_string(fault.nth);
+  return which + " of " + fault.call + " failing with " + fault.error;
+}
+
+std::string identifier_of(std::string name) {
+  std::replace_if(
+      name.begin(), name.end(),
+      [](char byte) { return std::isalnum(static_cast<unsigned char>(byte)) == 0; }, '_');
+  return name;
+}
+
+struct NamedScenario {
+  std::string name;  // as tests are named
+  std::string layer;
+  Scenario scenario;
+};
+
+std::vector<NamedScenario> named_scenarios() {
+  const Layer all = layer();
+  std::vector<NamedScenario> named;
+  for (const Scenario& scenario : all.scenarios) {
+    named.push_back({identifier_of(scenario.name), all.name, scenario});
+  }
+  return named;
+}
+
+class Faults : public testing::TestWithParam<NamedScenario> {
+ protected:
+  Faults() {
+    if (scenario().surroundings) surroundings_ = scenario().surroundings();
+    for (const Row& row : read_table_for_this_library(GetParam().layer)) {
+      if (row.scenario == scenario().name) rows_.push_back(row);
+    }
+  }
+
+  // What is made once in a process is made before anything is watched: the time zone for the log's
+  // time stamps, memory of libraries, and of this scenario's first run.
+  void SetUp() override {
+    ::tzset();
+    observer_ = std::make_unique<Observer>(scenario());
+    if (!scenario().own_process) observer_->with_nothing_failing();
+  }
+
+  void TearDown() override {
+    for (const Row& row : rows_) {
+      if (applied_.count(row.call) == 0) continue;
+      EXPECT_TRUE(used_.count(row.line) != 0) << where(row) << "this did not come up";
+    }
+  }
+
+  [[nodiscard]] static const Scenario& scenario() { return GetParam().scenario; }
+
+  [[nodiscard]] std::string where(const Row& row) const {
+    return GetParam().layer + ".txt:" + std::to_string(row.line) + ": ";
+  }
+
+  // The outcome without a fault.
+  [[nodiscard]] std::string expected_outcome() {
+    for (const Row& row : rows_) {
+      if (row.call != kNone) continue;
+      used_.insert(row.line);
+      return row.outcome;
+    }
+    ADD_FAILURE() << "no line of the table says what " << scenario().name
+                  << " gives when nothing fails";
+    return {};
+  }
+
+  void expect_nothing_left(const Observation& seen, const std::string& when) {
+    EXPECT_EQ(seen.left_behind, "") << scenario().name << " with " << when << " has left this";
+  }
+
+  // What the table has for a fault is what is seen.
+  void expect_outcome(const Fault& fault, int error, const Observation& seen) {
+    EXPECT_TRUE(seen.failed) << text_of(fault) << ": it did not come to that";
+    expect_nothing_left(seen, text_of(fault));
+    applied_.insert(fault.call);
+    std::string expected;
+    for (const Row& row : rows_) {
+      if (!is_about(row, fault)) continue;
+      const std::string outcome =
+          row.outcome == "same" ? expected_outcome() : with_error(row.outcome, error);
+      if (seen.outcome == outcome) {
+        used_.insert(row.line);
+        return;
+      }
+      expected += "\n  " + where(row) + outcome;
+    }
+    ADD_FAILURE() << scenario().name << " with " << text_of(fault) << " gives\n  " << seen.outcome
+                  << "\nand not" << (expected.empty() ? " what the table does not say" : expected);
+  }
+
+  static bool is_about(const Row& row, const Fault& fault) {
+    if (row.call != fault.call) return false;
+    if (row.call == kMemory) return row.is_for(fault.nth);
+    const bool same_calls = fault.nth == 0 ? row.nth == "all" : row.is_for(fault.nth);
+    return same_calls &&
+           std::find(row.errors.begin(), row.errors.end(), fault.error) != row.errors.end();
+  }
+
+  std::shared_ptr<void> surroundings_;
+  std::vector<Row> rows_;
+  std::unique_ptr<Observer> observer_;
+
+ private:
+  std::set<std::string> applied_;  // the kinds of which there was something to expect
+  std::set<int> used_;             // the rows that were right, by line
+};
+
+// The faults that the table has of a kind of call that the scenario makes so often.
+std::set<Fault> faults_of(const std::vector<Row>& rows, const std::string& kind, unsigned count) {
+  std::set<Fault> faults;
+  for (const Row& row : rows) {
+    if (row.call != kind) continue;
+    for (const std::string& error : row.errors) {
+      if (row.nth == "all") faults.insert({kind, 0, error});
+      for (unsigned nth = 1; nth <= count; ++nth) {
+        if (row.is_for(nth)) faults.insert({kind, nth, error});
+      }
+    }
+  }
+  return faults;
+}
+
+TEST_P(Faults, OfCallsEndAsTheTableSays) {
+  const Observation unharmed = observer_->with_nothing_failing();
+  EXPECT_EQ(unharmed.outcome, expected_outcome());
+  expect_nothing_left(unharmed, "nothing failing");
+  for (std::size_t kind = 0; kind < kKinds.size(); ++kind) {
+    const std::string name(kKinds[kind].name);
+    const unsigned count = unharmed.calls[kind];
+    std::set<unsigned> tried;
+    for (const Fault& fault : faults_of(rows_, name, count)) {
+      const int error = error_named(fault.error);
+      expect_outcome(fault, error, observer_->with({kind, fault.nth, error}));
+      tried.insert(fault.nth);
+    }
+    for (unsigned nth = 1; nth <= count; ++nth) {
+      EXPECT_TRUE(tried.count(nth) + tried.count(0) > 0)
+          << "no line of the table has call " << nth << " of " << name << " fail, of " << count
+          << " that " << scenario().name << " makes";
+    }
+    const bool in_table =
+        std::any_of(rows_.begin(), rows_.end(), [&](const Row& row) { return row.call == name; });
+    EXPECT_TRUE(count > 0 || !in_table) << scenario().name << " makes no call of " << name;
+  }
+}
+
+TEST_P(Faults, OfAllocationsEndAsTheTableSays) {
+  constexpr unsigned kMost = 5000;
+  const std::string memory(kMemory);
+  for (unsigned nth = 1;; ++nth) {
+    ASSERT_LT(nth, kMost) << "allocations without an end";
+    const Observation seen = observer_->with_failing_allocation(nth);
+    if (!seen.failed) {
+      EXPECT_EQ(seen.outcome, expected_outcome());
+      expect_nothing_left(seen, "nothing failing");
+      const bool in_table = std::any_of(rows_.begin(), rows_.end(),
+                                        [&](const Row& row) { return row.call == memory; });
+      EXPECT_TRUE(nth > 1 || !in_table) << scenario().name << " allocates nothing";
+      return;
+    }
+    expect_outcome({memory, nth, "ENOMEM"}, ENOMEM, seen);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenario, Faults, testing::ValuesIn(named_scenarios()),
+                         support::CaseName());
+
+}  // namespace
+}  // namespace faults
