@@ -6,9 +6,19 @@
 
 namespace faults {
 
+Scenarios cfread();
+Scenarios config_reader();
+Scenarios config_daemon_client();
 Scenarios configd();
 Scenarios events();
 Scenarios files();
+Scenarios memory();
+Scenarios sms();
+Scenarios status();
+Scenarios strings();
+Scenarios system_info();
+Scenarios tables();
+Scenarios wwanmd();
 
 }  // namespace faults
 

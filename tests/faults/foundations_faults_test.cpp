@@ -3,4 +3,6 @@
 #include "families.h"
 #include "layer.h"
 
-faults::Layer faults::layer() { return {"foundations", together({files()})}; }
+faults::Layer faults::layer() {
+  return {"foundations", together({files(), memory(), strings(), tables()})};
+}

@@ -29,6 +29,9 @@ class Observer {
  public:
   explicit Observer(const Scenario& scenario) : scenario_(scenario) {}
 
+  // Goes through it once, for what libraries do once in a process, unless that would spoil it.
+  void warm_up();
+
   Observation with_nothing_failing();
   Observation with(const CallFault& fault);
   Observation with_failing_allocation(unsigned long nth);

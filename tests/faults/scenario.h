@@ -32,14 +32,19 @@ class Run {
   [[nodiscard]] virtual std::string outcome() = 0;
 };
 
+// Where the runs of a scenario take place.
+enum class Process {
+  kShared,  // all in the test's
+  kOwn,     // each in its own, because the function ends the process where memory runs out
+  kFresh,   // each in its own and without another before, because something is remembered for good
+};
+
 struct Scenario {
   // The function's name, "readfile" or "String::concat", and, where it has several scenarios, a
   // space and more words.
   std::string name;
   std::function<std::unique_ptr<Run>()> begin;
-  // Whether each run needs a process of its own: because the function ends the process where memory
-  // runs out, or remembers something for the process's life.
-  bool own_process = false;
+  Process process = Process::kShared;
   // Makes what is there from before the first run to behind the last, a daemon for one.
   std::function<std::shared_ptr<void>()> surroundings = {};
 };
@@ -132,10 +137,10 @@ Scenario scenario(std::string name, Act act) {
   return scenario<State>(std::move(name), kPrepared, act);
 }
 
-// The scenario with each run in a process of its own.
-inline Scenario in_own_process(Scenario of) {
-  of.own_process = true;
-  return of;
+// The scenario with its runs in such processes.
+inline Scenario in(Process process, Scenario scenario) {
+  scenario.process = process;
+  return scenario;
 }
 
 // For functions that need nothing and leave nothing.

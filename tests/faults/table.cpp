@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -33,29 +32,23 @@ std::vector<std::string> columns_of(const std::string& line) {
   return columns;
 }
 
-unsigned number_of(const std::string& digits) {
+Position position_of(const std::string& text) {
+  constexpr std::string_view kLast = "last";
+  if (text == kLast) return -1;
+  const bool from_end = text.compare(0, kLast.size() + 1, "last-") == 0;
+  const std::string digits = from_end ? text.substr(kLast.size() + 1) : text;
   if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) {
-    throw std::runtime_error("no number: " + digits);
+    throw std::runtime_error("no position: " + text);
   }
-  return static_cast<unsigned>(std::stoul(digits));
+  return from_end ? -1 - std::stoi(digits) : std::stoi(digits);
 }
 
 void read_nth(Row& row) {
-  constexpr unsigned kEnd = std::numeric_limits<unsigned>::max();
   if (row.nth == "all" || row.nth == "-") return;
-  if (row.nth == "each") {
-    row.first = 1;
-    row.last = kEnd;
-    return;
-  }
-  const std::size_t dash = row.nth.find('-');
-  row.first = number_of(row.nth.substr(0, dash));
-  if (dash == std::string::npos) {
-    row.last = row.first;
-  } else {
-    const std::string last = row.nth.substr(dash + 1);
-    row.last = last.empty() ? kEnd : number_of(last);
-  }
+  const std::string range = row.nth == "each" ? "1..last" : row.nth;
+  const std::size_t dots = range.find("..");
+  row.first = position_of(range.substr(0, dots));
+  row.last = dots == std::string::npos ? row.first : position_of(range.substr(dots + 2));
 }
 
 Row row_of(const std::string& line) {
@@ -67,6 +60,10 @@ Row row_of(const std::string& line) {
   const std::size_t at = columns[1].find('@');
   row.call = columns[1].substr(0, at);
   if (at != std::string::npos) row.c_library = columns[1].substr(at + 1);
+  if (!row.call.empty() && row.call.back() == '?') {
+    row.call.pop_back();
+    row.optional = true;
+  }
   row.nth = columns[2];
   read_nth(row);
   std::istringstream errors(columns[3]);
@@ -85,7 +82,17 @@ void replace_all(std::string& text, std::string_view what, const std::string& by
   }
 }
 
+unsigned resolved(Position position, unsigned count) {
+  if (position >= 0) return static_cast<unsigned>(position);
+  const auto back = static_cast<unsigned>(-1 - position);
+  return back < count ? count - back : 0;
+}
+
 }  // namespace
+
+bool Row::is_for(unsigned number, unsigned count) const {
+  return first != 0 && number >= resolved(first, count) && number <= resolved(last, count);
+}
 
 std::vector<Row> read_table(const std::string& name) {
   const std::string path = support::source_file("tests/faults/cases/" + name + ".txt");

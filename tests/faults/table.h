@@ -6,9 +6,10 @@
 //
 // CALL is a kind of system call as fault.h names it; "memory" for an allocation; or "none" for the
 // outcome when nothing fails, which each scenario has. "stat@glibc" is for builds with that C library
-// alone, "stat@musl" for the other one.
-// NTH is which of the scenario's calls of that kind fails: "2"; "2-4", or "2-" for all from the
-// second on, one of them at a time; "each" for "1-"; "all" for all of them at once.
+// alone, "stat@musl" for the other one; "stat?" is for a call that some versions of either make on
+// their own account, and others do not.
+// NTH is which of the scenario's calls of that kind fails: "2", "last", "last-1"; "2..4" for one of
+// them at a time; "each" for "1..last"; "all" for all of them at once.
 // ERRNO is one errno value or several, separated by spaces, each a case. "-" for "none" and "memory".
 // OUTCOME is as Observation has it. "same" is that of "none". In it stand for the errno at hand:
 // %name ("EACCES"), %number (13) and %text (strerror()).
@@ -22,18 +23,23 @@
 
 namespace faults {
 
+// One of a scenario's calls, counted from the first or, if negative, from behind the last.
+using Position = int;
+
 struct Row {
   int line = 0;  // in the file
   std::string scenario;
   std::string call;
   std::string c_library;  // empty for both
+  bool optional = false;  // not every C library makes the call
   std::string nth;
-  unsigned first = 0;  // the calls meant, one at a time; 0 and 0 for "all"
-  unsigned last = 0;
+  Position first = 0;  // the calls meant, one at a time; nothing for "all"
+  Position last = 0;
   std::vector<std::string> errors;
   std::string outcome;
 
-  [[nodiscard]] bool is_for(unsigned number) const { return number >= first && number <= last; }
+  // Whether it is about this call of so many.
+  [[nodiscard]] bool is_for(unsigned number, unsigned count) const;
 };
 
 // The rows of "cases/NAME.txt", those for the other C library too. Throws std::runtime_error for a
