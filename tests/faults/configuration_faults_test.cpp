@@ -3,4 +3,7 @@
 #include "families.h"
 #include "layer.h"
 
-faults::Layer faults::layer() { return {"configuration", together({configd()})}; }
+faults::Layer faults::layer() {
+  return {"configuration",
+          together({cfread(), config_daemon_client(), config_reader(), configd(), system_info()})};
+}

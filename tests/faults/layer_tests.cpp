@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <map>
@@ -81,6 +82,12 @@ class Faults : public testing::TestWithParam<NamedScenario> {
     for (const Row& row : read_table_for_this_library(GetParam().layer)) {
       if (row.scenario == scenario().name) rows_.push_back(row);
     }
+  }
+
+  // What is printed must not take memory for a buffer meanwhile.
+  static void SetUpTestSuite() {
+    static char buffer[BUFSIZ];
+    std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
   }
 
   // The log's time stamps need the time zone, which is read once.

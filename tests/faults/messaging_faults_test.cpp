@@ -3,4 +3,6 @@
 #include "families.h"
 #include "layer.h"
 
-faults::Layer faults::layer() { return {"messaging", together({events()})}; }
+faults::Layer faults::layer() {
+  return {"messaging", together({events(), sms(), status(), wwanmd()})};
+}

@@ -185,17 +185,20 @@ Observation with_traces(Way way) {
 }
 
 template <typename Way>
-Observation in_process_of_its_own(Way way) {
+Observation in_process_of_its_own(const Scenario& scenario, Way way) {
   const support::ChildEnd end = support::end_of_child([&] { return packed(with_traces(way)); });
-  return end.status == 0 ? unpacked(end.result) : of_ended_process(end.status);
+  if (end.status == 0) return unpacked(end.result);
+  // A run that was ended has not cleared up; another does.
+  scenario.begin();
+  return of_ended_process(end.status);
 }
 
 }  // namespace
 
 template <typename Way>
 Observation Observer::observe(Way way) {
-  Observation seen =
-      scenario_.process == Process::kShared ? with_traces(way) : in_process_of_its_own(way);
+  Observation seen = scenario_.process == Process::kShared ? with_traces(way)
+                                                           : in_process_of_its_own(scenario_, way);
   for (const support::LogLine& line : log_.take()) {
     std::ostringstream text;
     text << line;
