@@ -5,14 +5,12 @@
 #include <rkutils/internal/scope_guard.h>
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/internal/unique_fd.h>
-#include <rkutils/internal/unique_file.h>
 #include <rkutils/messaging/sms_header.h>
 #include <rkutils/simple_sms.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -32,7 +30,6 @@ using rkutils::internal::PostponedCancellation;
 using rkutils::internal::ScopeGuard;
 using rkutils::internal::UniqueDir;
 using rkutils::internal::UniqueFd;
-using rkutils::internal::UniqueFile;
 
 constexpr const char* kSpool = "/var/spool/sms/incoming/";
 
@@ -43,13 +40,13 @@ bool is_file_name(std::string_view id) {
 
 // Whether all was written. The file is closed in any case.
 bool write_outgoing(UniqueFd file, const CSimpleSMS& sms) {
-  UniqueFile stream(::fdopen(file.get(), "w+"));
-  if (stream == nullptr) return false;
-  static_cast<void>(file.release());  // now the stream's
-  const bool written = std::fprintf(stream.get(), "To: %s\n\n", sms.address.c_str()) >= 0 &&
-                       std::fprintf(stream.get(), "%s\n", sms.text.c_str()) >= 0;
-  // What was buffered until now may find the disk full.
-  const bool closed = std::fclose(stream.release()) == 0;
+  const auto write = [&file](const char* text) {
+    return rkutils::file::write_all(file.get(), text, std::strlen(text));
+  };
+  const bool written = write("To: ") && write(sms.address.c_str()) && write("\n\n") &&
+                       write(sms.text.c_str()) && write("\n");
+  // Where others keep the file, closing may tell that their disk is full.
+  const bool closed = ::close(file.release()) == 0;
   return written && closed;
 }
 

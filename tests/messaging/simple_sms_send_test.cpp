@@ -4,19 +4,22 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include "../foundations/file_fixture.h"
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"
@@ -159,8 +162,7 @@ TEST_F(SmsSend, OfAToolThatTakesTheFileAndFailsIsMinus1) {
 }
 
 TEST_F(SmsSend, OntoAFullDiskIsMinus1WithoutTheTool) {
-  // Nearly full, where writing fails; and wholly full, where closing does, which writes what was
-  // buffered.
+  // Nearly full, where the text does not fit, and wholly full.
   struct Fullness {
     std::size_t taken;
     std::size_t text;
@@ -194,19 +196,34 @@ TEST_F(SmsSend, WithoutADescriptorIsMinus1) {
   EXPECT_EQ(told(), "");
 }
 
-TEST_F(SmsSend, WithoutMemoryForTheStreamIsMinus1WithoutTheTool) {
+TEST_F(SmsSend, NeedsNoMemory) {
   CSimpleSMS sms("1", "x");
-  const std::map<int, std::string> before = support::open_descriptors();
-  int result = 0;
-  {
-    const support::FailingAllocation no_memory(1);
-    result = sms.send();
-    EXPECT_TRUE(no_memory.happened());
-  }
+  const unsigned long before = support::allocation_count();
+  EXPECT_EQ(sms.send(), 0);
+  EXPECT_EQ(support::allocation_count(), before);
+}
+
+// Where signals interrupt writing, as on a disk of another machine, it goes on; and where closing
+// fails, the tool is not run.
+TEST_F(SmsSend, WritesThroughInterruptionsAndMindsClosing) {
+  CSimpleSMS sms("1", "x");
+  int result = -1;
+  support::run_with_failing_calls({{support::SystemCall::kWrite, EINTR, 1, 2}},
+                                  [&] { result = sms.send(); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(contents_of(kFile), "To: 1\n\nx\n");
+  const std::string first = told();
+
+  support::FailingCall closing = {support::SystemCall::kClose, 0};
+  closing.decide = [&](const support::CallArguments& arguments) {
+    ::close(static_cast<int>(arguments[0]));
+    return std::optional<std::int64_t>(-EDQUOT);
+  };
+  closing.of_children = false;
+  support::run_with_failing_calls({closing}, [&] { result = sms.send(); });
   EXPECT_EQ(result, -1);
-  EXPECT_EQ(support::open_descriptors(), before);
-  EXPECT_THAT(outgoing_files(), IsEmpty());
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(told(), first);
+  EXPECT_THAT(outgoing_files(), SizeIs(1)) << "the first one's";
 }
 
 TEST_F(SmsSend, NeedsLittleStack) {
