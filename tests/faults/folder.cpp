@@ -9,6 +9,8 @@
 
 #include <sys/stat.h>
 
+#include "scenario.h"
+
 namespace faults {
 namespace {
 
@@ -25,8 +27,7 @@ std::string octal(fs::perms mode) {
 std::string text_in(const fs::path& path) {
   std::ifstream file(path);
   std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (!text.empty() && text.back() == '\n') text.replace(text.size() - 1, 1, "\\n");
-  return text;
+  return text_of(text.c_str());
 }
 
 std::string description_of(const fs::directory_entry& entry) {
@@ -38,7 +39,7 @@ std::string description_of(const fs::directory_entry& entry) {
     case fs::file_type::directory:
       return "/" + mode;
     case fs::file_type::regular:
-      return mode + " \"" + text_in(entry.path()) + '"';
+      return mode + " " + text_in(entry.path());
     case fs::file_type::fifo:
       return " fifo" + mode;
     default:

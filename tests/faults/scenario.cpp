@@ -81,7 +81,16 @@ std::string text_of(long result) { return std::to_string(result); }
 std::string text_of(bool result) { return result ? "true" : "false"; }
 
 std::string text_of(const char* result) {
-  return result != nullptr ? '"' + std::string(result) + '"' : "NULL";
+  if (result == nullptr) return "NULL";
+  std::string text = "\"";
+  for (; *result != '\0'; ++result) {
+    if (*result == '\n') {
+      text += "\\n";
+    } else {
+      text += *result;
+    }
+  }
+  return text + '"';
 }
 
 std::string text_of(WithErrno result) {

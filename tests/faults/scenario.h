@@ -71,7 +71,7 @@ std::string text_of(long result);
 inline std::string text_of(int result) { return text_of(static_cast<long>(result)); }
 inline std::string text_of(unsigned long result) { return std::to_string(result); }
 std::string text_of(bool result);
-std::string text_of(const char* result);  // in quotes, or NULL
+std::string text_of(const char* result);  // in quotes, with "\\n" for newlines; or NULL
 inline std::string text_of(Word result) { return result.text; }
 std::string text_of(WithErrno result);  // "-1 EACCES", "0"
 

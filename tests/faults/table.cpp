@@ -44,7 +44,7 @@ Position position_of(const std::string& text) {
 }
 
 void read_nth(Row& row) {
-  if (row.nth == "all" || row.nth == "-") return;
+  if (row.nth == "all" || row.nth == "none" || row.nth == "-") return;
   const std::string range = row.nth == "each" ? "1..last" : row.nth;
   const std::size_t dots = range.find("..");
   row.first = position_of(range.substr(0, dots));
@@ -67,9 +67,10 @@ Row row_of(const std::string& line) {
   row.nth = columns[2];
   read_nth(row);
   std::istringstream errors(columns[3]);
-  for (std::string name; errors >> name;) row.errors.push_back(name);
-  if (columns[3] != "-") {
-    for (const std::string& name : row.errors) static_cast<void>(error_named(name));
+  for (std::string name; errors >> name;) {
+    if (name == "-") continue;
+    static_cast<void>(error_named(name));
+    row.errors.push_back(name);
   }
   row.outcome = columns[4];
   return row;

@@ -10,6 +10,7 @@
 // their own account, and others do not.
 // NTH is which of the scenario's calls of that kind fails: "2", "last", "last-1"; "2..4" for one of
 // them at a time; "each" for "1..last"; "all" for all of them at once.
+// "none" for a call that is not made to fail in this scenario; OUTCOME says why then.
 // ERRNO is one errno value or several, separated by spaces, each a case. "-" for "none" and "memory".
 // OUTCOME is as Observation has it. "same" is that of "none". In it stand for the errno at hand:
 // %name ("EACCES"), %number (13) and %text (strerror()).
