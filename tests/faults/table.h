@@ -39,6 +39,9 @@ struct Row {
   std::vector<std::string> errors;
   std::string outcome;
 
+  // Whether it says why calls are not made to fail.
+  [[nodiscard]] bool is_excuse() const { return nth == "none"; }
+
   // Whether it is about this call of so many.
   [[nodiscard]] bool is_for(unsigned number, unsigned count) const;
 };
