@@ -118,7 +118,7 @@ struct Open : Closed {
 
   // "usable" when the daemon's answer comes to the connection, as it does after every failure.
   static std::string usable_state(const Daemon& daemon, configd_connection* connection) {
-    const std::string file = Daemon::client_file();
+    std::string file = Daemon::client_file();
     if (file != "socket file") return file;
     daemon.answer("yes\n\0"sv);
     configd_query query = {};

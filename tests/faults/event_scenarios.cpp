@@ -27,8 +27,8 @@ struct EventManager {
   const Folder folder{"/tmp/status"};
 };
 
-// A source that serves all runs: making one is ZeroMQ's affair, which ends the process where most of
-// its calls fail. Its tests are in legacy_event_test.cpp.
+// A source that serves all runs: making one is ZeroMQ's affair, which ends the process where most
+// of its calls fail. Its tests are in legacy_event_test.cpp.
 class Source {
  public:
   Source() : context_(zmq_ctx_new()) {

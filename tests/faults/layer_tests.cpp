@@ -147,8 +147,8 @@ class Faults : public testing::TestWithParam<NamedScenario> {
                   << "\nand not" << (expected.empty() ? " what the table does not say" : expected);
   }
 
-  // Each call of a kind, of so many, is one that has failed; and no line is about calls that are not
-  // made.
+  // Each call of a kind, of so many, is one that has failed; and no line is about calls that are
+  // not made.
   void expect_all_tried(const std::string& kind, unsigned count, const std::set<unsigned>& tried) {
     const bool excused =
         has_row([&](const Row& row) { return row.call == kind && row.is_excuse(); });
@@ -188,8 +188,8 @@ class Faults : public testing::TestWithParam<NamedScenario> {
   std::set<int> used_;             // the rows that were right, by line
 };
 
-// The errors that a row's call is to fail with. Its outcome is the same for all of them, and the board
-// is slow: there each call takes the next of them.
+// The errors that a row's call is to fail with. Its outcome is the same for all of them, and the
+// board is slow: there each call takes the next of them.
 std::vector<std::string> errors_for(const Row& row, unsigned nth) {
   if (support::stride() == 1 || row.errors.empty()) return row.errors;
   return {row.errors[nth % row.errors.size()]};

@@ -13,8 +13,8 @@
 namespace faults {
 
 struct Observation {
-  // As Run::outcome() has it, with the messages that were logged behind it: "-1; err "cannot bind"".
-  // "aborts", "exits with 1" or "ends by signal 9" where the process ended.
+  // As Run::outcome() has it, with the messages that were logged behind it: "-1; err "cannot
+  // bind"". "aborts", "exits with 1" or "ends by signal 9" where the process ended.
   std::string outcome;
   // Whether it came to the fault.
   bool failed = false;

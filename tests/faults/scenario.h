@@ -27,8 +27,8 @@ class Run {
   // on its own account.
   virtual void act() = 0;
 
-  // What came of it: the result, and after a semicolon each, what else a caller finds. Nothing fails
-  // any more. Log messages are not among it, they are added by who asks.
+  // What came of it: the result, and after a semicolon each, what else a caller finds. Nothing
+  // fails any more. Log messages are not among it, they are added by who asks.
   [[nodiscard]] virtual std::string outcome() = 0;
 };
 
@@ -71,7 +71,7 @@ std::string text_of(long result);
 inline std::string text_of(int result) { return text_of(static_cast<long>(result)); }
 inline std::string text_of(unsigned long result) { return std::to_string(result); }
 std::string text_of(bool result);
-std::string text_of(const char* result);  // in quotes, with "\\n" for newlines; or NULL
+std::string text_of(const char* result);  // in quotes, with "\n" for newlines; or NULL
 inline std::string text_of(Word result) { return result.text; }
 std::string text_of(WithErrno result);  // "-1 EACCES", "0"
 

@@ -5,15 +5,15 @@
 //     SCENARIO | CALL | NTH | ERRNO | OUTCOME
 //
 // CALL is a kind of system call as fault.h names it; "memory" for an allocation; or "none" for the
-// outcome when nothing fails, which each scenario has. "stat@glibc" is for builds with that C library
-// alone, "stat@musl" for the other one; "stat?" is for a call that some versions of either make on
-// their own account, and others do not.
+// outcome when nothing fails, which each scenario has. "stat@glibc" is for builds with that C
+// library alone, "stat@musl" for the other one; "stat?" is for a call that some versions of either
+// make on their own account, and others do not.
 // NTH is which of the scenario's calls of that kind fails: "2", "last", "last-1"; "2..4" for one of
 // them at a time; "each" for "1..last"; "all" for all of them at once.
 // "none" for a call that is not made to fail in this scenario; OUTCOME says why then.
-// ERRNO is one errno value or several, separated by spaces, each a case. "-" for "none" and "memory".
-// OUTCOME is as Observation has it. "same" is that of "none". In it stand for the errno at hand:
-// %name ("EACCES"), %number (13) and %text (strerror()).
+// ERRNO is one errno value or several, separated by spaces, each a case. "-" for "none" and
+// "memory". OUTCOME is as Observation has it. "same" is that of "none". In it stand for the errno
+// at hand: %name ("EACCES"), %number (13) and %text (strerror()).
 //
 // Where an allocation has several lines, any of their outcomes is right, and each has to come up.
 #ifndef TESTS_FAULTS_TABLE_H

@@ -421,8 +421,9 @@ bool control(int questions, unsigned long request, void* argument) {
   return ::syscall(SYS_ioctl, questions, request, argument) == 0;
 }
 
-// Answers the filter's questions until its thread has ended, and all that came of that. It allocates
-// nothing: a thread that forks may hold the allocator's lock while it waits for the answer.
+// Answers the filter's questions until its thread has ended, and all that came of that. It
+// allocates nothing: a thread that forks may hold the allocator's lock while it waits for the
+// answer.
 void answer_all(int questions, std::vector<NumberedCall>& calls, pid_t thread) {
   for (;;) {
     pollfd ready = {questions, POLLIN, 0};
@@ -466,7 +467,8 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
   std::thread thread([&] {
     thread_id = static_cast<pid_t>(::syscall(SYS_gettid));
     questions.set_value(make_fail(calls));
-    // The action may leave no descriptor, and the sanitizer needs one to look at the promise's class.
+    // The action may leave no descriptor, and the sanitizer needs one to look at the promise's
+    // class.
     while (!listening) std::this_thread::yield();
     action();
   });

@@ -80,8 +80,8 @@ struct FailingCall {
   // Decides about each of them instead, on the caller's thread: gives the call's result, which is a
   // negated errno value for a failure; or nothing, and the call is done.
   std::function<std::optional<std::int64_t>(const CallArguments&)> decide = {};
-  // Whether the calls of processes and threads that the action makes are among them; otherwise those
-  // are done.
+  // Whether the calls of processes and threads that the action makes are among them; otherwise
+  // those are done.
   bool of_children = true;
 };
 
