@@ -1,5 +1,7 @@
 #include "support/language_allocation.h"
 
+#include <rkutils/export.h>
+
 #include <array>
 #include <cstdlib>
 #include <new>
@@ -50,8 +52,11 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 void operator delete(void* memory) noexcept { release(memory, false); }
 void operator delete[](void* memory) noexcept { release(memory, true); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { release(memory, false); }
-void operator delete[](void* memory, std::size_t /*size*/) noexcept { release(memory, true); }
+// clang does not count these among the language's own, which the C++ library is to find.
+RK_API void operator delete(void* memory, std::size_t /*size*/) noexcept { release(memory, false); }
+RK_API void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+  release(memory, true);
+}
 void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
   release(memory, false);
 }

@@ -214,12 +214,4 @@ TEST_F(ThreadsWithFiles, CopyOneTreeIntoTheirOwn) {
   });
 }
 
-// All make the same folders, and each is made by one of them.
-TEST_F(ThreadsWithFiles, MakeTheSameFolders) {
-  for (int round = support::rounds(50); round > 0; --round) {
-    at_once(kThreads, [this](int) { EXPECT_EQ(create_directory(at("x/y/z").c_str()), 0); });
-    EXPECT_EQ(delete_directory(at("x").c_str()), 0);
-  }
-}
-
 }  // namespace

@@ -23,7 +23,7 @@ using support::unfreed_count;
 // Hidden from the compiler, which knows what becomes of memory that nobody uses, and of sizes that
 // nobody has.
 void* volatile kept = nullptr;
-volatile std::size_t too_much = SIZE_MAX;
+[[maybe_unused]] volatile std::size_t too_much = SIZE_MAX;
 
 TEST(AllocationCount, CountsWhatThisThreadAllocates) {
   const unsigned long before = allocation_count();
