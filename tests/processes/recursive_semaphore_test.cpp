@@ -162,12 +162,20 @@ TEST_F(RecursiveSemaphore, MayBeLockedVeryOften) {
 
 TEST_F(RecursiveSemaphore, IsOneLockForAllObjectsOfItsName) {
   Lock second(kName);
+  // On 32-bit x86 the GNU C library looks for a mutex that it gives up at the address where it was
+  // locked, and for ever at another one.
+#if defined(__GLIBC__) && defined(__i386__)
+  Lock& last = lock_;
+#else
+  Lock& last = second;
+#endif
   EXPECT_EQ(lock_.lock(), 0);
   EXPECT_EQ(second.lock(), 0);
   EXPECT_EQ(second.unlock(), 0);
   EXPECT_EQ(trylock_elsewhere(), EBUSY);
-  EXPECT_EQ(second.unlock(), 0);
+  EXPECT_EQ(last.unlock(), 0);
   EXPECT_EQ(lock_.unlock(), EPERM);
+  EXPECT_EQ(second.unlock(), EPERM);
 }
 
 TEST_F(RecursiveSemaphore, IsAnotherLockForAnotherName) {
