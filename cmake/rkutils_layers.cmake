@@ -18,11 +18,27 @@ function(rkutils_layer name)
 
   list(TRANSFORM LAYER_SOURCES PREPEND "${PROJECT_SOURCE_DIR}/rkutils/${name}/")
   add_library(rkutils_${name} OBJECT ${LAYER_SOURCES})
-  set_target_properties(rkutils_${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  set_target_properties(rkutils_${name} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                                                   RKUTILS_MAY_USE "${LAYER_MAY_USE}")
   target_include_directories(rkutils_${name} PUBLIC "${PROJECT_SOURCE_DIR}/include" "${gate}")
   list(TRANSFORM LAYER_MAY_USE PREPEND rkutils_)
   target_link_libraries(
     rkutils_${name}
     PUBLIC ${LAYER_MAY_USE}
     PRIVATE ${LAYER_CALLS} rkutils_warnings rkutils_hardening rkutils_sanitizers)
+endfunction()
+
+# Sets a variable to these layers and those that they may use, each once: all that a program needs which
+# links the objects of layers and not the library.
+function(rkutils_with_layers_below variable)
+  set(layers)
+  set(wanted ${ARGN})
+  while(wanted)
+    list(POP_FRONT wanted layer)
+    list(APPEND layers ${layer})
+    get_target_property(below rkutils_${layer} RKUTILS_MAY_USE)
+    list(APPEND wanted ${below})
+  endwhile()
+  list(REMOVE_DUPLICATES layers)
+  set(${variable} ${layers} PARENT_SCOPE)
 endfunction()

@@ -7,6 +7,9 @@
 
 set(RKUTILS_SANITIZE OFF CACHE STRING "What the programs check while they run: OFF, address or thread")
 set_property(CACHE RKUTILS_SANITIZE PROPERTY STRINGS OFF address thread)
+# rkutils_sanitizers: AddressSanitizer and UndefinedBehaviorSanitizer when RKUTILS_SANITIZE is on; any
+# finding ends the program. With RKUTILS_FUZZ, what libFuzzer needs to see which code an input reaches.
+# An interface target to link privately.
 
 add_library(rkutils_sanitizers INTERFACE)
 
@@ -19,6 +22,9 @@ if(RKUTILS_SANITIZE)
   endif()
   set(rkutils_sanitize -fsanitize=${rkutils_sanitizers_${RKUTILS_SANITIZE}} -fno-sanitize-recover=all
                        -fno-omit-frame-pointer)
+  if(RKUTILS_FUZZ)
+    list(APPEND rkutils_sanitize -fsanitize=fuzzer-no-link)
+  endif()
   target_compile_options(rkutils_sanitizers INTERFACE ${rkutils_sanitize})
   target_link_options(rkutils_sanitizers INTERFACE ${rkutils_sanitize})
 

@@ -31,7 +31,7 @@ set(RKUTILS_TESTS_TOGETHER 10 CACHE STRING "How many test files make a program; 
 # not caught by type in another. So programs that test the classes link the static library there.
 
 # What runs longer than this hangs.
-set(RKUTILS_TEST_TIMEOUT 120)
+set(RKUTILS_TEST_TIMEOUT 120 CACHE INTERNAL "Seconds that a test may take")
 
 # The flags of test programs. The library under test is optimised as it is shipped, but what tests it is
 # compiled in half the time when it is not. FORTIFY needs optimised code.
