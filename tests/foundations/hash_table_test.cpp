@@ -5,7 +5,6 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <new>
 #include <random>
@@ -18,6 +17,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "foundations/hash_table_model.h"
 #include "support/allocation_faults.h"
 #include "support/case_name.h"
 #include "support/language_allocation.h"
@@ -687,70 +687,6 @@ TEST(UInt32HashTable, IgnoresTheHashFunction) {
 
 // ---- Any calls in any order ----
 
-std::uint32_t model_hash(unsigned long key) { return static_cast<std::uint32_t>(key); }
-
-std::uint32_t model_hash(const std::string& key) {
-  std::uint32_t hash = 0;
-  for (const char character : key) {
-    hash = hash ^ static_cast<unsigned char>(character) ^ (hash << 5U);
-  }
-  return hash;
-}
-
-bool model_equal(unsigned long a, unsigned long b) { return model_hash(a) == model_hash(b); }
-bool model_equal(const std::string& a, const std::string& b) { return a == b; }
-
-// A table as it is described: chains of entries in the order in which they were added.
-template <typename Key>
-class Model {
- public:
-  explicit Model(std::size_t buckets) : chains_(buckets) {}
-
-  void add(const Key& key, void* value) { chain(key).emplace_back(key, value); }
-
-  [[nodiscard]] void* find(const Key& key) {
-    const auto entry = oldest(key);
-    return entry == chain(key).end() ? nullptr : entry->second;
-  }
-
-  bool remove(const Key& key) {
-    const auto entry = oldest(key);
-    if (entry == chain(key).end()) return false;
-    chain(key).erase(entry);
-    return true;
-  }
-
-  void clear() {
-    for (auto& chain : chains_) chain.clear();
-  }
-
-  [[nodiscard]] std::vector<void*> values() const {
-    std::vector<void*> values;
-    for (const auto& chain : chains_) {
-      for (const auto& entry : chain) values.push_back(entry.second);
-    }
-    return values;
-  }
-
-  [[nodiscard]] std::size_t longest() const {
-    std::size_t longest = 0;
-    for (const auto& chain : chains_) longest = std::max(longest, chain.size());
-    return longest;
-  }
-
- private:
-  using Chain = std::deque<std::pair<Key, void*>>;
-
-  Chain& chain(const Key& key) { return chains_.at(model_hash(key) % chains_.size()); }
-
-  typename Chain::iterator oldest(const Key& key) {
-    return std::find_if(chain(key).begin(), chain(key).end(),
-                        [&key](const auto& entry) { return model_equal(entry.first, key); });
-  }
-
-  std::vector<Chain> chains_;
-};
-
 using Random = std::mt19937;
 
 unsigned random_below(unsigned bound, Random& random) {
@@ -783,7 +719,7 @@ class HashTableModel : public testing::Test {
     std::vector<Key> keys;
     while (keys.size() < 200) keys.push_back(Keys::random_key(random));
     typename Keys::Table table(size);
-    Model<Key> model(buckets);
+    hash_table_model::Model<Key> model(buckets);
     for (unsigned call = 0; call < calls; ++call) {
       const Key& key = keys[random_below(static_cast<unsigned>(keys.size()), random)];
       const unsigned choice = random_below(5000, random);
@@ -807,7 +743,8 @@ class HashTableModel : public testing::Test {
   }
 
  private:
-  static void compare_all(const typename Keys::Table& table, const Model<Key>& model) {
+  static void compare_all(const typename Keys::Table& table,
+                          const hash_table_model::Model<Key>& model) {
     const std::vector<void*> expected = model.values();
     ASSERT_EQ(table.getNumberOfKeys(), expected.size());
     ASSERT_EQ(table.getLongestChain(), model.longest());
