@@ -1,9 +1,9 @@
 // Providers by their numbers, out of the provider database.
 
 #include <rkutils/foundations/file/command_lines.h>
-#include <rkutils/foundations/text/prefix.h>
 #include <rkutils/interface.h>
 #include <rkutils/memory.h>
+#include <rkutils/network/interface/provider_line.h>
 #include <rkutils/text.h>
 
 #include <cstddef>
@@ -15,7 +15,6 @@ namespace {
 using rkutils::file::CommandLines;
 
 constexpr std::string_view kCommand = "/usr/bin/pdb -n ";
-constexpr std::string_view kLabel = "provider:";
 constexpr std::size_t kLineLength = 1024;
 constexpr std::size_t kProviderSize = 64;
 
@@ -42,8 +41,9 @@ char* pdb_find_provider(const char* key) {
   if (!lines) return nullptr;
   std::memset(provider, 0, sizeof provider);
   while (char* const line = lines->next_line()) {
-    if (!rkutils::text::begins_with(line, kLabel)) continue;
-    strlcpy(provider, stripwhite(line + kLabel.size()), sizeof provider);
+    const char* const name = rkutils::network::provider_in(line);
+    if (name == nullptr) continue;
+    strlcpy(provider, name, sizeof provider);
     break;
   }
   return provider;
