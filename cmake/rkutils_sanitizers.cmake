@@ -4,12 +4,11 @@
 #   OFF       nothing
 #   address   AddressSanitizer, its leak checker and UndefinedBehaviorSanitizer; ON means the same
 #   thread    ThreadSanitizer
+#
+# With RKUTILS_FUZZ, also what libFuzzer needs to see which code an input reaches.
 
 set(RKUTILS_SANITIZE OFF CACHE STRING "What the programs check while they run: OFF, address or thread")
 set_property(CACHE RKUTILS_SANITIZE PROPERTY STRINGS OFF address thread)
-# rkutils_sanitizers: AddressSanitizer and UndefinedBehaviorSanitizer when RKUTILS_SANITIZE is on; any
-# finding ends the program. With RKUTILS_FUZZ, what libFuzzer needs to see which code an input reaches.
-# An interface target to link privately.
 
 add_library(rkutils_sanitizers INTERFACE)
 
