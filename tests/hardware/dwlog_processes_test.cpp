@@ -301,7 +301,7 @@ class DwlogKilledAlone : public DwlogKilled {
   // for the dead.
   static void kill_everywhere(int (*dying)(), const std::function<void()>& prepare,
                               const std::function<void()>& expect) {
-    constexpr int kNoWaitMs = 800;
+    constexpr int kNoWaitMs = 5000;  // its turn would be waited for twice as long
     bool killed = true;
     for (int stop = 0; killed; ++stop) {
       SCOPED_TRACE("stop " + std::to_string(stop));
