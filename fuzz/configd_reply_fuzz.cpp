@@ -129,7 +129,7 @@ class Session {
 
   std::string take(std::size_t longest) {
     expect(!queue_.empty(), "there is a reply for each request");
-    const std::string reply = queue_.front().substr(0, longest);
+    std::string reply = queue_.front().substr(0, longest);
     queue_.pop_front();
     return reply;
   }

@@ -58,10 +58,11 @@ class Kernel {
 
   // Stands for recvmsg(2).
   ssize_t answer(msghdr& answer) {
+    expect(!ended_, "nothing is waited for behind the end");
     const std::size_t kind = input_.empty() ? 0 : input_.below(16);
-    if (kind == 0) return fail(ENOBUFS);
     if (kind == 1) return fail(input_.flag() ? EAGAIN : EINTR);
-    if (kind == 2) return 0;
+    ended_ = kind == 0 || kind == 2;
+    if (ended_) return kind == 0 ? fail(ENOBUFS) : 0;
     std::string datagram;
     do {
       add_message(datagram);
@@ -139,6 +140,7 @@ class Kernel {
 
   Input& input_;
   nlmsghdr question_ = {};
+  bool ended_ = false;
 };
 
 Kernel* Kernel::current = nullptr;
@@ -153,7 +155,7 @@ void look_up(addrinfo& address) {
   const int result = route_get_interface(&address, buffer.data());
   expect(result == 0 || result == -1, "a query succeeds or fails");
   if (result == 0) {
-    expect(is_interface(buffer.c_str()), "the result is an interface");
+    expect(is_interface(fuzz::text_of(buffer)), "the result is an interface");
   } else {
     expect_equal(buffer, std::string(IF_NAMESIZE, '?'), "the buffer of a failed query");
   }
