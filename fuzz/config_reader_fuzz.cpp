@@ -4,7 +4,6 @@
 #include <rkutils/string.h>
 #include <rkutils/text.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>

@@ -107,7 +107,7 @@ std::string found_client_file() {
   for (const auto& entry : std::filesystem::directory_iterator("/var/run/configd")) {
     if (entry.path().filename().string().rfind("client.", 0) == 0) return entry.path();
   }
-  fuzz::fail("there is a client");
+  fuzz::fail("there is no client");
 }
 
 class Session {

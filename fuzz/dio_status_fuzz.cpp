@@ -3,7 +3,6 @@
 #include <rkutils/dio.h>
 
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

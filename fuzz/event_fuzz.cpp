@@ -3,7 +3,6 @@
 #include <rkutils/event.h>
 
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <string_view>

@@ -4,6 +4,7 @@
 #include <rkutils/file.h>
 #include <rkutils/list.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>

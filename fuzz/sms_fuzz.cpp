@@ -2,6 +2,7 @@
 
 #include <rkutils/simple_sms.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>

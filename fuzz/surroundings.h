@@ -6,6 +6,7 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -110,21 +112,28 @@ inline std::int32_t number_of(std::string_view text) {
 
 // ---- Descriptors
 
-// Expects that nothing which is opened meanwhile is still open at its end.
+// Expects that what is opened meanwhile is closed at its end.
 class NothingLeftOpen {
  public:
-  NothingLeftOpen() : next_(next_descriptor()) {}
-  ~NothingLeftOpen() { expect_equal(next_descriptor(), next_, "the next descriptor to be opened"); }
+  NothingLeftOpen() : before_(open_descriptors()) {}
+  ~NothingLeftOpen() { expect_equal(open_descriptors(), before_, "which descriptors are open"); }
   NothingLeftOpen(const NothingLeftOpen&) = delete;
   NothingLeftOpen& operator=(const NothingLeftOpen&) = delete;
 
  private:
-  // The lowest number that is free: what is left open takes it.
-  static int next_descriptor() {
-    return rkutils::internal::UniqueFd(::open("/", O_PATH | O_CLOEXEC)).get();
+  // A bit for each of the lowest numbers, of which new descriptors get theirs. A single call tells.
+  static std::uint64_t open_descriptors() {
+    constexpr int kLookedAt = 64;
+    std::array<pollfd, kLookedAt> entries = {};
+    for (int i = 0; i < kLookedAt; ++i) entries[static_cast<std::size_t>(i)].fd = i;
+    expect(::poll(entries.data(), entries.size(), 0) >= 0, "descriptors can be looked at");
+    std::uint64_t open = 0;
+    for (const pollfd& entry : entries)
+      open = open << 1U | ((entry.revents & POLLNVAL) != 0 ? 0U : 1U);
+    return open;
   }
 
-  const int next_;
+  const std::uint64_t before_;
 };
 
 // ---- Messages
