@@ -341,6 +341,14 @@ TEST_F(OldGetStorageSize, IsAskedAfterOpeningTheDiskAgain) {
   EXPECT_THAT(media, ElementsAre(Medium{8, 0, "sda", "sda1", "", kAllBits}));
 }
 
+TEST_F(OldGetStorageSize, IsThatOfADiskThatIsListedDespiteSignals) {
+  for (const SystemCall call : {SystemCall::kOpen, SystemCall::kList}) {
+    std::vector<Medium> media;
+    run_with_failing_calls({{call, EINTR, 0, 2}}, [&] { media = listed(); });
+    EXPECT_THAT(media, ElementsAre(Medium{8, 0, "sda", "sda1", "", kAllBits}));
+  }
+}
+
 TEST_F(OldGetStorageSize, IsAskedOfTheDiskOpenedToBeReadAndCloseOnExec) {
   std::string path;
   int status_flags = -1;

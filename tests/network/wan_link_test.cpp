@@ -221,6 +221,15 @@ TEST_F(WanlinkCount, IsZeroWhenTheFolderCannotBeListed) {
   EXPECT_EQ(count, 0);
 }
 
+TEST_F(WanlinkCount, IsNotDisturbedBySignals) {
+  put_state("wanlink1", "connected");
+  for (const support::SystemCall call : {support::SystemCall::kOpen, support::SystemCall::kList}) {
+    int count = -1;
+    support::run_with_failing_calls({{call, EINTR, 0, 2}}, [&] { count = wanlink_count(); });
+    EXPECT_EQ(count, 1);
+  }
+}
+
 TEST_F(WanlinkCount, ReadsWithReadfile) {
   put_state("wanlink1", "  connected \n");
   const char* const text = readfile("/proc/sys/kernel/ostype");

@@ -775,9 +775,10 @@ TEST_F(ProcessControlFailure, ToReadACommandLineIsAsIfThereWereNone) {
 
 TEST_F(ProcessControlFailure, BySignalsIsNone) {
   proc_.add(kInvented, "name\0"s);
-  run_with_failing_calls({FailingCall{SystemCall::kRead, EINTR, 0, 3}},
-                         [this] { processes_.refresh(false); });
-  EXPECT_THAT(seen(processes_), ElementsAre(Seen{kInvented, "name"}));
+  for (const SystemCall call : {SystemCall::kOpen, SystemCall::kList, SystemCall::kRead}) {
+    run_with_failing_calls({FailingCall{call, EINTR, 0, 3}}, [this] { processes_.refresh(false); });
+    EXPECT_THAT(seen(processes_), ElementsAre(Seen{kInvented, "name"}));
+  }
 }
 
 TEST_F(ProcessControlFailure, IsNoneForAThreadThatIsCancelled) {

@@ -18,7 +18,6 @@ namespace rkutils::dio {
 namespace {
 
 using internal::PostponedCancellation;
-using internal::UniqueDir;
 
 constexpr internal::Assertions check{"rkutils/dio"};
 
@@ -47,28 +46,12 @@ bool is_open_folder(const char* path) noexcept {
   return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode) && ::access(path, R_OK | X_OK) == 0;
 }
 
-UniqueDir open_driver_folder() noexcept {
-  for (;;) {
-    UniqueDir folder(::opendir(kDriverFolder));
-    if (folder || errno != EINTR) return folder;
-  }
-}
-
-// NULL with errno 0 at the end.
-const dirent* next_entry(DIR* folder) noexcept {
-  for (;;) {
-    errno = 0;
-    const dirent* const entry = ::readdir(folder);
-    if (entry != nullptr || errno != EINTR) return entry;
-  }
-}
-
 // Adds to `count`. False, with errno, when the driver's folder cannot be listed to its end.
 bool count_entries(const char* prefix, std::uint32_t& count) noexcept {
-  const UniqueDir folder = open_driver_folder();
+  const internal::UniqueDir folder = internal::open_directory(kDriverFolder);
   if (!folder) return false;
   const std::size_t length = std::strlen(prefix);
-  while (const dirent* const entry = next_entry(folder.get())) {
+  while (const dirent* const entry = internal::next_entry(folder.get())) {
     if (dio_isDioDirent(entry, prefix, length)) ++count;
   }
   return errno == 0;

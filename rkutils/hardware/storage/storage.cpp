@@ -35,6 +35,8 @@ namespace {
 
 using rkutils::file::LineSource;
 using rkutils::file::open_to_read;
+using rkutils::internal::next_entry;
+using rkutils::internal::open_directory;
 using rkutils::internal::PostponedCancellation;
 using rkutils::internal::uninterrupted;
 using rkutils::internal::UniqueDir;
@@ -253,9 +255,9 @@ StorageList* old_get_storage(uint32_t mask) {
   if (!list) return nullptr;
   list_init(&list->entries);
   list->typeMask = mask == 0 ? kAllTypes : mask;
-  const UniqueDir block_devices(::opendir(kBlockDevices));
+  const UniqueDir block_devices = open_directory(kBlockDevices);
   if (!block_devices) return list.release();
-  while (const dirent* const found = ::readdir(block_devices.get())) {
+  while (const dirent* const found = next_entry(block_devices.get())) {
     const std::optional<Medium> medium = medium_of(found->d_name);
     if (medium && !add(*list, *medium)) return nullptr;
   }

@@ -16,6 +16,8 @@
 
 namespace {
 
+using rkutils::internal::next_entry;
+using rkutils::internal::open_directory;
 using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 using rkutils::text::begins_with;
@@ -40,10 +42,10 @@ int wanlink_is_up(void) { return ::access(kHotLink, R_OK) == 0 ? 1 : 0; }
 
 int wanlink_count(void) {
   const PostponedCancellation postponed;
-  const UniqueDir folder(::opendir(kFolder));
+  const UniqueDir folder = open_directory(kFolder);
   if (!folder) return 0;
   int count = 0;
-  while (const dirent* const entry = ::readdir(folder.get())) {
+  while (const dirent* const entry = next_entry(folder.get())) {
     if (is_active(entry->d_name)) ++count;
   }
   return count;

@@ -14,6 +14,8 @@
 
 #include <dirent.h>
 
+using rkutils::internal::next_entry;
+using rkutils::internal::open_directory;
 using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 using rkutils::processes::join_arguments;
@@ -133,12 +135,12 @@ void ProcessControl::refresh(bool update) {
     cleanup();
   }
   const PostponedCancellation postponed;
-  const UniqueDir processes(::opendir("/proc"));
+  const UniqueDir processes = open_directory("/proc");
   if (!processes) return;
 
   ProcessEntry* last = last_of(first_);
   Known known(update ? first_ : nullptr, last);
-  while (const dirent* const found = ::readdir(processes.get())) {
+  while (const dirent* const found = next_entry(processes.get())) {
     if (found->d_type != DT_DIR || !isNumeric(found->d_name)) continue;
     const std::optional<int> pid = to_process_id(found->d_name);
     if (!pid) continue;
