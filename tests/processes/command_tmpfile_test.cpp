@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include "command_fixture.h"
+#include "support/failing_calls.h"
 #include "support/open_descriptors.h"
 #include "support/put_file.h"
 
@@ -123,6 +124,14 @@ TEST_F(CreateTmpfile, FailsWithoutDescriptors) {
   const support::NoMoreDescriptors none;
   EXPECT_EQ(create_tmpfile(kTemplate), nullptr);
   EXPECT_EQ(errno, EMFILE);
+}
+
+TEST_F(CreateTmpfile, IsNotDisturbedBySignals) {
+  const char* name = nullptr;
+  support::run_with_failing_calls({{support::SystemCall::kOpen, EINTR, 0, 3}},
+                                  [&] { name = create_tmpfile(kTemplate); });
+  ASSERT_NE(name, nullptr);
+  EXPECT_TRUE(fs::exists(name));
 }
 
 TEST_F(CreateTmpfile, IsFinishedByACancelledThread) {
