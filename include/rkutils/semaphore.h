@@ -185,8 +185,8 @@ class RK_API CSemaphore {
    *         the file is not there or not to be reached, or the number's low eight bits are 0, or
    *         the path holds a NUL (both EINVAL)
    *     CSemaphore::init() - unable to obtain semaphore-set - errno=%i
-   *         EACCES: it is another user's; ENOSPC: no more sets; or what prevents the advisory lock
-   *         (EAGAIN: another program holds it)
+   *         EACCES: it is another user's; ENOSPC: no more sets; EIDRM: it was removed meanwhile; or
+   *         what prevents the advisory lock (EAGAIN: another program holds it)
    *     CSemaphore::init() - semop() failed - unable to initialize semaphore - errno=%i
    */
   int init();

@@ -234,6 +234,16 @@ TEST_F(SemaphoreInit, FailsWhenTheSetCannotBeJoined) {
   EXPECT_THAT(log_.take(), ElementsAre(unobtained(ENOMEM)));
 }
 
+TEST_F(SemaphoreInit, FailsWhenTheKernelDoesNotTellTheSetsState) {
+  CSemaphore semaphore(kPath, kProject);
+  run_with_failing_calls({{SystemCall::kControlSemaphores, EIDRM}},
+                         [&] { EXPECT_EQ(semaphore.init(), -1); });
+  EXPECT_THAT(log_.take(), ElementsAre(unobtained(EIDRM)));
+  // Otherwise it would wait for ever for a set that nobody has freed.
+  EXPECT_EQ(semaphore.lock(), -1);
+  EXPECT_THAT(log_.take(), ElementsAre(err("CSemaphore::lock() - invalid semId!")));
+}
+
 TEST_F(SemaphoreInit, FailsForAnotherUsersSet) {
   joined();
   Fellow nobody([](Fellow& test) {

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <new>
+#include <optional>
 #include <string>
 
 #include <sys/ipc.h>
@@ -49,9 +50,12 @@ bool change_value(int id, short change, short flags) noexcept {
   return uninterrupted([id, &operation] { return ::semop(id, &operation, 1); }) == 0;
 }
 
-// Whether it is as the kernel makes sets: not free, and never operated on.
-bool is_new(int id) noexcept {
-  if (::semctl(id, 0, GETVAL) != 0) return false;  // it is free, or gone
+// Whether it is as the kernel makes sets: not free, and never operated on. Nothing, with errno, when
+// the kernel does not tell.
+std::optional<bool> is_new(int id) noexcept {
+  const int value = ::semctl(id, 0, GETVAL);
+  if (value == kNone) return std::nullopt;
+  if (value != 0) return false;
   semid_ds state = {};
   // What semctl() takes has no name that all C libraries know.
   union {
@@ -59,17 +63,18 @@ bool is_new(int id) noexcept {
     semid_ds* state;
   } argument = {};
   argument.state = &state;
-  return ::semctl(id, 0, IPC_STAT, argument) == 0 && state.sem_otime == 0;
+  if (::semctl(id, 0, IPC_STAT, argument) != 0) return std::nullopt;
+  return state.sem_otime == 0;
 }
 
-// Whether it still is when its creator should have freed it.
-bool stays_new(int id) noexcept {
+// Whether it still is when its creator should have freed it. Nothing likewise.
+std::optional<bool> stays_new(int id) noexcept {
   const Deadline patience(kPatienceMs);
-  while (is_new(id)) {
-    if (patience.remaining_us() == 0) return true;
+  for (;;) {
+    const std::optional<bool> still_new = is_new(id);
+    if (!still_new.value_or(false) || patience.remaining_us() == 0) return still_new;
     pause_us(kPauseUs);
   }
-  return false;
 }
 
 // Logs a failure, which it returns. A thread that is cancelled would end in syslog().
@@ -122,9 +127,13 @@ int CSemaphore::init() {
   // It is freed once, whoever else comes to it: others who have waited in vain for its creator, or
   // that creator, after all. The turn is by the library's file, for the caller's is left alone: the
   // program may have locks on it that end when it is closed here, or may not be able to open it.
-  if (!joins || stays_new(id)) {
+  const std::optional<bool> may_be_new = joins ? stays_new(id) : true;
+  if (!may_be_new) return fail_to_obtain(errno);
+  if (*may_be_new) {
     const FileTurn turn(kLibraryFile, kTurnMs);
-    if (is_new(id)) {
+    const std::optional<bool> still_new = is_new(id);
+    if (!still_new) return fail_to_obtain(errno);
+    if (*still_new) {
       if (joins && turn.error() != 0) return fail_to_obtain(turn.error());
       if (!change_value(id, 1, 0)) {
         return fail("CSemaphore::init() - semop() failed - unable to initialize semaphore -",
