@@ -156,6 +156,12 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_open,
 #endif
           SYS_openat};
+    case SystemCall::kPipe:
+      return {
+#ifdef SYS_pipe
+          SYS_pipe,
+#endif
+          SYS_pipe2};
     case SystemCall::kPoll:
       return {
 #ifdef SYS_poll
@@ -164,12 +170,16 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_ppoll, kPpollTime64};
     case SystemCall::kRead:
       return {SYS_read, SYS_readv};
+    case SystemCall::kReadAt:
+      return {SYS_pread64};
     case SystemCall::kReadLink:
       return {
 #ifdef SYS_readlink
           SYS_readlink,
 #endif
           SYS_readlinkat};
+    case SystemCall::kReboot:
+      return {SYS_reboot};
     case SystemCall::kReceive:
       return {
 #ifdef SYS_recv
@@ -245,10 +255,14 @@ std::vector<unsigned> own_numbers_of(SystemCall call) {
           SYS_ftruncate64,
 #endif
           SYS_ftruncate};
+    case SystemCall::kWait:
+      return {SYS_wait4, SYS_waitid};
     case SystemCall::kWatch:
       return {SYS_epoll_ctl};
     case SystemCall::kWrite:
       return {SYS_write, SYS_writev};
+    case SystemCall::kWriteAt:
+      return {SYS_pwrite64};
   }
   return {};
 }
@@ -430,7 +444,11 @@ void answer_all(int questions, std::vector<NumberedCall>& calls, pid_t thread) {
     if (::poll(&ready, 1, -1) < 0 && errno == EINTR) continue;
     if ((ready.revents & POLLIN) == 0) return;
     seccomp_notif question = {};
-    check(control(questions, SECCOMP_IOCTL_NOTIF_RECV, &question), "question");
+    // A signal may end a call while it waits for its answer; then there is nobody to be answered.
+    if (!control(questions, SECCOMP_IOCTL_NOTIF_RECV, &question)) {
+      check(errno == ENOENT || errno == EINTR, "question");
+      continue;
+    }
     seccomp_notif_resp response = {};
     response.id = question.id;
     answer(find_call(calls, question.data), question.data, response);
@@ -440,7 +458,7 @@ void answer_all(int questions, std::vector<NumberedCall>& calls, pid_t thread) {
     } else {
       response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     }
-    check(control(questions, SECCOMP_IOCTL_NOTIF_SEND, &response), "answer");
+    check(control(questions, SECCOMP_IOCTL_NOTIF_SEND, &response) || errno == ENOENT, "answer");
   }
 }
 

@@ -38,9 +38,12 @@ enum class SystemCall {
   kMapFile,            // mmap(2) of a file, not of memory without one
   kOperateSemaphores,  // semop(2), semtimedop(2)
   kOpen,
+  kPipe,  // pipe(2), pipe2(2)
   kPoll,
-  kRead,            // read(2), readv(2)
-  kReadLink,        // readlink(2), readlinkat(2)
+  kRead,      // read(2), readv(2)
+  kReadAt,    // pread(2)
+  kReadLink,  // readlink(2), readlinkat(2)
+  kReboot,
   kReceive,         // recv(2), recvfrom(2)
   kReceiveMessage,  // recvmsg(2)
   kRemove,          // unlink(2), rmdir(2), unlinkat(2)
@@ -54,8 +57,10 @@ enum class SystemCall {
   kStatus,       // stat(2), lstat(2), fstat(2), fstatat(2), statx(2)
   kSynchronise,  // fsync(2)
   kTruncate,     // ftruncate(2)
+  kWait,         // what is behind wait(2) and waitpid(2)
   kWatch,        // epoll_ctl(2)
   kWrite,        // write(2), writev(2), which streams use, too
+  kWriteAt,      // pwrite(2)
 };
 
 // The arguments of a call as the kernel gets them.

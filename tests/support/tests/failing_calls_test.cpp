@@ -16,6 +16,7 @@
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/reboot.h>
 #include <sys/sem.h>
 #include <sys/sendfile.h>
 #include <sys/shm.h>
@@ -137,6 +138,19 @@ TEST_F(FailingCalls, FailUnderAllTheirNames) {
   EXPECT_TRUE(fails(SystemCall::kRead, [&] { return ::readv(first_, &piece, 1); }));
   EXPECT_TRUE(fails(SystemCall::kWrite, [&] { return ::write(first_, &byte, 1); }));
   EXPECT_TRUE(fails(SystemCall::kWrite, [&] { return ::writev(first_, &piece, 1); }));
+  EXPECT_TRUE(fails(SystemCall::kReadAt, [&] { return ::pread(first_, &byte, 1, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kWriteAt, [&] { return ::pwrite(first_, &byte, 1, 0); }));
+  EXPECT_TRUE(fails(SystemCall::kPipe, [] {
+    int ends[2];
+    return ::pipe(ends);
+  }));
+  EXPECT_TRUE(fails(SystemCall::kPipe, [] {
+    int ends[2];
+    return ::pipe2(ends, O_CLOEXEC);
+  }));
+  EXPECT_TRUE(fails(SystemCall::kWait, [] { return ::waitpid(-1, nullptr, WNOHANG); }));
+  EXPECT_TRUE(fails(SystemCall::kWait, [] { return ::waitid(P_ALL, 0, nullptr, WEXITED); }));
+  EXPECT_TRUE(fails(SystemCall::kReboot, [] { return ::reboot(0); }));  // which is no request
   EXPECT_TRUE(fails(SystemCall::kReadLink, [&] { return ::readlink(kPath, &byte, 1); }));
   EXPECT_TRUE(
       fails(SystemCall::kReadLink, [&] { return ::readlinkat(AT_FDCWD, kPath, &byte, 1); }));
