@@ -43,9 +43,13 @@ inline constexpr std::array kKinds = {
     Kind{"mmap", SystemCall::kMapFile},
     Kind{"nanosleep", SystemCall::kSleep},
     Kind{"open", SystemCall::kOpen},
+    Kind{"pipe", SystemCall::kPipe},
     Kind{"poll", SystemCall::kPoll},
+    Kind{"pread", SystemCall::kReadAt},
+    Kind{"pwrite", SystemCall::kWriteAt},
     Kind{"read", SystemCall::kRead},
     Kind{"readlink", SystemCall::kReadLink},
+    Kind{"reboot", SystemCall::kReboot},
     Kind{"recv", SystemCall::kReceive},
     Kind{"recvmsg", SystemCall::kReceiveMessage},
     Kind{"rename", SystemCall::kRename},
@@ -63,6 +67,7 @@ inline constexpr std::array kKinds = {
     Kind{"statfs", SystemCall::kFileSystemUsage},
     Kind{"symlink", SystemCall::kMakeLink},
     Kind{"unlink", SystemCall::kRemove},
+    Kind{"waitpid", SystemCall::kWait},
     Kind{"write", SystemCall::kWrite},
 };
 

@@ -200,6 +200,7 @@ Observation Observer::observe(Way way) {
   Observation seen = scenario_.process == Process::kShared ? with_traces(way)
                                                            : in_process_of_its_own(scenario_, way);
   for (const support::LogLine& line : log_.take()) {
+    if (line.level > scenario_.log_level) continue;
     std::ostringstream text;
     text << line;
     seen.outcome += "; " + text.str();
@@ -208,7 +209,10 @@ Observation Observer::observe(Way way) {
 }
 
 void Observer::warm_up() {
-  if (scenario_.process == Process::kFresh) return;
+  if (scenario_.process == Process::kFresh) {
+    static_cast<void>(scenario_.begin()->outcome());  // a sanitizer's first look at the class
+    return;
+  }
   std::string outcome;
   go_through(scenario_, outcome, [](Run& run) { run.act(); });
   log_.take();
@@ -249,6 +253,9 @@ Observation Observer::with(const CallFault& fault) {
     support::run_with_failing_calls({failing}, [&] {
       blocks = go_through(scenario_, seen.outcome, [&](Run& run) { act(run, acting); });
     });
+    // The children that the action could not wait for. They have ended by now.
+    while (call == SystemCall::kWait && ::waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
     note_blocks(blocks, seen);
   });
 }

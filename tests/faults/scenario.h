@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include <syslog.h>
+
 namespace faults {
 
 // One time that a scenario is gone through. Construction prepares what the function finds, and
@@ -47,6 +49,8 @@ struct Scenario {
   Process process = Process::kShared;
   // Makes what is there from before the first run to behind the last, a daemon for one.
   std::function<std::shared_ptr<void>()> surroundings = {};
+  // The log messages that are part of the outcome: those of this level and graver ones.
+  int log_level = LOG_DEBUG;
 };
 using Scenarios = std::vector<Scenario>;
 
@@ -141,6 +145,13 @@ Scenario scenario(std::string name, Act act) {
 inline Scenario in(Process process, Scenario scenario) {
   scenario.process = process;
   return scenario;
+}
+
+// The scenario without the messages of progress, which are too many for a line of the table, or have
+// numbers in them that differ each time.
+inline Scenario without_progress(Scenario of) {
+  of.log_level = LOG_WARNING;
+  return of;
 }
 
 // For functions that need nothing and leave nothing.
