@@ -16,6 +16,11 @@
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
 const char* __asan_default_options() { return "detect_odr_violation=1"; }
 
+// ZeroMQ's threads and the C library keep order by means that ThreadSanitizer does not see in them. It
+// judges what the library and its tests do.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
+const char* __tsan_default_options() { return "ignore_noninstrumented_modules=1"; }
+
 namespace {
 
 // Valgrind looks for leaks here rather than at the end of each process: a forked child has not all that
