@@ -451,8 +451,7 @@ void answer_all(int questions, std::vector<NumberedCall>& calls, pid_t thread) {
     }
     seccomp_notif_resp response = {};
     response.id = question.id;
-    answer(find_call(calls, question.data), question.data, response);
-    FailingCall& failing = find_call(calls, question.data.nr);
+    FailingCall& failing = find_call(calls, question.data);
     if (failing.of_children || static_cast<pid_t>(question.pid) == thread) {
       answer(failing, question.data, response);
     } else {
