@@ -14,6 +14,7 @@
 
 #include "dio_fixture.h"
 #include "support/allocation_faults.h"
+#include "support/failing_calls.h"
 #include "support/for_nobody.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 
 #include "dio_fixture.h"
+#include "support/failing_calls.h"
 #include "support/small_stack.h"
 #include "support/though_cancelled.h"
 

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/ipc.h>
@@ -495,6 +496,18 @@ void run_with_failing_calls(const std::vector<FailingCall>& calls,
     answer_all(asked.get(), numbered, thread_id);
   }
   thread.join();
+}
+
+std::vector<int> descriptor_flags_at(SystemCall call, const std::function<void()>& action) {
+  std::vector<int> flags;
+  flags.reserve(64);
+  FailingCall look = {call, 0};
+  look.decide = [&flags](const CallArguments& arguments) {
+    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
+    return std::optional<std::int64_t>();
+  };
+  run_with_failing_calls({look}, action);
+  return flags;
 }
 
 }  // namespace support

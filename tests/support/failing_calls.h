@@ -96,6 +96,10 @@ struct FailingCall {
 void run_with_failing_calls(const std::vector<FailingCall>& calls,
                             const std::function<void()>& action);
 
+// Calls `action` on a thread of its own, and returns the flags (fcntl(2), F_GETFD) of the
+// descriptors that these system calls are made for meanwhile.
+std::vector<int> descriptor_flags_at(SystemCall call, const std::function<void()>& action);
+
 }  // namespace support
 
 #endif

@@ -4,10 +4,9 @@
 #include <rkutils/internal/unique_fd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -52,18 +51,6 @@ std::map<int, std::string> open_descriptors() {
     descriptors.emplace(descriptor, std::filesystem::read_symlink(link));
   }
   return descriptors;
-}
-
-std::vector<int> descriptor_flags_at(SystemCall call, const std::function<void()>& action) {
-  std::vector<int> flags;
-  flags.reserve(64);
-  FailingCall look = {call, 0};
-  look.decide = [&flags](const CallArguments& arguments) {
-    flags.push_back(::fcntl(static_cast<int>(arguments[0]), F_GETFD));
-    return std::optional<std::int64_t>();
-  };
-  run_with_failing_calls({look}, action);
-  return flags;
 }
 
 NoMoreDescriptors::NoMoreDescriptors(unsigned spare)
