@@ -17,7 +17,6 @@
 
 namespace {
 
-using fuzz::expect;
 using fuzz::expect_equal;
 using fuzz::Input;
 
