@@ -19,7 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using fuzz::expect;
 using fuzz::expect_equal;
 using fuzz::Input;
 
