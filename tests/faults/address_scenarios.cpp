@@ -1,6 +1,8 @@
-// Addresses in files.
+// Addresses in files, and as texts.
 
 #include <rkutils/address.h>
+#include <rkutils/ip_address.h>
+#include <rkutils/string.h>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -30,12 +32,31 @@ struct AddressFile {
   sockaddr_storage place = {};
 };
 
+// An address, and the text that it becomes.
+struct AddressText {
+  [[nodiscard]] std::string after() const { return text.c_str(); }
+
+  const IpAddress address{0xC0000211, 0xFFFFFF00};
+  String text;
+};
+
+// Without memory for a String the process ends.
+Scenario text_of_address(const std::string& name, String& (IpAddress::*write)(String&) const) {
+  return in(Process::kOwn, scenario<AddressText>("IpAddress::" + name, [write](AddressText& it) {
+              (it.address.*write)(it.text);
+              return Word{"done"};
+            }));
+}
+
 }  // namespace
 
 Scenarios addresses() {
   return {
       scenario<AddressFile>("readaddress",
                             [](AddressFile& it) { return readaddress(kFile, it.record()); }),
+      text_of_address("getIpAddrAsString", &IpAddress::getIpAddrAsString),
+      text_of_address("getNetMaskAsString", &IpAddress::getNetMaskAsString),
+      text_of_address("getNetAddressAsString", &IpAddress::getNetAddressAsString),
   };
 }
 

@@ -37,12 +37,7 @@ struct Words {
 };
 
 struct Output {
-  // A line feed would end a line of the table.
-  [[nodiscard]] std::string after() const {
-    std::string text = buffer;
-    if (!text.empty() && text.back() == '\n') text.replace(text.size() - 1, 1, "\\n");
-    return '"' + text + '"';
-  }
+  [[nodiscard]] std::string after() const { return text_of(buffer); }
 
   char buffer[64] = "untouched";
 };
@@ -63,7 +58,8 @@ void give_up_rebooting() {
   throw std::system_error(errno, std::generic_category(), "capabilities");
 }
 
-// Without a site's script, and perhaps with the marker that keeps the device on. The kernel refuses.
+// Without a site's script, and perhaps with the marker that keeps the device on. The kernel
+// refuses.
 class Ending {
  public:
   explicit Ending(std::string marker) : marker_(std::move(marker)) {
@@ -105,7 +101,7 @@ Scenario ending(std::string name, void (*end)(int, int)) {
 struct Temporary {
   // The file, without the characters that make its name its own.
   [[nodiscard]] std::string after() const {
-    const std::string contents = folder.contents();
+    std::string contents = folder.contents();
     if (contents == "empty") return contents;
     return contents.substr(0, contents.find('.')) + contents.substr(contents.find(' '));
   }

@@ -105,10 +105,7 @@ struct UsedLog : Log {
 
 struct ReadLog : UsedLog {
   [[nodiscard]] std::string after() const {
-    // A line feed would end a line of the table.
-    std::string shown = buffer.data();
-    if (!shown.empty() && shown.back() == '\n') shown.replace(shown.size() - 1, 1, "\\n");
-    return '"' + shown + '"' + standard_error.lines();
+    return text_of(buffer.data()) + standard_error.lines();
   }
 
   std::array<char, 512> buffer = {"untouched"};

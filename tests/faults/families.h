@@ -21,6 +21,7 @@ Scenarios locks();
 Scenarios memory();
 Scenarios persistent_log();
 Scenarios pings();
+Scenarios plug_ins();
 Scenarios process_table();
 Scenarios routes();
 Scenarios sms();

@@ -99,7 +99,7 @@ Scenario with_bridge(Scenario of) {
 }
 
 struct Bridge {
-  [[nodiscard]] std::string after() const { return '"' + std::string(members) + '"'; }
+  [[nodiscard]] std::string after() const { return faults::text_of(members); }
 
   char members[64] = "untouched";
 };

@@ -57,6 +57,14 @@ struct NewSet {
   CSemaphore semaphore{kFile, kProject};
 };
 
+// One that is made when the function is called.
+struct NoSemaphore {
+  static std::string after() { return {}; }
+
+  const std::string path = kFile;
+  std::optional<CSemaphore> semaphore;
+};
+
 // One that there is a set of, which is free.
 struct FreeSet : NewSet {
   FreeSet() { check(semaphore.init() == 0, "init"); }
@@ -184,6 +192,11 @@ Scenario creation(std::string name) {
 
 Scenarios locks() {
   return {
+      scenario<NoSemaphore>("CSemaphore::CSemaphore",
+                            [](NoSemaphore& it) {
+                              it.semaphore.emplace(it.path, kProject);
+                              return Word{"made"};
+                            }),
       scenario<NewSet>("CSemaphore::init", [](NewSet& it) { return it.semaphore.init(); }),
       scenario<FreeSet>("CSemaphore::init once more",
                         [](FreeSet& it) { return it.semaphore.init(); }),

@@ -2,7 +2,8 @@
 
 #include <rkutils/process_control.h>
 
-#include <cstring>
+#include <memory>
+#include <optional>
 
 #include <unistd.h>
 
@@ -45,7 +46,7 @@ struct Caller {
 
 struct Table {
   // How many there are, how many of them have a command line, and how many of them are valid.
-  [[nodiscard]] std::string after() {
+  [[nodiscard]] std::string after() const {
     int count = 0;
     int valid = 0;
     ProcessEntry* entry = nullptr;
@@ -61,6 +62,12 @@ struct Table {
   ProcessControl processes;
 };
 
+struct Entry {
+  [[nodiscard]] std::string after() const { return entry ? entry->getName() : "none"; }
+
+  std::optional<ProcessEntry> entry;
+};
+
 struct FilledTable : Table {
   FilledTable() { processes.refresh(false); }
 };
@@ -74,6 +81,11 @@ Scenarios process_table() {
       scenario<Nothing>("procname", [](Nothing&) { return procname(kFirst); }),
       scenario<Caller>("get_caller",
                        [](Caller& it) { return get_caller(it.buffer, sizeof it.buffer); }),
+      scenario<Entry>("ProcessEntry::ProcessEntry",
+                      [](Entry& it) {
+                        it.entry.emplace(kFirst, "watchdog -t");
+                        return Word{"made"};
+                      }),
       scenario<Table>("ProcessControl::refresh",
                       [](Table& it) {
                         it.processes.refresh(false);

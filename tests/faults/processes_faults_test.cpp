@@ -4,5 +4,5 @@
 #include "layer.h"
 
 faults::Layer faults::layer() {
-  return {"processes", together({commands(), locks(), process_table()})};
+  return {"processes", together({commands(), locks(), plug_ins(), process_table()})};
 }

@@ -147,8 +147,8 @@ inline Scenario in(Process process, Scenario scenario) {
   return scenario;
 }
 
-// The scenario without the messages of progress, which are too many for a line of the table, or have
-// numbers in them that differ each time.
+// The scenario without the messages of progress, which are too many for a line of the table, or
+// have numbers in them that differ each time.
 inline Scenario without_progress(Scenario of) {
   of.log_level = LOG_WARNING;
   return of;

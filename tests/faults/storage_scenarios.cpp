@@ -52,10 +52,13 @@ class Machine {
 };
 
 struct Media {
+  Media() = default;
   ~Media() {
     old_free_storage(list);
     std::free(list);
   }
+  Media(const Media&) = delete;
+  Media& operator=(const Media&) = delete;
 
   // "16/0 sda1 at /tmp/faults, size unknown, usage known"
   [[nodiscard]] std::string after() const {
