@@ -111,11 +111,9 @@ class Networks {
   std::vector<Network> networks_;
 };
 
-// What `ip` is called with for a family, in front of its other words. With its path: a shell may have a
-// small one of its own.
-std::string ip(int family) {
-  return family == AF_INET ? "/usr/sbin/ip -4 " : "/usr/sbin/ip -6 ";
-}
+// What `ip` is called with for a family, in front of its other words. With its path: a shell may
+// have a small one of its own.
+std::string ip(int family) { return family == AF_INET ? "/usr/sbin/ip -4 " : "/usr/sbin/ip -6 "; }
 
 // A router with four interfaces, with routes of all kinds and with rules.
 class RoutesOfTheKernel : public testing::Test {
