@@ -3,6 +3,7 @@
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/postponed_cancellation.h>
 #include <rkutils/internal/scope_guard.h>
+#include <rkutils/internal/temporary_file.h>
 #include <rkutils/internal/unique_dir.h>
 #include <rkutils/internal/unique_fd.h>
 #include <rkutils/messaging/sms_header.h>
@@ -26,6 +27,9 @@
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::make_temporary_file;
+using rkutils::internal::next_entry;
+using rkutils::internal::open_directory;
 using rkutils::internal::PostponedCancellation;
 using rkutils::internal::ScopeGuard;
 using rkutils::internal::UniqueDir;
@@ -88,10 +92,10 @@ CSimpleSMS::CSimpleSMS(std::string const& recipient, std::string const& body)
 // NOLINTNEXTLINE(readability-make-member-function-const)
 int CSimpleSMS::send() {
   const PostponedCancellation postponed;
-  // mkostemp() completes the last word of the command, which is the file's path.
+  // The last word of the command is completed: it is the file's path.
   char command[] = "/usr/local/sbin/send-sms /tmp/outgoing-sms.XXXXXX";
   char* const path = std::strchr(command, ' ') + 1;
-  UniqueFd file(::mkostemp(path, O_CLOEXEC));
+  UniqueFd file = make_temporary_file(path);
   if (!file) return -1;
   ScopeGuard remove_file([path] {
     const ErrnoRestorer keep_errno;
@@ -105,9 +109,9 @@ int CSimpleSMS::send() {
 
 void CSimpleSMS::RetrieveIncomingIds(std::vector<std::pair<long, std::string>>& ids) {
   const PostponedCancellation postponed;
-  UniqueDir spool(::opendir(kSpool));
+  UniqueDir spool = open_directory(kSpool);
   if (spool == nullptr) return;
-  while (const dirent* const entry = ::readdir(spool.get())) {
+  while (const dirent* const entry = next_entry(spool.get())) {
     if (entry->d_type != DT_REG) continue;
     struct stat status;
     if (::fstatat(::dirfd(spool.get()), entry->d_name, &status, 0) == 0) {

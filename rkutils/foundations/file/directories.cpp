@@ -18,6 +18,8 @@
 namespace {
 
 using rkutils::file::PathText;
+using rkutils::internal::next_entry;
+using rkutils::internal::open_directory;
 using rkutils::internal::PostponedCancellation;
 using rkutils::internal::UniqueDir;
 
@@ -60,14 +62,12 @@ int create_directory(const char* path) {
 int empty_directory(const char* path) {
   if (path == nullptr || *path == '\0') return -1;
   const PostponedCancellation postponed;
-  const UniqueDir stream(::opendir(path));
+  const UniqueDir stream = open_directory(path);
   if (!stream) return 1;
-  for (;;) {
-    errno = 0;
-    const dirent* const entry = ::readdir(stream.get());
-    // Callers delete on 1, so what cannot be listed to its end is not called empty.
-    if (entry == nullptr) return errno == 0 ? 1 : 0;
+  while (const dirent* const entry = next_entry(stream.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") return 0;
   }
+  // Callers delete on 1, so what cannot be listed to its end is not called empty.
+  return errno == 0 ? 1 : 0;
 }

@@ -14,6 +14,7 @@
 namespace rkutils::file {
 namespace {
 
+using internal::next_entry;
 using internal::UniqueDir;
 using internal::UniqueFd;
 
@@ -75,15 +76,13 @@ bool EntryNames::enter(UniqueDir listing) {
 }
 
 bool EntryNames::read(DIR* listing) {
-  for (;;) {
-    errno = 0;
-    const dirent* const entry = ::readdir(listing);
-    if (entry == nullptr) return errno == 0;
+  while (const dirent* const entry = next_entry(listing)) {
     const std::string_view name = entry->d_name;
     if (name == "." || name == "..") continue;
     text_.append(name);
     text_.push_back('\0');
   }
+  return errno == 0;
 }
 
 void EntryNames::leave() {

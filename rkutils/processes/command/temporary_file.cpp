@@ -3,35 +3,20 @@
 #include <rkutils/command.h>
 #include <rkutils/internal/errno_restorer.h>
 #include <rkutils/internal/postponed_cancellation.h>
-#include <rkutils/internal/unique_fd.h>
+#include <rkutils/internal/temporary_file.h>
 
-#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <string_view>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
 using rkutils::internal::ErrnoRestorer;
+using rkutils::internal::make_temporary_file;
 using rkutils::internal::PostponedCancellation;
-using rkutils::internal::UniqueFd;
 
 constexpr std::size_t kNameSize = 1024;
-
-// mkostemp(3), tried again while a signal interrupts it.
-UniqueFd make_file(char* name, std::size_t length) noexcept {
-  constexpr std::string_view kPlaces = "XXXXXX";
-  for (;;) {
-    UniqueFd file(::mkostemp(name, O_CLOEXEC));
-    if (file || errno != EINTR) return file;
-    // Which have been filled in.
-    kPlaces.copy(name + length - kPlaces.size(), kPlaces.size());
-  }
-}
 
 }  // namespace
 
@@ -45,7 +30,7 @@ char* create_tmpfile(const char* name_template) {
   std::memset(name, 0, sizeof name);
   std::memmove(name, name_template, length + 1);
 
-  if (make_file(name, length)) return name;
+  if (make_temporary_file(name)) return name;
   const ErrnoRestorer keep_errno;
   ::unlink(name);
   return nullptr;
