@@ -10,6 +10,8 @@
 #include <optional>
 #include <set>
 #include <sstream>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/socket.h>
@@ -60,7 +62,9 @@ void add_objects(const std::string& kind, Traces& traces) {
     std::string key;
     std::string number;
     words >> key >> number;
-    traces.insert(kind + " " + key + " " + number);
+    std::string object = kind;
+    object.append(" ").append(key).append(" ").append(number);
+    traces.insert(std::move(object));
   }
 }
 
